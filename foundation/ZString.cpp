@@ -1,6 +1,7 @@
 #include "foundation/ZString.h"
 
 #include <cstdlib>
+#include <new>
 
 #include "agent/Logger.h"
 #include "foundation/ZVector.h"
