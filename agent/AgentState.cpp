@@ -20,3 +20,6 @@ bool ourIsJava9orNewer = false;
 bool ourIsJava12orNewer = false;
 bool ourVmInitCalled = false;
 bool ourVmDeathCalled = false;
+
+const char ourNativeMethodPrefix[] = "$$KZT$$";
+ZVectorSafe<ZString>& ourProbeClassPathElements = *new ZVectorSafe<ZString>();

@@ -52,3 +52,14 @@ extern bool ourVmInitCalled;
 extern bool ourVmDeathCalled;
 
 inline bool isAttaching() { return (ourCapabilities & CAP_ATTACHED) != 0; }
+
+#include "foundation/ZString.h"
+#include "foundation/ZVector.h"
+
+// Native methods are wrapped under this prefix; a method whose name begins
+// with it is invisible in stacks.
+extern const char ourNativeMethodPrefix[];
+
+// Every class path element the agent added: the runtime archive and the
+// probe class path.
+extern ZVectorSafe<ZString>& ourProbeClassPathElements;

@@ -1,0 +1,94 @@
+// The library's door to the JVM: the exported entry points.
+#include <cstdio>
+#include <cstdlib>
+
+#include "agent/AgentLoad.h"
+#include "agent/AgentState.h"
+#include "agent/Logger.h"
+#include "agent/Options.h"
+#include "foundation/System.h"
+
+void doExit(int code) {
+    exit(code);
+}
+
+// PRE, the options, POST, joined by "," with every comma at the two ends
+// removed: an option in POST wins wherever the last occurrence counts.
+ZString getFullOptions(const char* options) {
+    ZString joined = z_getenv("KZT_STARTUP_OPTIONS_PRE");
+    joined.append(",").append(options != nullptr ? options : "").append(",");
+    joined.append(z_getenv("KZT_STARTUP_OPTIONS_POST"));
+    int from = 0;
+    int to = joined.getLength();
+    while (from < to && joined[from] == ',') from++;
+    while (to > from && joined[to - 1] == ',') to--;
+    return joined.substring(from, to);
+}
+
+static void logEntry(const char* word, const char* options, const ZString& fullOptions) {
+    ZString text(word);
+    text.append(": orig_options=").append(options != nullptr ? options : "");
+    text.append("\n  full_options=").append(fullOptions);
+    Logger::message(text);
+}
+
+static void disposeEnvironment(jvmtiEnv*& env) {
+    if (env != nullptr) env->DisposeEnvironment();
+    env = nullptr;
+}
+
+extern "C" {
+
+JNIEXPORT jint JNICALL Agent_OnLoad(JavaVM* vm, char* options, void* reserved) {
+    try {
+        ZString fullOptions = getFullOptions(options);
+        ourOptions.initializeLogger(fullOptions);
+        logEntry("Agent_OnLoad", options, fullOptions);
+        int code = agentLoadImpl(vm, fullOptions);
+        if (code != LOAD_OK) doExit(code);
+        return 0;
+    } catch (...) {
+        Logger::exceptionCaught(__FILE__, __LINE__);
+        fputs("Cannot start: internal error in the profiler agent; see its log\n", stderr);
+        doExit(LOAD_ENV_FAILED);
+    }
+}
+
+JNIEXPORT jint JNICALL Agent_OnAttach(JavaVM* vm, char* options, void* reserved) {
+    try {
+        ZString fullOptions = getFullOptions(options);
+        if (ourJVMTI == nullptr) ourOptions.initializeLogger(fullOptions);
+        logEntry("Agent_OnAttach", options, fullOptions);
+        bool alreadyLoaded = ourJVMTI != nullptr;
+        ourCapabilities |= CAP_ATTACHED;
+        int code = agentLoadImpl(vm, fullOptions);
+        if (code != LOAD_OK && !alreadyLoaded) {
+            disposeEnvironment(ourJVMTI);
+            disposeEnvironment(ourJVMTI_ClassesLoadedBeforeAttach);
+            disposeEnvironment(ourJVMTI_SnapshotTemp_Classes);
+            disposeEnvironment(ourJVMTI_ClassInstanceStats);
+            disposeEnvironment(ourJVMTI_MonitorProfiling);
+            disposeEnvironment(ourJVMTI_Exceptions_class2classNameStrID);
+            disposeEnvironment(ourJVMTI_ClassUnload_class2classNameStrID);
+            disposeEnvironment(ourJVMTI_PersistentObjectIDs);
+            disposeEnvironment(ourJVMTI_AllocatorMethod);
+        }
+        return code;
+    } catch (...) {
+        // The target process stays alive: an attach never takes it down.
+        Logger::exceptionCaught(__FILE__, __LINE__);
+        return LOAD_ATTACH_INIT_FAILED;
+    }
+}
+
+JNIEXPORT jint JNICALL JVM_OnLoad(JavaVM* vm, char* options, void* reserved) {
+    if (ourJVMTI != nullptr) return 0;
+    fputs("Cannot start: Java 7 or newer is required. To profile on this old Java version, use corresponding old "
+          "version of Corvane Java Profiler\n",
+          stderr);
+    doExit(LOAD_JVM_ONLOAD_ONLY);
+}
+
+JNIEXPORT void JNICALL Agent_OnUnload(JavaVM* vm) {}
+
+}  // extern "C"

@@ -1,0 +1,199 @@
+// The live-phase steps: agentStart (natives), agentInit (the Java half),
+// onStartProfiling, and the VMStart, VMInit and VMDeath events.
+#include "agent/AgentLoad.h"
+#include "agent/AgentState.h"
+#include "agent/JvmGlue.h"
+#include "agent/Logger.h"
+#include "agent/Options.h"
+#include "foundation/System.h"
+#include "foundation/ZLock.h"
+
+static jclass ourClassCoreGlobalRef = nullptr;
+
+static const char* const CORE_INIT_SIGNATURE =
+    "(IILjava/lang/String;Ljava/lang/String;Ljava/lang/String;Ljava/lang/String;Ljava/lang/String;IJIIZLjava/lang/"
+    "String;)Z";
+
+void agentStart(JNIEnv* env) {
+    Logger::message("agentStart: 1");
+    Logger::message("agentStart: 2");
+    jclass callbackClass = findClass(env, "com/corvane/runtime/Callback");
+    jint result = env->RegisterNatives(callbackClass, ourAgentNativeMethods, ourAgentNativeMethodCount);
+    if (result != 0) {
+        env->ExceptionClear();
+        Logger::error(ZString("error: RegisterNatives for Callback failed with code ") + ZString::fromLong(result),
+                      __FILE__, __LINE__);
+    }
+    env->DeleteLocalRef(callbackClass);
+    Logger::message("agentStart: OK");
+}
+
+// Lets the runtime classes reach jdk.internal.misc on Java 9 and newer.
+static void exportInternalMisc(JNIEnv* env) {
+    jobject miscModule = nullptr;
+    jvmtiError error = ourJVMTI->GetNamedModule(nullptr, "jdk/internal/misc", &miscModule);
+    if (error != JVMTI_ERROR_NONE) {
+        Logger::message(ZString("error: GetNamedModule returned ") + getJvmtiErrorName(ourJVMTI, error));
+        return;
+    }
+    if (miscModule == nullptr) {
+        Logger::message("error: module for jdk/internal/misc is NULL");
+        return;
+    }
+    jclass callbackClass = findClass(env, "com/corvane/runtime/Callback");
+    jobject callbackModule = env->GetModule(callbackClass);
+    if (callbackModule == nullptr) {
+        env->ExceptionClear();
+        Logger::message("error: Callback module is NULL");
+        return;
+    }
+    error = ourJVMTI->AddModuleExports(miscModule, "jdk.internal.misc", callbackModule);
+    Logger::message(ZString("AddModuleExports returned ") + getJvmtiErrorName(ourJVMTI, error));
+}
+
+static void retransformEarlyClass(JNIEnv* env, const char* name) {
+    Logger::message(ZString("Retransform early class: ") + name);
+    jclass klass = env->FindClass(name);
+    if (klass == nullptr) {
+        env->ExceptionClear();
+        return;
+    }
+    jvmtiError error = ourJVMTI->RetransformClasses(1, &klass);
+    if (error != JVMTI_ERROR_NONE) {
+        Logger::message(ZString("warning: retransform early class failed: ") + getJvmtiErrorName(ourJVMTI, error));
+        cleanupAfterRetransformClassesFailure(env);
+    }
+    env->DeleteLocalRef(klass);
+}
+
+static jstring javaString(JNIEnv* env, const ZString& text) {
+    jstring result = newJavaString(env, text);
+    assertJni(env);
+    return result;
+}
+
+bool agentInit(JNIEnv* env) {
+    Logger::message("agentInit: 1");
+    if (ourIsJava9orNewer && !ourOptions.isInternalOption("_force_sun_misc_Unsafe")) exportInternalMisc(env);
+
+    jclass coreClass = findClass(env, "com/corvane/runtime/Core");
+    ourClassCoreGlobalRef = (jclass)env->NewGlobalRef(coreClass);
+    env->DeleteLocalRef(coreClass);
+    Logger::message("agentInit: Core loaded");
+
+    jmethodID init = env->GetStaticMethodID(ourClassCoreGlobalRef, "init", CORE_INIT_SIGNATURE);
+    assertJni(env);
+    ZString triggerText = ourOptions.getTriggerText() +
+                          readConfigFromFile(ourOptions.getTriggersPath(), "triggers.txt", "");
+    jboolean initialized = env->CallStaticBooleanMethod(
+        ourClassCoreGlobalRef, init, (jint)ourOptions.getLowerPort(), (jint)ourOptions.getUpperPort(),
+        javaString(env, ourOptions.getListen()), javaString(env, ourOptions.getSessionName()),
+        javaString(env, ourOptions.getSnapshotNameFormat()), javaString(env, ourOptions.getDir()),
+        javaString(env, ourOptions.getProfilerDir()), (jint)ourOptions.getIdePort(), (jlong)getDatabaseSessionId(),
+        (jint)ourOptions.getDelay(), (jint)ourOptions.getTelemetryLimit(), (jboolean)!ourOptions.isOomeDumperDisabled(),
+        javaString(env, triggerText));
+    assertJni(env);
+    Logger::message("agentInit: Core.init() called");
+    if (!initialized) {
+        Logger::message("error: agentInit: Core.init() returned false", stdout);
+        return false;
+    }
+
+    if (ourIsJava9orNewer && !isAttaching()) {
+        retransformEarlyClass(env, "java/io/FileInputStream");
+        retransformEarlyClass(env, "java/io/FileOutputStream");
+    }
+
+    jthread detector = createThread(env, "KZTAgent-OomeSnapshotDetector");
+    check_JVMTI_error(ourJVMTI->RunAgentThread(detector, detector_thread_entry, nullptr, JVMTI_THREAD_MAX_PRIORITY));
+    env->DeleteLocalRef(detector);
+
+    ourVmInitCalled = true;
+    Logger::message("agentInit: OK");
+    return true;
+}
+
+void onStartProfiling(JNIEnv* env) {
+    Logger::message("onStartProfiling: entering...");
+    if (ourOptions.isSampling()) {
+        Logger::message("onStartProfiling: will start CPU sampling...");
+        startCpuProfilingFromOptions(env, (int64_t)ourOptions.getSamplingMode() | 4);
+    } else if (ourOptions.isTracing()) {
+        Logger::message("onStartProfiling: will start CPU tracing...");
+        startCpuProfilingFromOptions(env, 12);
+    } else if (ourOptions.isCallCounting()) {
+        Logger::message("onStartProfiling: will start call counting...");
+        startCpuProfilingFromOptions(env, 4100);
+    }
+    if (ourOptions.getAllocationMode() != 0) {
+        Logger::message("onStartProfiling: will start allocation recording...");
+        startAllocationRecordingFromOptions(env);
+    }
+    if (ourOptions.isMonitorProfiling()) {
+        Logger::message("onStartProfiling: will start monitor profiling...");
+        startMonitorProfilingFromOptions(env);
+    }
+    Logger::message("onStartProfiling: done");
+}
+
+void JNICALL vmStart(jvmtiEnv* jvmti, JNIEnv* env) {
+    try {
+        agentStart(env);
+    } catch (...) {
+        Logger::exceptionCaught(__FILE__, __LINE__);
+    }
+}
+
+void JNICALL vmInit(jvmtiEnv* jvmti, JNIEnv* env, jthread thread) {
+    try {
+        Logger::message("vmInit: 1");
+        {
+            LockHolder holder(&ourLock, LOCK_SITE);
+            advanceGenerationOnLoad(holder, "JVM initialization");
+        }
+        Logger::message("vmInit: 2");
+        if (!agentInit(env)) doExit(LOAD_VMINIT_FAILED);
+        Logger::message("vmInit: 3");
+        onStartProfiling(env);
+        Logger::message("vmInit: OK");
+    } catch (...) {
+        Logger::exceptionCaught(__FILE__, __LINE__);
+    }
+}
+
+static void callCoreStatic(JNIEnv* env, const char* name) {
+    jmethodID method = env->GetStaticMethodID(ourClassCoreGlobalRef, name, "()V");
+    assertJni(env);
+    env->CallStaticVoidMethod(ourClassCoreGlobalRef, method);
+    assertJni(env);
+}
+
+void JNICALL vmDeath(jvmtiEnv* jvmti, JNIEnv* env) {
+    try {
+        Logger::message("vmDeath: 1");
+        if (!ourVmInitCalled) {
+            Logger::message("vmDeath: nothing to do");
+            return;
+        }
+        ourVmDeathCalled = true;
+        Logger::message("vmDeath: 2");
+        callCoreStatic(env, "runOnJvmExitTriggers");
+        callCoreStatic(env, "notifyLwOnJvmExit");
+        Logger::message("vmDeath: 3");
+        uint64_t allocationBits = ourStatus & 0x6002;
+        bool anyRecording = allocationBits != 0 || (ourStatus & 128) != 0 || (ourStatus & 0x100c) != 0;
+        if (ourOptions.isOnExitSnapshot() || ourOptions.isOnExitMemory() || anyRecording) {
+            bool memory = allocationBits == 2 || allocationBits == 0x2002 || ourOptions.isOnExitMemory();
+            jmethodID capture = env->GetStaticMethodID(ourClassCoreGlobalRef, "captureSnapshotOnExit", "(J)V");
+            assertJni(env);
+            env->CallStaticVoidMethod(ourClassCoreGlobalRef, capture, (jlong)(memory ? 1 : 0));
+            assertJni(env);
+        }
+        Logger::message("vmDeath: 4");
+        // DataDumpRequest was never enabled; disabling it is harmless.
+        ourJVMTI->SetEventNotificationMode(JVMTI_DISABLE, (jvmtiEvent)71, nullptr);
+        Logger::message("vmDeath: OK");
+    } catch (...) {
+        Logger::exceptionCaught(__FILE__, __LINE__);
+    }
+}

@@ -1,0 +1,171 @@
+// The natives of com.corvane.runtime.Callback, registered from one table
+// sorted by name. Each body runs inside the boundary rule.
+#include "agent/AgentLoad.h"
+#include "agent/AgentState.h"
+#include "agent/JvmGlue.h"
+#include "agent/Logger.h"
+#include "agent/Options.h"
+#include "foundation/System.h"
+#include "foundation/UptimeProvider.h"
+#include "foundation/ZLock.h"
+
+#define NATIVE(name) Java_com_corvane_runtime_Callback_##name
+
+static void throwUnexpectedKey(JNIEnv* env, const ZString& key) {
+    throwException(env, (ZString("unexpected dispatch key '") + key + "'").c_str());
+}
+
+extern "C" {
+
+JNIEXPORT jlong JNICALL NATIVE(getTimeNsForTracing)(JNIEnv* env, jclass) {
+    return getTimeNsForTracing();
+}
+
+JNIEXPORT jlong JNICALL NATIVE(getUptimeMs)(JNIEnv* env, jclass) {
+    return ourUptimeProvider.getUptimeMs();
+}
+
+JNIEXPORT void JNICALL NATIVE(correctUptimeMs)(JNIEnv* env, jclass, jlong etalonMs) {
+    KZT_NATIVE_BEGIN
+    LockHolder holder(&ourLock, LOCK_SITE);
+    ourUptimeProvider.correctUptimeMs(holder, etalonMs);
+    KZT_NATIVE_END(env, )
+}
+
+JNIEXPORT jlong JNICALL NATIVE(getStatus)(JNIEnv* env, jclass) {
+    return (jlong)ourStatus;
+}
+
+JNIEXPORT jlong JNICALL NATIVE(getCapabilities)(JNIEnv* env, jclass) {
+    return (jlong)ourCapabilities;
+}
+
+JNIEXPORT jint JNICALL NATIVE(getPhase)(JNIEnv* env, jclass) {
+    jvmtiPhase phase = JVMTI_PHASE_DEAD;
+    ourJVMTI->GetPhase(&phase);
+    return phase;
+}
+
+JNIEXPORT jint JNICALL NATIVE(getTelemetryPeriodMs)(JNIEnv* env, jclass) {
+    return ourOptions.getTelemetryPeriod();
+}
+
+JNIEXPORT jint JNICALL NATIVE(getAllocationRecordingSettingsRecordEach)(JNIEnv* env, jclass) {
+    return ourOptions.getAllocEach();
+}
+
+JNIEXPORT jint JNICALL NATIVE(getAllocationRecordingSettingsSizeLimit)(JNIEnv* env, jclass) {
+    return ourOptions.getAllocSizeLimit();
+}
+
+JNIEXPORT jlong JNICALL NATIVE(getProcessCpuTimeNs)(JNIEnv* env, jclass, jboolean kernelOnly) {
+    return getProcessCpuTimeNs(kernelOnly);
+}
+
+JNIEXPORT jlong JNICALL NATIVE(getProcessMemoryUsage)(JNIEnv* env, jclass) {
+    return getProcessMemoryUsage();
+}
+
+JNIEXPORT jlong JNICALL NATIVE(getProcessPhysicalMemoryUsage)(JNIEnv* env, jclass) {
+    return getProcessPhysicalMemoryUsage();
+}
+
+JNIEXPORT void JNICALL NATIVE(messageToLogFile)(JNIEnv* env, jclass, jstring text) {
+    KZT_NATIVE_BEGIN
+    Logger::message(createZS(env, text));
+    KZT_NATIVE_END(env, )
+}
+
+JNIEXPORT void JNICALL NATIVE(messageToStdout)(JNIEnv* env, jclass, jstring text) {
+    KZT_NATIVE_BEGIN
+    Logger::message(createZS(env, text), stdout);
+    KZT_NATIVE_END(env, )
+}
+
+JNIEXPORT void JNICALL NATIVE(messageToStderr)(JNIEnv* env, jclass, jstring text) {
+    KZT_NATIVE_BEGIN
+    Logger::message(createZS(env, text), stderr);
+    KZT_NATIVE_END(env, )
+}
+
+JNIEXPORT jlong JNICALL NATIVE(dispatchLong)(JNIEnv* env, jclass, jstring jkey) {
+    KZT_NATIVE_BEGIN
+    ZString key = createZS(env, jkey);
+    if (key.equals("d_getSystemCpuTimeNs")) return getSystemCpuTimeNs(false);
+    if (key.equals("d_getPid")) return z_getpid();
+    if (key.equals("_socket_timeout_ms") || key.equals("_tele_sample_threshold_ms"))
+        return ourOptions.getInternalInt(key.c_str(), -1);
+    if (key.equals("_no_http") || key.equals("_no_gc_pause_counter"))
+        return ourOptions.isInternalOption(key.c_str()) ? 1 : 0;
+    throwUnexpectedKey(env, key);
+    return 0;
+    KZT_NATIVE_END(env, 0)
+}
+
+JNIEXPORT jobject JNICALL NATIVE(dispatchNullable)(JNIEnv* env, jclass, jstring jkey, jobjectArray jargs) {
+    KZT_NATIVE_BEGIN
+    ZString key = createZS(env, jkey);
+    ZVectorSafe<ZString> args;
+    fillStringVectorFromJArray(env, jargs, args);
+    if (key.equals("d_command_line")) {
+        ZVectorSafe<ZString> arguments;
+        getCommandLineParameters(arguments);
+        return newStringArray(env, arguments);
+    }
+    if (key.equals("d_process_owner")) return newJavaString(env, getProcessOwnerUnix(z_getpid()));
+    if (key.equals("d_get_platform")) return newJavaString(env, getPresentablePlatformName());
+    if (key.equals("d_getHostName")) return newJavaString(env, getHostName());
+    if (key.equals("d_get_env")) {
+        if (args.getSize() != 1) {
+            throwException(env, "expected: key");
+            return nullptr;
+        }
+        if (args[0].isEmpty()) {
+            throwException(env, "key must not be empty");
+            return nullptr;
+        }
+        return newJavaString(env, z_getenv(args[0].c_str()));
+    }
+    if (key.equals("d_set_env")) {
+        if (args.getSize() != 2) {
+            throwException(env, "expected: key value");
+            return nullptr;
+        }
+        if (args[0].isEmpty()) {
+            throwException(env, "key must not be empty");
+            return nullptr;
+        }
+        z_setenv(args[0].c_str(), args[1].c_str());
+        return nullptr;
+    }
+    throwUnexpectedKey(env, key);
+    return nullptr;
+    KZT_NATIVE_END(env, nullptr)
+}
+
+}  // extern "C"
+
+#define ROW(name, signature) {(char*)#name, (char*)signature, (void*)NATIVE(name)}
+
+// Sorted by name.
+JNINativeMethod ourAgentNativeMethods[] = {
+    ROW(correctUptimeMs, "(J)V"),
+    ROW(dispatchLong, "(Ljava/lang/String;)J"),
+    ROW(dispatchNullable, "(Ljava/lang/String;[Ljava/lang/String;)Ljava/lang/Object;"),
+    ROW(getAllocationRecordingSettingsRecordEach, "()I"),
+    ROW(getAllocationRecordingSettingsSizeLimit, "()I"),
+    ROW(getCapabilities, "()J"),
+    ROW(getPhase, "()I"),
+    ROW(getProcessCpuTimeNs, "(Z)J"),
+    ROW(getProcessMemoryUsage, "()J"),
+    ROW(getProcessPhysicalMemoryUsage, "()J"),
+    ROW(getStatus, "()J"),
+    ROW(getTelemetryPeriodMs, "()I"),
+    ROW(getTimeNsForTracing, "()J"),
+    ROW(getUptimeMs, "()J"),
+    ROW(messageToLogFile, "(Ljava/lang/String;)V"),
+    ROW(messageToStderr, "(Ljava/lang/String;)V"),
+    ROW(messageToStdout, "(Ljava/lang/String;)V"),
+};
+
+const int ourAgentNativeMethodCount = sizeof(ourAgentNativeMethods) / sizeof(ourAgentNativeMethods[0]);

@@ -1,0 +1,55 @@
+// JVMTI event handlers whose work belongs to later stages (class rewriting,
+// allocation, monitor and exception recording). Each stays within the
+// boundary rule: nothing thrown here ever reaches the JVM.
+#include "agent/AgentLoad.h"
+#include "agent/AgentState.h"
+#include "agent/Logger.h"
+
+void JNICALL object_free_handler(jvmtiEnv* jvmti, jlong tag) {}
+void JNICALL object_free_handler_JVMTI_ClassUnload(jvmtiEnv* jvmti, jlong tag) {}
+void JNICALL object_free_handler_JVMTI_PersistentObjectIDs(jvmtiEnv* jvmti, jlong tag) {}
+
+void JNICALL vm_object_alloc_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jobject object,
+                                     jclass objectClass, jlong size) {}
+
+void JNICALL sampled_object_alloc_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jobject object,
+                                          jclass objectClass, jlong size) {}
+
+void JNICALL class_file_load_hook_handler(jvmtiEnv* jvmti, JNIEnv* env, jclass classBeingRedefined,
+                                          jobject loader, const char* name, jobject protectionDomain,
+                                          jint classDataLength, const unsigned char* classData,
+                                          jint* newClassDataLength, unsigned char** newClassData) {}
+
+// Wanted for its side effect in the JVM, not its content.
+void JNICALL class_load_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jclass klass) {}
+
+void JNICALL class_prepare_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jclass klass) {
+    try {
+        if (ourCapabilities & CAP_ASYNC_SAMPLING) {
+            // Forces the method ids of the class into being.
+            jint count = 0;
+            jmethodID* methods = nullptr;
+            if (jvmti->GetClassMethods(klass, &count, &methods) == JVMTI_ERROR_NONE)
+                jvmti->Deallocate((unsigned char*)methods);
+        }
+    } catch (...) {
+        Logger::exceptionCaught(__FILE__, __LINE__);
+    }
+}
+
+void JNICALL monitorContendedEnter(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jobject object) {}
+void JNICALL monitorContendedEntered(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jobject object) {}
+void JNICALL monitorWait(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jobject object, jlong timeout) {}
+void JNICALL monitorWaited(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jobject object, jboolean timedOut) {}
+
+void JNICALL exception_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jmethodID method,
+                               jlocation location, jobject exception, jmethodID catchMethod,
+                               jlocation catchLocation) {}
+
+void JNICALL exception_catch(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jmethodID method,
+                             jlocation location, jobject exception) {}
+
+void JNICALL compiled_method_load(jvmtiEnv* jvmti, jmethodID method, jint codeSize, const void* codeAddress,
+                                  jint mapLength, const jvmtiAddrLocationMap* map, const void* compileInfo) {}
+void JNICALL compiled_method_unload(jvmtiEnv* jvmti, jmethodID method, const void* codeAddress) {}
+void JNICALL dynamic_code_generated(jvmtiEnv* jvmti, const char* name, const void* address, jint length) {}

@@ -1,0 +1,10 @@
+// The runtime class archive, stored in the library at build time and cut
+// into parts of ARCHIVE_PART_SIZE bytes (all full but the last).
+#pragma once
+
+const int ARCHIVE_PART_SIZE = 10240;
+
+extern const unsigned char* const ourCallbackJarParts[];
+extern const int ourCallbackJarPartSizes[];
+extern const int ourCallbackJarPartCount;
+extern const int ourCallbackJarTotalSize;
