@@ -1,0 +1,431 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <pthread.h>
+#include <pwd.h>
+#include <string>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+#include "agent/Logger.h"
+#include "foundation/System.h"
+
+namespace {
+
+// A fresh folder under /tmp, removed with its content at the end.
+class TempDir {
+public:
+    TempDir() {
+        char pattern[] = "/tmp/corvane-os-XXXXXX";
+        path = mkdtemp(pattern);
+    }
+    ~TempDir() { system(("rm -rf " + path).c_str()); }
+    std::string file(const char* name) const { return path + "/" + name; }
+    std::string path;
+};
+
+void writeText(const std::string& path, const std::string& text) {
+    FILE* f = fopen(path.c_str(), "wb");
+    ASSERT_NE(nullptr, f);
+    fwrite(text.data(), 1, text.size(), f);
+    fclose(f);
+}
+
+// Sets an environment variable for a scope and puts the old value back.
+class ScopedEnv {
+public:
+    ScopedEnv(const char* name, const char* value) : name(name) {
+        const char* old = getenv(name);
+        hadValue = old != nullptr;
+        if (hadValue) oldValue = old;
+        if (value == nullptr) unsetenv(name); else setenv(name, value, 1);
+    }
+    ~ScopedEnv() {
+        if (hadValue) setenv(name, oldValue.c_str(), 1); else unsetenv(name);
+    }
+
+private:
+    const char* name;
+    bool hadValue;
+    std::string oldValue;
+};
+
+}  // namespace
+
+TEST(Wildcards, Match) {
+    EXPECT_TRUE(wildcardMatch("a*b", "ab"));
+    EXPECT_TRUE(wildcardMatch("a*b", "axxb"));
+    EXPECT_FALSE(wildcardMatch("a*b", "a"));
+    EXPECT_FALSE(wildcardMatch("a*b", "abc"));
+    EXPECT_TRUE(wildcardMatch("", ""));
+    EXPECT_FALSE(wildcardMatch("", "a"));
+    EXPECT_TRUE(wildcardMatch("*", ""));
+    EXPECT_TRUE(wildcardMatch("a***", "a"));
+    EXPECT_TRUE(wildcardMatch("**x**y", "0x1y2y"));
+    EXPECT_TRUE(wildcardMatch("a*b*c", "abbcbc"));
+    EXPECT_FALSE(wildcardMatch("a*b*c", "acb"));
+    EXPECT_FALSE(wildcardMatch("ABC", "abc"));
+    EXPECT_TRUE(wildcardMatch(nullptr, "anything"));
+    EXPECT_TRUE(wildcardMatch("java.*", "java.lang.String"));
+    EXPECT_TRUE(wildcardMatchW(L"*\u00e9", L"caf\u00e9"));
+    EXPECT_FALSE(wildcardMatchW(L"a*", L"b"));
+    EXPECT_TRUE(wildcardMatchZS(ZString("com.*.Main"), ZString("com.acme.Main")));
+}
+
+TEST(Time, NonDescendingAcrossThreads) {
+    std::atomic<bool> descended(false);
+    auto check = [&] {
+        int64_t last = getTimeNs();
+        for (int i = 0; i < 200000; i++) {
+            int64_t now = getTimeNs();
+            if (now < last) descended = true;
+            last = now;
+        }
+    };
+    std::thread a(check), b(check);
+    a.join();
+    b.join();
+    EXPECT_FALSE(descended);
+    int64_t now = getTimeNs();
+    EXPECT_EQ(now, ensureNonDescendingTimeNs(1));
+    EXPECT_GT(getTimeNsForTracing(), 0);
+    EXPECT_STREQ("monotonic", getTimeNsInfo().c_str());
+}
+
+TEST(Time, EmulatedClockCountsOnlyBoundedSteps) {
+    const int64_t hour = 3600LL * 1000000000LL;
+    int64_t wall = 1700000000LL * 1000000000LL;
+    int64_t start = emulateMonotonicTimeNs(wall);
+    EXPECT_EQ(start + 5000000, emulateMonotonicTimeNs(wall + 5000000));
+    wall += 5000000;
+    EXPECT_EQ(start + 5000001, emulateMonotonicTimeNs(wall - hour));
+    EXPECT_EQ(start + 5000002, emulateMonotonicTimeNs(wall - hour));
+    EXPECT_EQ(start + 5000002 + 180000000000LL, emulateMonotonicTimeNs(wall + hour));
+}
+
+TEST(Time, WallClockTexts) {
+    ZString date = getCurrentDateAsYYYYMMDD();
+    EXPECT_EQ(8, date.getLength());
+    bool failed = true;
+    date.parseLong(&failed);
+    EXPECT_FALSE(failed);
+    ZString verbose = getCurrentDateTimeVerbose();
+    ASSERT_EQ(23, verbose.getLength()) << verbose.c_str();
+    EXPECT_TRUE(verbose.startsWith(date.substring(0, 4)));
+    EXPECT_EQ('-', verbose[4]);
+    EXPECT_EQ(' ', verbose[10]);
+    EXPECT_EQ('.', verbose[19]);
+    int64_t ms = getCurrentTimeMs();
+    EXPECT_GT(ms, 1500000000000LL);
+    int64_t before = getTimeNs();
+    z_sleep_ms(20);
+    EXPECT_GE(getTimeNs() - before, 20000000);
+}
+
+static void* sleepUntilReleased(void* flag) {
+    while (!((std::atomic<bool>*)flag)->load()) z_sleep_ms(1);
+    return nullptr;
+}
+
+TEST(CpuAndMemory, ThreadClocksAreTheThreadsOwn) {
+    std::atomic<bool> release(false);
+    pthread_t sleeper;
+    ASSERT_EQ(0, pthread_create(&sleeper, nullptr, sleepUntilReleased, &release));
+    int64_t before = getCurrentThreadCpuTimeNs();
+    volatile uint64_t sink = 0;
+    while (getCurrentThreadCpuTimeNs() - before < 50000000) sink = sink + 1;
+    int64_t mine = getThreadCpuTimeNs(getCurrentThreadNativeID());
+    int64_t sleepers = getThreadCpuTimeNs((int64_t)sleeper);
+    release = true;
+    pthread_join(sleeper, nullptr);
+    EXPECT_GE(mine - before, 50000000);
+    EXPECT_GE(sleepers, 0);
+    EXPECT_LT(sleepers, 40000000);
+    EXPECT_GE(getProcessCpuTimeNs(false), mine);
+    EXPECT_LE(getProcessCpuTimeNs(true), getProcessCpuTimeNs(false));
+    EXPECT_GE(getOtherProcessCpuTimeNs(z_getpid()), 0);
+    EXPECT_EQ(-1, getOtherProcessCpuTimeNs(-5));
+}
+
+TEST(CpuAndMemory, MemoryFigures) {
+    int64_t resident = getProcessPhysicalMemoryUsage();
+    EXPECT_GT(resident, 0);
+    EXPECT_GE(getProcessMemoryUsage(), resident);
+    EXPECT_GT(getSystemPhysicalMemorySize(), resident);
+    EXPECT_TRUE(is64BitMachine());
+}
+
+TEST(Process, OwnFacts) {
+    ZVectorSafe<ZString> self;
+    getCommandLineParameters(self);
+    ASSERT_GE(self.getSize(), 1);
+    EXPECT_TRUE(self[0].endsWith("unit_foundation")) << self[0].c_str();
+    ZVectorSafe<ZString> byPid;
+    getCommandLineParameters(byPid, z_getpid());
+    ASSERT_EQ(self.getSize(), byPid.getSize());
+    for (int i = 0; i < self.getSize(); i++) EXPECT_EQ(self[i], byPid[i]);
+    EXPECT_THROW(getCommandLineParameters(byPid, z_getpid()), KZTRuntimeException);
+    ZVectorSafe<ZString> none;
+    getCommandLineParameters(none, 0x7ffffff0);
+    EXPECT_TRUE(none.isEmpty());
+
+    EXPECT_EQ(ZString("unit_foundation"), getFileName(getExecutablePath(z_getpid())));
+    EXPECT_TRUE(getExecutablePath(0x7ffffff0).isEmpty());
+    EXPECT_FALSE(getAgentLibraryPath().isEmpty());
+    struct passwd* me = getpwuid(getuid());
+    ASSERT_NE(nullptr, me);
+    EXPECT_STREQ(me->pw_name, getProcessOwnerUnix(z_getpid()).c_str());
+    EXPECT_TRUE(getProcessOwnerUnix(0x7ffffff0).isEmpty());
+    EXPECT_STREQ("linux-x86-64", getPresentablePlatformName());
+    EXPECT_FALSE(getHostName().isEmpty());
+    EXPECT_EQ((int64_t)pthread_self(), getCurrentThreadNativeID());
+}
+
+TEST(Process, LiveProcessListAndDebugMessage) {
+    ZVector<int> pids;
+    getLiveProcessIds(pids);
+    EXPECT_TRUE(pids.contains(z_getpid()));
+    EXPECT_TRUE(pids.contains(1));
+    ZString message = getDebugPSMessage();
+    EXPECT_TRUE(message.startsWith("DebugPS: "));
+    EXPECT_TRUE(message.contains(" processes:\n"));
+    ZString mine("\n* ");
+    mine.appendLong(z_getpid()).appendChar(' ');
+    EXPECT_TRUE(message.contains(mine)) << message.c_str();
+}
+
+TEST(EnvironmentAndPaths, Variables) {
+    ScopedEnv unset("CORVANE_TEST_VARIABLE", nullptr);
+    EXPECT_TRUE(z_getenv("CORVANE_TEST_VARIABLE").isEmpty());
+    z_setenv("CORVANE_TEST_VARIABLE", "v1");
+    EXPECT_STREQ("v1", z_getenv("CORVANE_TEST_VARIABLE").c_str());
+    char cwd[4096];
+    ASSERT_NE(nullptr, getcwd(cwd, sizeof(cwd)));
+    EXPECT_STREQ(cwd, z_getcwd().c_str());
+}
+
+TEST(EnvironmentAndPaths, UserHome) {
+    {
+        ScopedEnv home("CORVANE_HOME", "/opt/home");
+        EXPECT_STREQ("/opt/home", getUserHome().c_str());
+        EXPECT_STREQ("/opt/home/.kzt/log", getFilePathInAppSettings("log").c_str());
+    }
+    ScopedEnv empty("CORVANE_HOME", "");
+    EXPECT_STREQ(getpwuid(getuid())->pw_dir, getUserHome().c_str());
+}
+
+TEST(EnvironmentAndPaths, TempFilePath) {
+    EXPECT_STREQ("/tmp/x", getTempFilePath(ZString(""), "x").c_str());
+    EXPECT_STREQ("/var/x", getTempFilePath(ZString("/var/"), "x").c_str());
+    EXPECT_STREQ("/var/x", getTempFilePath(ZString("/var"), "x").c_str());
+}
+
+TEST(Files, SizesOfFilesDirectoriesAndMissingOnes) {
+    TempDir dir;
+    writeText(dir.file("f"), "12345");
+    EXPECT_EQ(5, getFileSize(dir.file("f").c_str()));
+    EXPECT_EQ(-1, getFileSize(dir.path.c_str()));
+    EXPECT_EQ(-1, getFileSize(dir.file("missing").c_str()));
+    int fd = openFileForAppend(dir.file("f").c_str());
+    ASSERT_GE(fd, 0);
+    EXPECT_TRUE(setFileSize(fd, 100000));
+    close(fd);
+    EXPECT_EQ(100000, getFileSize(dir.file("f").c_str()));
+    EXPECT_TRUE(z_deleteFile(dir.file("f").c_str()));
+    EXPECT_FALSE(z_deleteFile(dir.file("f").c_str()));
+}
+
+TEST(Files, OpenModes) {
+    TempDir dir;
+    std::string path = dir.file("data");
+    EXPECT_LT(openFileForRead(path.c_str()), 0);
+    EXPECT_LT(openFileForAppend(path.c_str()), 0);
+    int fd = openFileForWriteExclusive(path.c_str());
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(3, write(fd, "abc", 3));
+    close(fd);
+    EXPECT_LT(openFileForWriteExclusive(path.c_str()), 0);
+    struct stat info;
+    ASSERT_EQ(0, stat(path.c_str(), &info));
+    mode_t mask = umask(0);
+    umask(mask);
+    EXPECT_EQ(0644 & ~mask, info.st_mode & 0777);
+
+    fd = openFileForAppend(path.c_str());
+    ASSERT_GE(fd, 0);
+    lseek(fd, 0, SEEK_END);
+    EXPECT_EQ(1, write(fd, "d", 1));
+    close(fd);
+    EXPECT_STREQ("abcd", readTextFileContentOrEmpty(path.c_str()).c_str());
+
+    fd = openFileForReadAndWrite(path.c_str());
+    ASSERT_GE(fd, 0);
+    close(fd);
+    EXPECT_EQ(0, getFileSize(path.c_str()));
+    fd = openFileForWrite(path.c_str());
+    EXPECT_EQ(2, write(fd, "xy", 2));
+    close(fd);
+    EXPECT_STREQ("xy", readTextFileContentOrEmpty(path.c_str()).c_str());
+}
+
+TEST(Files, ReadingWholeFiles) {
+    TempDir dir;
+    std::string big(100000, 'q');
+    big[5] = 0;
+    writeText(dir.file("big"), big);
+    ZVector<unsigned char, 10> bytes;
+    ASSERT_TRUE(readFile(dir.file("big").c_str(), bytes));
+    ASSERT_EQ(100000, bytes.getSize());
+    EXPECT_EQ(0, bytes[5]);
+    EXPECT_EQ('q', bytes[99999]);
+
+    FILE* f = fopen(dir.file("big").c_str(), "rb");
+    ZString text;
+    ASSERT_TRUE(readFile(f, text));
+    fclose(f);
+    EXPECT_EQ(100000, text.getLength());
+
+    EXPECT_FALSE(readFile(dir.file("none").c_str(), bytes));
+    EXPECT_TRUE(readTextFileContentOrEmpty(dir.file("none").c_str()).isEmpty());
+    // Files of /proc tell a size of 0 but have content.
+    EXPECT_FALSE(readTextFileContentOrEmpty("/proc/self/statm").isEmpty());
+
+    FileReader reader(dir.file("big").c_str());
+    ASSERT_TRUE(reader.isOpen());
+    EXPECT_TRUE(reader.seek(5));
+    EXPECT_EQ(0, reader.readByte());
+    EXPECT_TRUE(reader.seek(99999));
+    EXPECT_EQ('q', reader.readByte());
+    EXPECT_EQ(-1, reader.readByte());
+    FileReader missing(dir.file("none").c_str());
+    EXPECT_FALSE(missing.isOpen());
+    EXPECT_EQ(-1, missing.readByte());
+}
+
+TEST(Files, FoldersAndNames) {
+    TempDir dir;
+    ZString nested = ZString(dir.path.c_str()) + "/a/b//c";
+    z_mkdirs(nested);
+    EXPECT_TRUE(FileSearch::isDirectory(nested.c_str()));
+    z_mkdirs(nested);
+    EXPECT_THROW(z_mkdirs(ZString()), KZTRuntimeException);
+    writeText(dir.file("a/f.txt"), "x");
+    ZVectorSafe<ZString> names;
+    FileSearch::listFiles((dir.path + "/a").c_str(), names);
+    names.sort();
+    ASSERT_EQ(2, names.getSize());
+    EXPECT_STREQ("b", names[0].c_str());
+    EXPECT_STREQ("f.txt", names[1].c_str());
+    EXPECT_FALSE(FileSearch::isDirectory(dir.file("a/f.txt").c_str()));
+
+    EXPECT_STREQ("f.txt", getFileName(ZString("/x/y/f.txt")).c_str());
+    EXPECT_STREQ("f.txt", getFileName(ZString("f.txt")).c_str());
+    EXPECT_STREQ("/abs", getAbsoluteFilePath(ZString("/abs")).c_str());
+    EXPECT_EQ(z_getcwd() + "/rel", getAbsoluteFilePath(ZString("rel")));
+    EXPECT_STREQ("a-b-c-d-e-f-g-h-i-j-k", toFileNamePart(ZString("a\\b/c<d>e|f\"g:h?i*j\nk")).c_str());
+}
+
+TEST(Files, RelativeMkdirs) {
+    TempDir dir;
+    ZString cwd = z_getcwd();
+    ASSERT_EQ(0, chdir(dir.path.c_str()));
+    z_mkdirs(ZString("r1/r2"));
+    bool made = FileSearch::isDirectory((dir.path + "/r1/r2").c_str());
+    ASSERT_EQ(0, chdir(cwd.c_str()));
+    EXPECT_TRUE(made);
+}
+
+TEST(ConfigText, ReadAndSplit) {
+    TempDir dir;
+    writeText(dir.file("given.txt"), "given");
+    EXPECT_STREQ("given", readConfigFromFile(ZString(dir.file("given.txt").c_str()), "x.txt", "default").c_str());
+    EXPECT_STREQ("default", readConfigFromFile(ZString(dir.file("none").c_str()), "x.txt", "default").c_str());
+    ScopedEnv home("CORVANE_HOME", dir.path.c_str());
+    z_mkdirs(ZString(dir.path.c_str()) + "/.kzt");
+    writeText(dir.file(".kzt/sampling.txt"), "from settings");
+    EXPECT_STREQ("from settings", readConfigFromFile(ZString(), "sampling.txt", "default").c_str());
+    EXPECT_STREQ("default", readConfigFromFile(ZString(), "tracing.txt", "default").c_str());
+
+    ZVectorSafe<ZString> lines;
+    lines.push(ZString("stale"));
+    splitConfigFile(&lines, ZString("# comment\r\n  walltime=*  \r\n\n\t\n # indented comment\nlast"));
+    ASSERT_EQ(2, lines.getSize());
+    EXPECT_STREQ("walltime=*", lines[0].c_str());
+    EXPECT_STREQ("last", lines[1].c_str());
+    EXPECT_THROW(splitConfigFile(nullptr, ZString("")), KZTRuntimeException);
+}
+
+TEST(ConfigText, NumbersAndCopies) {
+    EXPECT_STREQ("3.14", doubleToString(3.14159, 2).c_str());
+    EXPECT_STREQ("-2", doubleToString(-2.0, 0).c_str());
+    char* copy = z_strdup("text");
+    EXPECT_STREQ("text", copy);
+    free(copy);
+}
+
+TEST(Errors, EnglishTextsByCode) {
+    EXPECT_STREQ("Broken pipe", getEnglishErrorMessage(EPIPE).c_str());
+    EXPECT_STREQ("Resource deadlock would occur", getEnglishErrorMessage(EDEADLK).c_str());
+    EXPECT_STREQ("No more processes or not enough memory or maximum nesting level reached",
+                 getEnglishErrorMessage(EAGAIN).c_str());
+    EXPECT_STREQ("Filename too long", getEnglishErrorMessage(ENAMETOOLONG).c_str());
+    EXPECT_STREQ("Function not supported", getEnglishErrorMessage(ENOSYS).c_str());
+    EXPECT_TRUE(getEnglishErrorMessage(ECONNRESET).isEmpty());
+    EXPECT_EQ(z_strerror(ECONNRESET), getLastSocketErrorText(ECONNRESET));
+    EXPECT_FALSE(z_strerror(ECONNRESET).isEmpty());
+    EXPECT_STREQ("Permission denied", getLastSocketErrorText(EACCES).c_str());
+}
+
+namespace {
+std::atomic<int> ourSigpipeCount(0);
+void countSigpipe(int) { ourSigpipeCount++; }
+}  // namespace
+
+TEST(Sockets, SendToGonePeerFailsWithoutSignal) {
+    TempDir dir;
+    Logger::ourCustomLogDirectory = dir.path.c_str();
+    Logger::ourSessionNameFromOptions = "zsend";
+    Logger::resetForTests();
+    struct sigaction counting = {}, old = {};
+    counting.sa_handler = countSigpipe;
+    sigaction(SIGPIPE, &counting, &old);
+
+    int pair[2];
+    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, pair));
+    close(pair[1]);
+    EXPECT_FALSE(z_send(pair[0], "hello", 5));
+    EXPECT_TRUE(z_send(pair[0], "", 0));
+    close(pair[0]);
+
+    sigaction(SIGPIPE, &old, nullptr);
+    EXPECT_EQ(0, ourSigpipeCount.load());
+    ZString log = readTextFileContentOrEmpty(Logger::ourLogFilePath.c_str());
+    EXPECT_TRUE(log.contains("error: send failed: Broken pipe")) << log.c_str();
+    Logger::resetForTests();
+    Logger::ourCustomLogDirectory = "";
+    Logger::ourSessionNameFromOptions = "";
+}
+
+TEST(Sockets, SendDeliversLargeBuffersWhole) {
+    int pair[2];
+    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, pair));
+    const int size = 4 << 20;
+    std::string data(size, 0);
+    for (int i = 0; i < size; i++) data[i] = (char)(i * 7);
+    std::string received;
+    std::thread reader([&] {
+        char buffer[65536];
+        ssize_t n;
+        while ((n = read(pair[1], buffer, sizeof(buffer))) > 0) received.append(buffer, n);
+    });
+    EXPECT_TRUE(z_send(pair[0], data.data(), size));
+    close(pair[0]);
+    reader.join();
+    close(pair[1]);
+    EXPECT_TRUE(received == data);
+}

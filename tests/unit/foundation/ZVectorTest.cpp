@@ -1,0 +1,97 @@
+#include <gtest/gtest.h>
+
+#include "agent/Logger.h"
+#include "foundation/ZVector.h"
+
+TEST(ZVector, EleventhPushMovesToHeapWithDoubleCapacity) {
+    ZVector<int, 10> v;
+    for (int i = 0; i < 10; i++) EXPECT_EQ(i, v.push(i));
+    EXPECT_EQ(10, v.getCapacity());
+    int* inlineStorage = v.getElements();
+    EXPECT_EQ(10, v.push(10));
+    EXPECT_EQ(20, v.getCapacity());
+    EXPECT_NE(inlineStorage, v.getElements());
+    for (int i = 0; i < 11; i++) EXPECT_EQ(i, v[i]);
+}
+
+TEST(ZVector, InitialCapacity) {
+    EXPECT_EQ(10, ZVector<int>(5).getCapacity());
+    EXPECT_EQ(33, ZVector<int>(33).getCapacity());
+    EXPECT_THROW(ZVector<int>(0), KZTRuntimeException);
+}
+
+TEST(ZVector, IndexChecks) {
+    ZVector<int> v;
+    v.push(1);
+    EXPECT_THROW(v[1], KZTRuntimeException);
+    EXPECT_THROW(v.get(-1), KZTRuntimeException);
+    EXPECT_THROW(v.set(1, 0), KZTRuntimeException);
+    EXPECT_EQ(1, v.pop());
+    EXPECT_THROW(v.pop(), KZTRuntimeException);
+    EXPECT_THROW(v.peek(), KZTRuntimeException);
+}
+
+TEST(ZVector, RemoveRange) {
+    ZVector<int> v;
+    for (int i = 0; i < 15; i++) v.push(i);
+    v.removeRange(2, 2);
+    EXPECT_EQ(15, v.getSize());
+    EXPECT_THROW(v.removeRange(3, 2), KZTRuntimeException);
+    EXPECT_THROW(v.removeRange(0, 16), KZTRuntimeException);
+    EXPECT_THROW(v.removeRange(-1, 2), KZTRuntimeException);
+    v.removeRange(2, 12);
+    ASSERT_EQ(5, v.getSize());
+    int expected[] = {0, 1, 12, 13, 14};
+    for (int i = 0; i < 5; i++) EXPECT_EQ(expected[i], v[i]);
+    v.removeRange(0, 5);
+    EXPECT_TRUE(v.isEmpty());
+}
+
+TEST(ZVector, CopiesAreIndependent) {
+    ZVector<int> a;
+    for (int i = 0; i < 25; i++) a.push(i);
+    ZVector<int> b(a);
+    ZVector<int> c;
+    c.push(99);
+    c = a;
+    a.set(0, -1);
+    EXPECT_EQ(25, b.getSize());
+    EXPECT_EQ(0, b[0]);
+    EXPECT_EQ(25, c.getSize());
+    EXPECT_EQ(0, c[0]);
+    EXPECT_EQ(24, c[24]);
+}
+
+TEST(ZVectorSafe, StringsSurviveGrowthRemovalAndCopy) {
+    ZVectorSafe<ZString> v;
+    for (int i = 0; i < 30; i++) v.push(ZString("a string too long to stay inline #") + ZString::fromLong(i));
+    v.removeRange(0, 10);
+    ZVectorSafe<ZString> copy(v);
+    v.clear();
+    ASSERT_EQ(20, copy.getSize());
+    EXPECT_STREQ("a string too long to stay inline #10", copy[0].c_str());
+    EXPECT_STREQ("a string too long to stay inline #29", copy[19].c_str());
+    EXPECT_THROW(copy.set(20, ZString("x")), KZTRuntimeException);
+}
+
+TEST(ZVectorSafe, SortPushAllPushOnce) {
+    ZVectorSafe<ZString> v;
+    const char* words[] = {"pear", "\xe9t\xe9", "apple", "Zebra", "apple", "fig", "banana", "kiwi", "lime",
+                           "date", "cherry", "grape"};
+    for (const char* w : words) v.push(ZString(w));
+    v.sort();
+    ASSERT_EQ(12, v.getSize());
+    EXPECT_STREQ("\xe9t\xe9", v[0].c_str());  // negative as a signed byte
+    EXPECT_STREQ("Zebra", v[1].c_str());
+    EXPECT_STREQ("apple", v[2].c_str());
+    EXPECT_STREQ("apple", v[3].c_str());
+    for (int i = 1; i < v.getSize(); i++) EXPECT_LE(v[i - 1].compareTo(v[i]), 0);
+
+    EXPECT_FALSE(v.pushOnce(ZString("fig")));
+    EXPECT_TRUE(v.pushOnce(ZString("plum")));
+    ZVectorSafe<ZString> all;
+    all.push(ZString("first"));
+    all.pushAll(v);
+    EXPECT_EQ(14, all.getSize());
+    EXPECT_STREQ("plum", all.peek().c_str());
+}

@@ -1,0 +1,129 @@
+#include <gtest/gtest.h>
+
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "foundation/System.h"
+#include "session/InterProcessMutex.h"
+
+namespace {
+
+// A key of this test process's own, so that parallel runs do not meet; the
+// segments are removed at the end.
+class InterProcessMutexTest : public ::testing::Test {
+protected:
+    void SetUp() override { key = (key_t)(0x4e000000 | (getpid() & 0xffffff)); }
+    void TearDown() override {
+        int id = shmget(key, 0, 0);
+        if (id >= 0) shmctl(id, IPC_RMID, nullptr);
+    }
+    volatile int* ownerWord() { return (volatile int*)createSharedMemoryUnix(key, sizeof(int)); }
+
+    key_t key;
+};
+
+// Runs `body` in a child process and returns its exit status.
+template <typename F>
+pid_t startChild(F body) {
+    pid_t child = fork();
+    if (child == 0) _exit(body());
+    return child;
+}
+
+int waitForExit(pid_t child) {
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+}  // namespace
+
+TEST_F(InterProcessMutexTest, WordHoldsTheOwnersPid) {
+    InterProcessMutex mutex(key);
+    ASSERT_TRUE(mutex.isAvailable());
+    volatile int* word = ownerWord();
+    ASSERT_NE(nullptr, word);
+    EXPECT_EQ(0, *word);
+    {
+        InterProcessMutexHolder holder(mutex);
+        EXPECT_EQ(getpid(), *word);
+    }
+    EXPECT_EQ(0, *word);
+}
+
+TEST_F(InterProcessMutexTest, SecondProcessWaitsForTheHolder) {
+    InterProcessMutex mutex(key);
+    volatile int* shared = (volatile int*)createSharedMemoryUnix(key + 1, 2 * sizeof(int));
+    ASSERT_NE(nullptr, shared);
+    shared[0] = 0;  // set by the parent just before it unlocks
+    mutex.lock();
+    pid_t child = startChild([&] {
+        InterProcessMutex childMutex(key);
+        childMutex.lock();
+        int sawRelease = shared[0];
+        childMutex.unlock();
+        return sawRelease == 1 ? 0 : 1;
+    });
+    z_sleep_ms(350);
+    shared[0] = 1;
+    mutex.unlock();
+    EXPECT_EQ(0, waitForExit(child));
+    int id = shmget(key + 1, 0, 0);
+    if (id >= 0) shmctl(id, IPC_RMID, nullptr);
+}
+
+TEST_F(InterProcessMutexTest, DeadHolderIsReplaced) {
+    pid_t child = startChild([&] {
+        InterProcessMutex childMutex(key);
+        childMutex.lock();
+        return 0;  // ends without unlocking
+    });
+    ASSERT_EQ(0, waitForExit(child));
+    volatile int* word = ownerWord();
+    ASSERT_EQ(child, *word);
+    InterProcessMutex mutex(key);
+    int64_t start = getTimeNs();
+    mutex.lock();
+    int64_t waitedMs = (getTimeNs() - start) / 1000000;
+    EXPECT_EQ(getpid(), *word);
+    EXPECT_GE(waitedMs, 100);
+    EXPECT_LT(waitedMs, 2000);
+    mutex.unlock();
+}
+
+TEST_F(InterProcessMutexTest, LiveHolderIsNotReplaced) {
+    volatile int* word = ownerWord();
+    ASSERT_NE(nullptr, word);
+    *word = 1;  // init never dies
+    volatile int* acquired = (volatile int*)createSharedMemoryUnix(key + 2, sizeof(int));
+    ASSERT_NE(nullptr, acquired);
+    *acquired = 0;
+    pid_t child = startChild([&] {
+        InterProcessMutex childMutex(key);
+        childMutex.lock();
+        *acquired = 1;
+        childMutex.unlock();
+        return 0;
+    });
+    z_sleep_ms(350);
+    EXPECT_EQ(0, *acquired);
+    *word = 0;
+    EXPECT_EQ(0, waitForExit(child));
+    EXPECT_EQ(1, *acquired);
+    int id = shmget(key + 2, 0, 0);
+    if (id >= 0) shmctl(id, IPC_RMID, nullptr);
+}
+
+TEST_F(InterProcessMutexTest, UnavailableSegmentMakesANoOpMutex) {
+    // An existing segment too small for the mutex word: attaching fails.
+    int id = shmget(key, 1, IPC_CREAT | 0600);
+    ASSERT_GE(id, 0);
+    EXPECT_EQ(nullptr, createSharedMemoryUnix(key, 64));
+    InterProcessMutex mutex(key);
+    EXPECT_FALSE(mutex.isAvailable());
+    mutex.lock();
+    mutex.lock();
+    mutex.unlock();
+}
