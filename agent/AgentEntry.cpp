@@ -12,19 +12,6 @@ void doExit(int code) {
     exit(code);
 }
 
-// PRE, the options, POST, joined by "," with every comma at the two ends
-// removed: an option in POST wins wherever the last occurrence counts.
-ZString getFullOptions(const char* options) {
-    ZString joined = z_getenv("KZT_STARTUP_OPTIONS_PRE");
-    joined.append(",").append(options != nullptr ? options : "").append(",");
-    joined.append(z_getenv("KZT_STARTUP_OPTIONS_POST"));
-    int from = 0;
-    int to = joined.getLength();
-    while (from < to && joined[from] == ',') from++;
-    while (to > from && joined[to - 1] == ',') to--;
-    return joined.substring(from, to);
-}
-
 static void logEntry(const char* word, const char* options, const ZString& fullOptions) {
     ZString text(word);
     text.append(": orig_options=").append(options != nullptr ? options : "");
