@@ -69,7 +69,7 @@ public:
 
 private:
     static int32_t firstWord(const T* record) {
-        int32_t word;
+        int32_t word = 0;  // records smaller than a word compare on their bytes only
         memcpy(&word, (const void*)record, sizeof(word) < sizeof(T) ? sizeof(word) : sizeof(T));
         return word;
     }

@@ -112,17 +112,19 @@ void ZStringImpl<C>::clear() {
     data[0] = 0;
 }
 
+// Sizes are summed in 64 bits: doubling a large capacity must not overflow.
 template <typename C>
-void ZStringImpl<C>::ensureCapacity(int needed) {
+void ZStringImpl<C>::ensureCapacity(long long needed) {
     if (needed <= capacity) return;
-    int grown = capacity * 2;
+    if (needed > 0x7fffffff) zstringFail(__LINE__);
+    long long grown = (long long)capacity * 2;
     if (grown < needed) grown = needed;
-    if (grown < 0) grown = 0x7fffffff;
+    if (grown > 0x7fffffff) grown = 0x7fffffff;
     C* bigger = new C[grown];
     memcpy(bigger, data, (length + 1) * sizeof(C));
     if (data != inlineBuffer) delete[] data;
     data = bigger;
-    capacity = grown;
+    capacity = (int32_t)grown;
 }
 
 template <typename C>
@@ -139,7 +141,7 @@ ZStringImpl<C>& ZStringImpl<C>::append(const C* chars, int count) {
         ZStringImpl copy(chars, count);
         return append(copy.data, count);
     }
-    ensureCapacity(length + count + 1);
+    ensureCapacity((long long)length + count + 1);
     memcpy(data + length, chars, count * sizeof(C));
     length += count;
     data[length] = 0;
@@ -148,7 +150,7 @@ ZStringImpl<C>& ZStringImpl<C>::append(const C* chars, int count) {
 
 template <typename C>
 ZStringImpl<C>& ZStringImpl<C>::appendChar(C c) {
-    ensureCapacity(length + 2);
+    ensureCapacity((long long)length + 2);
     data[length++] = c;
     data[length] = 0;
     return *this;

@@ -102,7 +102,7 @@ public:
 
 private:
     void release();
-    void ensureCapacity(int needed);
+    void ensureCapacity(long long needed);
     void assign(const C* chars, int count);
     int indexOf(const C* needle, int needleLength, int from) const;
     ZStringImpl concat(const C* chars, int count) const;

@@ -40,8 +40,14 @@ public:
     const T* getElements() const { return elements; }
 
     int push(const T& value) {
-        if (size == capacity) grow(capacity * 2);
-        elements[size] = value;
+        if (size == capacity) {
+            // `value` may be one of our own elements: copy it before the storage moves.
+            T copy = value;
+            grow(capacity * 2);
+            elements[size] = static_cast<T&&>(copy);
+        } else {
+            elements[size] = value;
+        }
         return size++;
     }
     T pop() {
@@ -96,8 +102,9 @@ public:
     // Grows to `newSize` elements, new ones set to `fill`.
     void resize(int newSize, const T& fill = T()) {
         if (newSize < 0) zvectorFail("zvector::zvector", newSize, -1);
+        T copy = fill;  // `fill` may be one of our own elements
         if (newSize > capacity) grow(newSize > capacity * 2 ? newSize : capacity * 2);
-        for (int i = size; i < newSize; i++) elements[i] = fill;
+        for (int i = size; i < newSize; i++) elements[i] = copy;
         size = newSize;
     }
     int indexOf(const T& value) const {

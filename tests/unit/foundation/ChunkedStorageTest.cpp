@@ -128,3 +128,11 @@ TEST(ZLock, IsRecursive) {
     LockHolder none(nullptr, LOCK_SITE);
     EXPECT_STREQ("test", lock.getName().c_str());
 }
+
+TEST(ZIntChunkMap, RecordsSmallerThanAWordCompareOnTheirOwnBytes) {
+    ZIntChunkMap<unsigned char> map(1, 7);
+    unsigned char* record = map.getPtr(9, true);
+    EXPECT_EQ(nullptr, map.getPtr(9, false));
+    *record = 8;
+    EXPECT_EQ(record, map.getPtr(9, false));
+}

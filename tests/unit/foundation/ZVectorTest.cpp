@@ -95,3 +95,16 @@ TEST(ZVectorSafe, SortPushAllPushOnce) {
     EXPECT_EQ(14, all.getSize());
     EXPECT_STREQ("plum", all.peek().c_str());
 }
+
+TEST(ZVector, PushOfOwnElementSurvivesGrowth) {
+    ZVector<int> numbers;
+    for (int i = 0; i < 20; i++) numbers.push(i + 100);
+    numbers.push(numbers[0]);  // full heap storage: the element lives in the array being replaced
+    EXPECT_EQ(100, numbers[20]);
+
+    ZVectorSafe<ZString> strings;
+    for (int i = 0; i < 10; i++) strings.push(ZString::fromLong(i));
+    strings.push(strings[3]);  // full inline storage: growth moves the elements out
+    EXPECT_STREQ("3", strings[10].c_str());
+    EXPECT_STREQ("3", strings[3].c_str());
+}
