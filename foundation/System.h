@@ -26,7 +26,8 @@ ZString getCurrentDateTimeVerbose();
 // ---- CPU and memory ----
 // The calling thread's own CPU time (user plus system) in ns; -1 on failure.
 int64_t getCurrentThreadCpuTimeNs();
-// CPU time of the thread with that native id (a pthread_t); -1 on failure.
+// CPU time of the thread with that native id (a pthread_t), which must be
+// alive: the id of an ended thread names nothing. -1 on failure.
 int64_t getThreadCpuTimeNs(int64_t threadId);
 int64_t getProcessCpuTimeNs(bool kernelOnly);
 int64_t getSystemCpuTimeNs(bool kernelOnly);
