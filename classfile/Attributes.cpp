@@ -1,0 +1,173 @@
+#include "classfile/Attributes.h"
+
+#include "agent/Logger.h"
+#include "classfile/CodeAttribute.h"
+
+AttributeInfo::AttributeInfo(Kind kind, int nameIndex, int length)
+    : myAttributeNameIndex(nameIndex), myAttributeLength(length), myKind(kind) {
+    KZT_ASSERT(nameIndex >= 1);
+    KZT_ASSERT(length >= 0);
+}
+
+void AttributeInfo::setAttributeLength(int length) {
+    KZT_ASSERT(length >= 0);
+    myAttributeLength = length;
+}
+
+void AttributeInfo::write(DataOutput& out) {
+    out.writeUnsignedShort(myAttributeNameIndex);
+    out.writeInt(myAttributeLength);
+    writeTo(out);
+}
+
+void AttributeInfo::deleteAll(ZVector<AttributeInfo*, 10>& attributes) {
+    for (int i = 0; i < attributes.getSize(); i++) delete attributes[i];
+    attributes.clear();
+}
+
+void AttributeInfo::readAll(DataInput& in, ConstantPool* pool, ZVector<AttributeInfo*, 10>& attributes) {
+    try {
+        int count = in.readUnsignedShort();
+        for (int i = 0; i < count; i++) attributes.push(AttributeInfoReader::create(in, pool));
+    } catch (...) {
+        deleteAll(attributes);
+        throw;
+    }
+}
+
+void AttributeInfo::writeAll(DataOutput& out, ZVector<AttributeInfo*, 10>& attributes) {
+    out.writeUnsignedShort(attributes.getSize());
+    for (int i = 0; i < attributes.getSize(); i++) attributes[i]->write(out);
+}
+
+// Names by length first: a class has few attribute names, but many attributes.
+static AttributeInfo* createByName(const ZString& name, DataInput& in, ConstantPool* pool, int nameIndex, int length) {
+    switch (name.getLength()) {
+    case 4:
+        if (name.equals("Code")) return new CodeAttribute(in, pool, nameIndex, length);
+        break;
+    case 9:
+        if (name.equals("Synthetic")) return new SyntheticAttribute(nameIndex, length);
+        break;
+    case 10:
+        if (name.equals("Deprecated")) return new DeprecatedAttribute(nameIndex, length);
+        if (name.equals("Exceptions")) return new ExceptionsAttribute(in, pool, nameIndex, length);
+        if (name.equals("SourceFile")) return new SourceFileAttribute(in, pool, nameIndex, length);
+        break;
+    case 12:
+        if (name.equals("InnerClasses")) return new InnerClassesAttribute(in, pool, nameIndex, length);
+        break;
+    case 13:
+        if (name.equals("ConstantValue")) return new ConstantValueAttribute(in, nameIndex, length);
+        if (name.equals("StackMapTable")) return new StackMapTableAttribute(in, nameIndex, length);
+        break;
+    case 15:
+        if (name.equals("LineNumberTable")) return new LineNumberTableAttribute(in, nameIndex, length);
+        break;
+    case 18:
+        if (name.equals("LocalVariableTable")) return new LocalVariableTableAttribute(in, pool, nameIndex, length);
+        break;
+    case 22:
+        if (name.equals("LocalVariableTypeTable")) return new LocalVariableTypeTableAttribute(in, pool, nameIndex, length);
+        break;
+    case 25:
+        if (name.equals("RuntimeVisibleAnnotations")) return new AnnotationsAttribute(in, nameIndex, length);
+        break;
+    case 27:
+        if (name.equals("RuntimeInvisibleAnnotations")) return new AnnotationsAttribute(in, nameIndex, length);
+        break;
+    case 36:
+        if (name.equals("RuntimeInvisibleParameterAnnotations")) return new ParameterAnnotationsAttribute(in, nameIndex, length);
+        break;
+    }
+    return new UnknownAttribute(in, nameIndex, length);
+}
+
+AttributeInfo* AttributeInfoReader::create(DataInput& in, ConstantPool* pool) {
+    int nameIndex = in.readUnsignedShort();
+    int length = in.readInt();
+    KZT_ASSERT(nameIndex >= 1);
+    KZT_ASSERT(length >= 0);
+    const ZString& name = ConstantPoolInfo::getUtf8(pool, nameIndex);
+    int start = in.getPosition();
+    AttributeInfo* attribute = createByName(name, in, pool, nameIndex, length);
+    if (in.getPosition() - start != length) {
+        delete attribute;
+        Logger::error("assertion failed", __FILE__, __LINE__);
+    }
+    return attribute;
+}
+
+RawAttribute::RawAttribute(Kind kind, DataInput& in, int nameIndex, int length) : AttributeInfo(kind, nameIndex, length) {
+    in.peek(length);  // fail on a bad length before allocating for it
+    myBytes.resize(length);
+    in.readFully(myBytes.getElements(), length);
+}
+
+RawAttribute::RawAttribute(Kind kind, int nameIndex, const unsigned char* bytes, int length)
+    : AttributeInfo(kind, nameIndex, length) {
+    myBytes.resize(length);
+    if (length > 0) memcpy(myBytes.getElements(), bytes, length);
+}
+
+void RawAttribute::writeTo(DataOutput& out) { out.write(myBytes.getElements(), myBytes.getSize()); }
+
+ConstantValueAttribute::ConstantValueAttribute(DataInput& in, int nameIndex, int length)
+    : AttributeInfo(CONSTANT_VALUE, nameIndex, length), myConstantValueIndex(in.readUnsignedShort()) {}
+
+void ConstantValueAttribute::writeTo(DataOutput& out) { out.writeUnsignedShort(myConstantValueIndex); }
+
+ExceptionsAttribute::ExceptionsAttribute(DataInput& in, ConstantPool* pool, int nameIndex, int length)
+    : AttributeInfo(EXCEPTIONS, nameIndex, length), myConstantPool(pool) {
+    int count = in.readUnsignedShort();
+    for (int i = 0; i < count; i++) myIndices.push(in.readUnsignedShort());
+}
+
+void ExceptionsAttribute::writeTo(DataOutput& out) {
+    out.writeUnsignedShort(myIndices.getSize());
+    for (int i = 0; i < myIndices.getSize(); i++) out.writeUnsignedShort(myIndices[i]);
+}
+
+void ExceptionsAttribute::fillExceptions(ZVectorSafe<ZString>& names) const {
+    for (int i = 0; i < myIndices.getSize(); i++) {
+        ConstantPoolInfo* entry = ConstantPoolInfo::getEntry(myConstantPool, myIndices[i], ConstantPoolInfo::CLASS);
+        names.push(static_cast<ConstantClassInfo*>(entry)->getName(myConstantPool));
+    }
+}
+
+InnerClassesAttribute::InnerClassesAttribute(DataInput& in, ConstantPool* pool, int nameIndex, int length)
+    : AttributeInfo(INNER_CLASSES, nameIndex, length), myConstantPool(pool) {
+    int count = in.readUnsignedShort();
+    for (int i = 0; i < count; i++) {
+        Classes c;
+        c.innerClassInfoIndex = in.readUnsignedShort();
+        c.outerClassInfoIndex = in.readUnsignedShort();
+        c.innerNameIndex = in.readUnsignedShort();
+        c.innerClassAccessFlags = in.readUnsignedShort();
+        myClasses.push(c);
+    }
+}
+
+void InnerClassesAttribute::writeTo(DataOutput& out) {
+    out.writeUnsignedShort(myClasses.getSize());
+    for (int i = 0; i < myClasses.getSize(); i++) {
+        const Classes& c = myClasses[i];
+        out.writeUnsignedShort(c.innerClassInfoIndex);
+        out.writeUnsignedShort(c.outerClassInfoIndex);
+        out.writeUnsignedShort(c.innerNameIndex);
+        out.writeUnsignedShort(c.innerClassAccessFlags);
+    }
+}
+
+void InnerClassesAttribute::fillClassNames(ZVectorSafe<ZString>& names) const {
+    for (int i = 0; i < myClasses.getSize(); i++) {
+        int index = myClasses[i].innerClassInfoIndex;
+        ConstantPoolInfo* entry = ConstantPoolInfo::getEntry(myConstantPool, index, ConstantPoolInfo::CLASS);
+        names.push(static_cast<ConstantClassInfo*>(entry)->getName(myConstantPool));
+    }
+}
+
+SourceFileAttribute::SourceFileAttribute(DataInput& in, ConstantPool* pool, int nameIndex, int length)
+    : AttributeInfo(SOURCE_FILE, nameIndex, length), myConstantPool(pool), mySourceFileIndex(in.readUnsignedShort()) {}
+
+void SourceFileAttribute::writeTo(DataOutput& out) { out.writeUnsignedShort(mySourceFileIndex); }

@@ -1,0 +1,369 @@
+#include "classfile/ClassFile.h"
+
+#include "agent/Logger.h"
+
+ClassFile::ClassFile(DataInput& in)
+    : myMagic(0), myMajorVersion(0), myMinorVersion(0), myAccessFlags(0), myThisClass(0), mySuperClass(0),
+      myInterfaceCount(0), myInterfaces(nullptr), myUtf8Cache(10), myClassCache(10), myStringCache(3), myInvalid(false),
+      myParsedPoolSize(0), myProvisionalPoolSize(0), myProvisionalUsed(false), myParsing(true) {
+    try {
+        parse(in);
+    } catch (...) {
+        release();
+        throw;
+    }
+    myProvisionalPoolSize = myConstantPool.getSize();
+    myParsing = false;
+}
+
+ClassFile::~ClassFile() { release(); }
+
+void ClassFile::release() {
+    for (int i = 0; i < myConstantPool.getSize(); i++) delete myConstantPool[i];
+    myConstantPool.clear();
+    for (int i = 0; i < myFields.getSize(); i++) delete myFields[i];
+    myFields.clear();
+    for (int i = 0; i < myMethods.getSize(); i++) delete myMethods[i];
+    myMethods.clear();
+    AttributeInfo::deleteAll(myAttributes);
+    delete[] myInterfaces;
+    myInterfaces = nullptr;
+}
+
+void ClassFile::parse(DataInput& in) {
+    myMagic = in.readInt();
+    myMinorVersion = in.readUnsignedShort();
+    myMajorVersion = in.readUnsignedShort();
+    int count = in.readUnsignedShort();
+    myConstantPool.push(nullptr);
+    for (int i = 1; i < count;) {
+        ConstantPoolInfo* entry = ConstantPoolInfoReader::create(in);
+        if (entry == nullptr) {
+            myInvalid = true;
+            myParsedPoolSize = myConstantPool.getSize();
+            return;
+        }
+        myConstantPool.push(entry);
+        i++;
+        if (entry->getTag() == ConstantPoolInfo::LONG || entry->getTag() == ConstantPoolInfo::DOUBLE) {
+            myConstantPool.push(nullptr);
+            i++;
+        }
+    }
+    myParsedPoolSize = myConstantPool.getSize();
+
+    myAccessFlags = in.readUnsignedShort();
+    myThisClass = in.readUnsignedShort();
+    KZT_ASSERT(myThisClass >= 1);
+    mySuperClass = in.readUnsignedShort();
+    int interfaceCount = in.readUnsignedShort();
+    in.peek(interfaceCount * 2);
+    myInterfaces = new int[interfaceCount > 0 ? interfaceCount : 1];
+    myInterfaceCount = interfaceCount;
+    for (int i = 0; i < interfaceCount; i++) {
+        myInterfaces[i] = in.readUnsignedShort();
+        KZT_ASSERT(myInterfaces[i] >= 1);
+    }
+    int fieldCount = in.readUnsignedShort();
+    for (int i = 0; i < fieldCount; i++) myFields.push(new FieldInfo(in, &myConstantPool));
+    int methodCount = in.readUnsignedShort();
+    for (int i = 0; i < methodCount; i++) myMethods.push(new MethodInfo(in, &myConstantPool));
+    AttributeInfo::readAll(in, &myConstantPool, myAttributes);
+
+    if (myMajorVersion >= 50) {
+        for (int i = 0; i < myMethods.getSize(); i++) myMethods[i]->parseStackMapTable(this);
+    }
+}
+
+static void writeBody(DataOutput& out, int accessFlags, int thisClass, int superClass, int interfaceCount,
+                      const int* interfaces, ZVector<FieldInfo*, 10>& fields, ZVector<MethodInfo*, 10>& methods,
+                      ZVector<AttributeInfo*, 10>& attributes) {
+    out.writeUnsignedShort(accessFlags);
+    out.writeUnsignedShort(thisClass);
+    out.writeUnsignedShort(superClass);
+    out.writeUnsignedShort(interfaceCount);
+    for (int i = 0; i < interfaceCount; i++) out.writeUnsignedShort(interfaces[i]);
+    out.writeUnsignedShort(fields.getSize());
+    for (int i = 0; i < fields.getSize(); i++) fields[i]->writeTo(out);
+    out.writeUnsignedShort(methods.getSize());
+    for (int i = 0; i < methods.getSize(); i++) methods[i]->writeTo(out);
+    AttributeInfo::writeAll(out, attributes);
+}
+
+void ClassFile::writeClass(DataOutput& out) {
+    KZT_ASSERT(!myInvalid);
+    // Constants that parsing added (the stack map name, classes of parameter
+    // types in initial frames) are written only when something refers to
+    // them; that is known once the body is encoded, so the body goes first.
+    bool mayDrop = !myProvisionalUsed && myConstantPool.getSize() == myProvisionalPoolSize &&
+                   myProvisionalPoolSize > myParsedPoolSize;
+    ZVector<unsigned char, 10> body(mayDrop ? 4096 : 1);
+    DataOutput bodyOut(body);
+    int poolSize = myConstantPool.getSize();
+    if (mayDrop) {
+        writeBody(bodyOut, myAccessFlags, myThisClass, mySuperClass, myInterfaceCount, myInterfaces, myFields, myMethods,
+                  myAttributes);
+        if (bodyOut.getHighestPoolReference() < myParsedPoolSize) poolSize = myParsedPoolSize;
+    }
+    out.writeInt(myMagic);
+    out.writeUnsignedShort(myMinorVersion);
+    out.writeUnsignedShort(myMajorVersion);
+    out.writeUnsignedShort(poolSize);
+    for (int i = 1; i < poolSize; i++) {
+        ConstantPoolInfo* entry = myConstantPool[i];
+        if (entry != nullptr) entry->writeTo(out);
+    }
+    if (mayDrop) {
+        out.write(body.getElements(), body.getSize());
+    } else {
+        writeBody(out, myAccessFlags, myThisClass, mySuperClass, myInterfaceCount, myInterfaces, myFields, myMethods,
+                  myAttributes);
+    }
+}
+
+// ---- readers ----
+
+const ZString& ClassFile::getConstantClassSignature(int index) const {
+    ConstantPoolInfo* entry = myConstantPool[index];
+    KZT_ASSERT_NOT_NULL(entry);
+    KZT_ASSERT(entry->getTag() == ConstantPoolInfo::CLASS);
+    return static_cast<ConstantClassInfo*>(entry)->getName(&myConstantPool);
+}
+
+const ZString& ClassFile::getSignature() const { return getConstantClassSignature(myThisClass); }
+
+const ZString* ClassFile::getSuperClassSignature() const {
+    if (mySuperClass == 0) return nullptr;
+    return &getConstantClassSignature(mySuperClass);
+}
+
+ZString ClassFile::getSourceName() const {
+    for (int i = 0; i < myAttributes.getSize(); i++) {
+        if (myAttributes[i]->getKind() == AttributeInfo::SOURCE_FILE) {
+            return static_cast<SourceFileAttribute*>(myAttributes[i])->getSourceName();
+        }
+    }
+    return ZString();
+}
+
+int ClassFile::getInterface(int i) const {
+    KZT_ASSERT(i >= 0 && i < myInterfaceCount);
+    return myInterfaces[i];
+}
+
+bool ClassFile::hasDirectInterface(const ZString& name) const {
+    for (int i = 0; i < myInterfaceCount; i++) {
+        if (getConstantClassSignature(myInterfaces[i]).equals(name)) return true;
+    }
+    return false;
+}
+
+void ClassFile::fillInnerClassNames(ZVectorSafe<ZString>& names) const {
+    for (int i = 0; i < myAttributes.getSize(); i++) {
+        if (myAttributes[i]->getKind() == AttributeInfo::INNER_CLASSES) {
+            static_cast<InnerClassesAttribute*>(myAttributes[i])->fillClassNames(names);
+        }
+    }
+}
+
+MethodInfo* ClassFile::findMethod(const ZString& name, const ZString& descriptor) const {
+    for (int i = 0; i < myMethods.getSize(); i++) {
+        MethodInfo* m = myMethods[i];
+        if (m->getName().equals(name) && m->getDescriptor().equals(descriptor)) return m;
+    }
+    return nullptr;
+}
+
+MethodInfo* ClassFile::findFirstMethod(const ZString& name, bool* multiple) const {
+    MethodInfo* first = nullptr;
+    if (multiple != nullptr) *multiple = false;
+    for (int i = 0; i < myMethods.getSize(); i++) {
+        if (!myMethods[i]->getName().equals(name)) continue;
+        if (first == nullptr) {
+            first = myMethods[i];
+        } else {
+            if (multiple != nullptr) *multiple = true;
+            break;
+        }
+    }
+    return first;
+}
+
+int ClassFile::findOrCreateMethod(const ZString& name, const ZString& descriptor, int access) {
+    KZT_ASSERT(access >= 0);
+    for (int i = 0; i < myMethods.getSize(); i++) {
+        MethodInfo* m = myMethods[i];
+        if (m->getName().equals(name) && m->getDescriptor().equals(descriptor)) return i;
+    }
+    int nameIndex = findOrCreateUtf8(name);
+    int descriptorIndex = findOrCreateUtf8(descriptor);
+    return myMethods.push(new MethodInfo(&myConstantPool, access, nameIndex, descriptorIndex));
+}
+
+// ---- new constants ----
+
+int ClassFile::appendEntry(ConstantPoolInfo* entry) { return myConstantPool.push(entry); }
+
+int ClassFile::noteFound(int index) {
+    if (!myParsing && index >= myParsedPoolSize && index < myProvisionalPoolSize) myProvisionalUsed = true;
+    return index;
+}
+
+int ClassFile::findUtf8InPool(const char* chars, int length) {
+    for (int i = 1; i < myConstantPool.getSize(); i++) {
+        ConstantPoolInfo* entry = myConstantPool[i];
+        if (entry != nullptr && entry->getTag() == ConstantPoolInfo::UTF8 &&
+            static_cast<ConstantUtf8Info*>(entry)->equals(chars, length)) {
+            return i;
+        }
+    }
+    return 0;
+}
+
+int ClassFile::findOrCreateUtf8(const ZString& value) { return findOrCreateUtf8(value.c_str(), value.getLength()); }
+
+int ClassFile::findOrCreateUtf8(const char* chars, int length) {
+    KZT_ASSERT(length >= 0);
+    // The cache compares zero-terminated keys; a short name gets one on the stack.
+    char buffer[256];
+    ZString longKey;
+    const char* key = buffer;
+    if (length < (int)sizeof(buffer)) {
+        memcpy(buffer, chars, length);
+        buffer[length] = 0;
+    } else {
+        longKey = ZString(chars, length);
+        key = longKey.c_str();
+    }
+    int index = myUtf8Cache.get(key, 0);
+    if (index > 0 && index < myConstantPool.getSize()) {
+        ConstantPoolInfo* entry = myConstantPool[index];
+        if (entry != nullptr && entry->getTag() == ConstantPoolInfo::UTF8 &&
+            static_cast<ConstantUtf8Info*>(entry)->equals(chars, length)) {
+            return noteFound(index);
+        }
+    }
+    index = findUtf8InPool(chars, length);
+    if (index == 0) index = appendEntry(new ConstantUtf8Info(ZString(chars, length)));
+    myUtf8Cache.put(static_cast<ConstantUtf8Info*>(myConstantPool[index])->getValue().c_str(), index);
+    return noteFound(index);
+}
+
+// A Class or String entry by the index it refers to, through its cache.
+template <typename Entry>
+static int findCached(ConstantPool& pool, ZMap<int, int>& cache, int tag, int key) {
+    int index = cache.get(key, 0);
+    if (index > 0 && index < pool.getSize()) {
+        ConstantPoolInfo* entry = pool[index];
+        if (entry != nullptr && entry->getTag() == tag && static_cast<Entry*>(entry)->equals(key)) return index;
+    }
+    for (int i = 1; i < pool.getSize(); i++) {
+        ConstantPoolInfo* entry = pool[i];
+        if (entry != nullptr && entry->getTag() == tag && static_cast<Entry*>(entry)->equals(key)) {
+            cache.put(key, i);
+            return i;
+        }
+    }
+    // The cache learns the index the new entry is about to get.
+    cache.put(key, pool.getSize());
+    return 0;
+}
+
+int ClassFile::findOrCreateConstantClass(int nameIndex) {
+    KZT_ASSERT(nameIndex >= 1);
+    int index = findCached<ConstantClassInfo>(myConstantPool, myClassCache, ConstantPoolInfo::CLASS, nameIndex);
+    return index > 0 ? noteFound(index) : appendEntry(new ConstantClassInfo(nameIndex));
+}
+
+int ClassFile::findOrCreateStringInfo(const ZString& value) {
+    int utf8 = findOrCreateUtf8(value);
+    int index = findCached<ConstantStringInfo>(myConstantPool, myStringCache, ConstantPoolInfo::STRING, utf8);
+    return index > 0 ? noteFound(index) : appendEntry(new ConstantStringInfo(utf8));
+}
+
+int ClassFile::findOrCreateNameAndType(int nameIndex, int descriptorIndex) {
+    KZT_ASSERT(nameIndex >= 1);
+    KZT_ASSERT(descriptorIndex >= 1);
+    for (int i = 1; i < myConstantPool.getSize(); i++) {
+        ConstantPoolInfo* entry = myConstantPool[i];
+        if (entry != nullptr && entry->getTag() == ConstantPoolInfo::NAME_AND_TYPE &&
+            static_cast<ConstantNameAndTypeInfo*>(entry)->equals(nameIndex, descriptorIndex)) {
+            return noteFound(i);
+        }
+    }
+    return appendEntry(new ConstantNameAndTypeInfo(nameIndex, descriptorIndex));
+}
+
+int ClassFile::findOrCreateMethodRef(int classIndex, int nameIndex, int descriptorIndex) {
+    KZT_ASSERT(classIndex >= 1);
+    int nameAndType = findOrCreateNameAndType(nameIndex, descriptorIndex);
+    for (int i = 1; i < myConstantPool.getSize(); i++) {
+        ConstantPoolInfo* entry = myConstantPool[i];
+        if (entry != nullptr && entry->getTag() == ConstantPoolInfo::METHOD_REF &&
+            static_cast<ConstantRefInfo*>(entry)->equals(classIndex, nameAndType)) {
+            return noteFound(i);
+        }
+    }
+    return appendEntry(new ConstantMethodRefInfo(classIndex, nameAndType));
+}
+
+int ClassFile::findOrCreateIntInfo(int value) {
+    for (int i = 1; i < myConstantPool.getSize(); i++) {
+        ConstantPoolInfo* entry = myConstantPool[i];
+        if (entry != nullptr && entry->getTag() == ConstantPoolInfo::INTEGER &&
+            static_cast<ConstantIntInfo*>(entry)->getValue() == value) {
+            return noteFound(i);
+        }
+    }
+    return appendEntry(new ConstantIntInfo(value));
+}
+
+int ClassFile::findOrCreateLongInfo(long long value) {
+    for (int i = 1; i < myConstantPool.getSize(); i++) {
+        ConstantPoolInfo* entry = myConstantPool[i];
+        if (entry != nullptr && entry->getTag() == ConstantPoolInfo::LONG &&
+            static_cast<ConstantLongInfo*>(entry)->getValue() == value) {
+            return noteFound(i);
+        }
+    }
+    int index = appendEntry(new ConstantLongInfo(value));
+    appendEntry(nullptr);
+    return index;
+}
+
+// ---- pool patching ----
+
+void ClassFile::patchConstantPool(const ZVectorSafe<ZString>& from, const ZVectorSafe<ZString>& to) {
+    KZT_ASSERT(from.getSize() == to.getSize());
+    for (int p = 0; p < from.getSize(); p++) {
+        for (int i = 1; i < myConstantPool.getSize(); i++) {
+            ConstantPoolInfo* entry = myConstantPool[i];
+            if (entry == nullptr || entry->getTag() != ConstantPoolInfo::UTF8) continue;
+            ConstantUtf8Info* utf8 = static_cast<ConstantUtf8Info*>(entry);
+            if (utf8->getValue().contains(from[p])) {
+                utf8->setValue(utf8->getValue().replaceAll(from[p].c_str(), to[p].c_str()));
+            }
+        }
+    }
+    // The cache keys are the entries' own buffers, which a new value frees.
+    if (myUtf8Cache.isInitialized()) myUtf8Cache.clear();
+}
+
+void ClassFile::removeUnusedMacroMethods() {
+    ZVectorSafe<ZString> from;
+    ZVectorSafe<ZString> to;
+    int kept = 0;
+    for (int i = 0; i < myMethods.getSize(); i++) {
+        MethodInfo* m = myMethods[i];
+        const ZString& name = m->getName();
+        if (name.startsWith("$$") && name.endsWith("$$")) {
+            from.push(name);
+            to.push(ZString());
+            delete m;
+        } else {
+            myMethods[kept++] = m;
+        }
+    }
+    myMethods.removeRange(kept, myMethods.getSize());
+    if (!from.isEmpty()) patchConstantPool(from, to);
+}

@@ -1,0 +1,207 @@
+// Constant pool entries. Slot 0 of a pool is null, and so is the slot after
+// a Long or Double. Entries are never moved or renumbered once in a pool.
+#pragma once
+
+#include "classfile/DataInput.h"
+#include "classfile/DataOutput.h"
+#include "foundation/ZString.h"
+#include "foundation/ZVector.h"
+
+class ConstantPoolInfo;
+typedef ZVector<ConstantPoolInfo*, 10> ConstantPool;
+
+class ConstantPoolInfo {
+public:
+    enum {
+        UTF8 = 1, INTEGER = 3, FLOAT = 4, LONG = 5, DOUBLE = 6, CLASS = 7, STRING = 8,
+        FIELD_REF = 9, METHOD_REF = 10, INTERFACE_METHOD_REF = 11, NAME_AND_TYPE = 12,
+        METHOD_HANDLE = 15, METHOD_TYPE = 16, INVOKE_DYNAMIC = 18
+    };
+
+    explicit ConstantPoolInfo(int tag) : myTag(tag) {}
+    virtual ~ConstantPoolInfo() {}
+    virtual void writeTo(DataOutput& out) = 0;
+
+    int getTag() const { return myTag; }
+
+    // The entry at `index`, which must be there and carry `tag`.
+    static ConstantPoolInfo* getEntry(const ConstantPool* pool, int index, int tag);
+    // The text of the Utf8 entry at `index`.
+    static const ZString& getUtf8(const ConstantPool* pool, int index);
+
+protected:
+    int myTag;
+};
+
+class ConstantUtf8Info : public ConstantPoolInfo {
+public:
+    explicit ConstantUtf8Info(DataInput& in);
+    explicit ConstantUtf8Info(const ZString& value);
+    void writeTo(DataOutput& out) override;
+
+    bool equals(const ZString& value) const { return myValue.equals(value); }
+    bool equals(const char* chars, int length) const {
+        return myByteLength == length && memcmp(myValue.c_str(), chars, length) == 0;
+    }
+    const ZString& getValue() const { return myValue; }
+    void setValue(const ZString& value);
+
+private:
+    ZString myValue;
+    int myByteLength;
+};
+
+class ConstantIntInfo : public ConstantPoolInfo {
+public:
+    explicit ConstantIntInfo(int value) : ConstantPoolInfo(INTEGER), myValue(value) {}
+    void writeTo(DataOutput& out) override;
+    int getValue() const { return myValue; }
+
+private:
+    int myValue;
+};
+
+// Float and Double keep the bytes as read, so NaN payloads survive.
+class ConstantFloatInfo : public ConstantPoolInfo {
+public:
+    explicit ConstantFloatInfo(DataInput& in);
+    void writeTo(DataOutput& out) override;
+
+private:
+    unsigned char myBytes[4];
+};
+
+class ConstantLongInfo : public ConstantPoolInfo {
+public:
+    explicit ConstantLongInfo(long long value) : ConstantPoolInfo(LONG), myValue(value) {}
+    void writeTo(DataOutput& out) override;
+    long long getValue() const { return myValue; }
+
+private:
+    long long myValue;
+};
+
+class ConstantDoubleInfo : public ConstantPoolInfo {
+public:
+    explicit ConstantDoubleInfo(DataInput& in);
+    void writeTo(DataOutput& out) override;
+
+private:
+    unsigned char myBytes[8];
+};
+
+class ConstantClassInfo : public ConstantPoolInfo {
+public:
+    explicit ConstantClassInfo(int nameIndex) : ConstantPoolInfo(CLASS), myNameIndex(nameIndex) {}
+    void writeTo(DataOutput& out) override;
+    bool equals(int nameIndex) const { return myNameIndex == nameIndex; }
+    int getNameIndex() const { return myNameIndex; }
+    const ZString& getName(const ConstantPool* pool) const { return getUtf8(pool, myNameIndex); }
+
+private:
+    int myNameIndex;
+};
+
+class ConstantStringInfo : public ConstantPoolInfo {
+public:
+    explicit ConstantStringInfo(int stringIndex) : ConstantPoolInfo(STRING), myStringIndex(stringIndex) {}
+    void writeTo(DataOutput& out) override;
+    bool equals(int stringIndex) const { return myStringIndex == stringIndex; }
+    int getStringIndex() const { return myStringIndex; }
+
+private:
+    int myStringIndex;
+};
+
+// Field, method and interface method references share their shape.
+class ConstantRefInfo : public ConstantPoolInfo {
+public:
+    ConstantRefInfo(int tag, int classIndex, int nameAndTypeIndex)
+        : ConstantPoolInfo(tag), myClassIndex(classIndex), myNameAndTypeIndex(nameAndTypeIndex) {}
+    void writeTo(DataOutput& out) override;
+    bool equals(int classIndex, int nameAndTypeIndex) const {
+        return myClassIndex == classIndex && myNameAndTypeIndex == nameAndTypeIndex;
+    }
+    int getClassIndex() const { return myClassIndex; }
+    int getNameAndTypeIndex() const { return myNameAndTypeIndex; }
+    // The internal name of the owner class, the member name, the descriptor.
+    const ZString& getClassSignature(const ConstantPool* pool) const;
+    const ZString& getMethodName(const ConstantPool* pool) const;
+    const ZString& getMethodSignature(const ConstantPool* pool) const;
+
+private:
+    int myClassIndex;
+    int myNameAndTypeIndex;
+};
+
+class ConstantFieldRefInfo : public ConstantRefInfo {
+public:
+    ConstantFieldRefInfo(int classIndex, int nameAndTypeIndex) : ConstantRefInfo(FIELD_REF, classIndex, nameAndTypeIndex) {}
+};
+
+class ConstantMethodRefInfo : public ConstantRefInfo {
+public:
+    ConstantMethodRefInfo(int classIndex, int nameAndTypeIndex) : ConstantRefInfo(METHOD_REF, classIndex, nameAndTypeIndex) {}
+};
+
+class ConstantInterfaceMethodRefInfo : public ConstantRefInfo {
+public:
+    ConstantInterfaceMethodRefInfo(int classIndex, int nameAndTypeIndex)
+        : ConstantRefInfo(INTERFACE_METHOD_REF, classIndex, nameAndTypeIndex) {}
+};
+
+class ConstantNameAndTypeInfo : public ConstantPoolInfo {
+public:
+    ConstantNameAndTypeInfo(int nameIndex, int descriptorIndex)
+        : ConstantPoolInfo(NAME_AND_TYPE), myNameIndex(nameIndex), myDescriptorIndex(descriptorIndex) {}
+    void writeTo(DataOutput& out) override;
+    bool equals(int nameIndex, int descriptorIndex) const {
+        return myNameIndex == nameIndex && myDescriptorIndex == descriptorIndex;
+    }
+    int getNameIndex() const { return myNameIndex; }
+    int getDescriptorIndex() const { return myDescriptorIndex; }
+    const ZString& getName(const ConstantPool* pool) const { return getUtf8(pool, myNameIndex); }
+    const ZString& getDescriptor(const ConstantPool* pool) const { return getUtf8(pool, myDescriptorIndex); }
+
+private:
+    int myNameIndex;
+    int myDescriptorIndex;
+};
+
+class ConstantMethodHandleInfo : public ConstantPoolInfo {
+public:
+    ConstantMethodHandleInfo(int referenceKind, int referenceIndex)
+        : ConstantPoolInfo(METHOD_HANDLE), myReferenceKind(referenceKind), myReferenceIndex(referenceIndex) {}
+    void writeTo(DataOutput& out) override;
+
+private:
+    int myReferenceKind;
+    int myReferenceIndex;
+};
+
+class ConstantMethodTypeInfo : public ConstantPoolInfo {
+public:
+    explicit ConstantMethodTypeInfo(int descriptorIndex) : ConstantPoolInfo(METHOD_TYPE), myDescriptorIndex(descriptorIndex) {}
+    void writeTo(DataOutput& out) override;
+
+private:
+    int myDescriptorIndex;
+};
+
+class ConstantInvokeDynamicInfo : public ConstantPoolInfo {
+public:
+    ConstantInvokeDynamicInfo(int bootstrapMethodIndex, int nameAndTypeIndex)
+        : ConstantPoolInfo(INVOKE_DYNAMIC), myBootstrapMethodIndex(bootstrapMethodIndex), myNameAndTypeIndex(nameAndTypeIndex) {}
+    void writeTo(DataOutput& out) override;
+
+private:
+    int myBootstrapMethodIndex;
+    int myNameAndTypeIndex;
+};
+
+class ConstantPoolInfoReader {
+public:
+    // Reads one entry; null for a tag this toolkit does not model, after
+    // logging "Unknown Constant Pool Info tag: " and the tag.
+    static ConstantPoolInfo* create(DataInput& in);
+};

@@ -1,0 +1,69 @@
+// Big-endian reader over class-file bytes it does not own. Every read goes
+// through the vector's bounds check, so running off the end fails with the
+// vector's own "zvector::[]" rather than reading garbage.
+#pragma once
+
+#include <cstring>
+
+#include "agent/Logger.h"
+#include "foundation/ZString.h"
+#include "foundation/ZVector.h"
+
+class DataInput {
+public:
+    explicit DataInput(ZVector<unsigned char, 10>& bytes) : myBytes(bytes), myPosition(0) {}
+
+    int readUnsignedByte() { return myBytes[myPosition++]; }
+    int readUnsignedShort() {
+        const unsigned char* p = take(2);
+        return (p[0] << 8) | p[1];
+    }
+    int readInt() {
+        const unsigned char* p = take(4);
+        return (int)(((unsigned)p[0] << 24) | ((unsigned)p[1] << 16) | ((unsigned)p[2] << 8) | p[3]);
+    }
+    long long readLong() {
+        long long high = (unsigned)readInt();
+        long long low = (unsigned)readInt();
+        return (long long)(((unsigned long long)high << 32) | (unsigned long long)low);
+    }
+    void readFully(unsigned char* target, int count) {
+        KZT_ASSERT(count >= 0);
+        if (count > 0) memcpy(target, take(count), count);
+    }
+    // Reads `count` bytes as a string; the string adds its own terminating zero.
+    ZString readString(int count) {
+        KZT_ASSERT(count >= 0);
+        if (count == 0) return ZString();
+        return ZString((const char*)take(count), count);
+    }
+    void skip(int count) {
+        KZT_ASSERT(count >= 0);
+        if (count > 0) take(count);
+    }
+
+    int getPosition() const { return myPosition; }
+    int available() const { return myBytes.getSize() - myPosition; }
+    // The bytes from the current position on, after checking that `count` exist.
+    const unsigned char* peek(int count) {
+        const unsigned char* p = take(count);
+        myPosition -= count;
+        return p;
+    }
+
+private:
+    // Checks the whole range at once; past the end it fails exactly as the
+    // vector's per-byte check would.
+    const unsigned char* take(int count) {
+        int size = myBytes.getSize();
+        if (myPosition < 0 || (long long)myPosition + count > size) {
+            (void)myBytes[myPosition < size ? size : myPosition];
+        }
+        const unsigned char* p = myBytes.getElements() + myPosition;
+        myPosition += count;
+        return p;
+    }
+
+    ZVector<unsigned char, 10>& myBytes;
+    int myPosition;
+};

@@ -1,0 +1,60 @@
+// Big-endian writer appending to a byte vector it does not own.
+#pragma once
+
+#include <cstring>
+
+#include "foundation/ZVector.h"
+
+class DataOutput {
+public:
+    explicit DataOutput(ZVector<unsigned char, 10>& bytes) : myBytes(bytes), myHighestPoolReference(0) {}
+
+    void writeUnsignedByte(int value) { myBytes.push((unsigned char)value); }
+    void writeUnsignedShort(int value) {
+        unsigned char* p = reserve(2);
+        p[0] = (unsigned char)(value >> 8);
+        p[1] = (unsigned char)value;
+    }
+    void writeInt(int value) {
+        unsigned char* p = reserve(4);
+        p[0] = (unsigned char)(value >> 24);
+        p[1] = (unsigned char)(value >> 16);
+        p[2] = (unsigned char)(value >> 8);
+        p[3] = (unsigned char)value;
+    }
+    void writeLong(long long value) {
+        writeInt((int)(value >> 32));
+        writeInt((int)value);
+    }
+    void write(const unsigned char* bytes, int count) {
+        if (count > 0) memcpy(reserve(count), bytes, count);
+    }
+    // The only little-endian writer.
+    void writeIntLE(int value) {
+        unsigned char* p = reserve(4);
+        p[0] = (unsigned char)value;
+        p[1] = (unsigned char)(value >> 8);
+        p[2] = (unsigned char)(value >> 16);
+        p[3] = (unsigned char)(value >> 24);
+    }
+
+    int getSize() const { return myBytes.getSize(); }
+    ZVector<unsigned char, 10>& getBytes() { return myBytes; }
+
+    // Pool indices written by derived data (stack map items), so that a class
+    // writer can tell whether constants added while parsing are needed.
+    void notePoolReference(int index) {
+        if (index > myHighestPoolReference) myHighestPoolReference = index;
+    }
+    int getHighestPoolReference() const { return myHighestPoolReference; }
+
+private:
+    unsigned char* reserve(int count) {
+        int at = myBytes.getSize();
+        myBytes.resize(at + count);
+        return myBytes.getElements() + at;
+    }
+
+    ZVector<unsigned char, 10>& myBytes;
+    int myHighestPoolReference;
+};

@@ -1,0 +1,49 @@
+#include "classfile/LineNumberTableAttribute.h"
+
+#include "agent/Logger.h"
+
+LineNumberTableAttribute::LineNumberTableAttribute(DataInput& in, int nameIndex, int length)
+    : AttributeInfo(LINE_NUMBER_TABLE, nameIndex, length) {
+    int count = in.readUnsignedShort();
+    in.peek(count * 4);
+    myLines.resize(count);
+    for (int i = 0; i < count; i++) {
+        myLines[i].startPc = in.readUnsignedShort();
+        myLines[i].lineNumber = in.readUnsignedShort();
+    }
+}
+
+void LineNumberTableAttribute::writeTo(DataOutput& out) {
+    out.writeUnsignedShort(myLines.getSize());
+    for (int i = 0; i < myLines.getSize(); i++) {
+        out.writeUnsignedShort(myLines[i].startPc);
+        out.writeUnsignedShort(myLines[i].lineNumber);
+    }
+}
+
+void LineNumberTableAttribute::shiftLineNumbers(int shift) {
+    for (int i = 0; i < myLines.getSize(); i++) {
+        if (myLines[i].startPc != 0) myLines[i].startPc += shift;
+    }
+}
+
+void LineNumberTableAttribute::shiftLineNumbers(const int* map) {
+    KZT_ASSERT_NOT_NULL(map);
+    for (int i = 0; i < myLines.getSize(); i++) {
+        if (myLines[i].startPc != 0) myLines[i].startPc = map[myLines[i].startPc];
+    }
+}
+
+void LineNumberTableAttribute::shiftLineNumbers(const int* map, int mapLength) {
+    for (int i = 0; i < myLines.getSize(); i++) KZT_ASSERT(myLines[i].startPc < mapLength);
+    shiftLineNumbers(map);
+}
+
+int LineNumberTableAttribute::getLineNumber(int pc) const {
+    int line = 0;
+    for (int i = 0; i < myLines.getSize(); i++) {
+        if (myLines[i].startPc > pc) break;
+        line = myLines[i].lineNumber;
+    }
+    return line;
+}

@@ -1,0 +1,43 @@
+#include "classfile/LocalVariableTableAttribute.h"
+
+#include "agent/Logger.h"
+
+LocalVariableTableAttribute::LocalVariableTableAttribute(Kind kind, DataInput& in, ConstantPool* pool, int nameIndex,
+                                                         int length)
+    : AttributeInfo(kind, nameIndex, length), myConstantPool(pool) {
+    int count = in.readUnsignedShort();
+    in.peek(count * 10);
+    myVariables.resize(count);
+    for (int i = 0; i < count; i++) {
+        LocalVariable& v = myVariables[i];
+        v.myStartPc = in.readUnsignedShort();
+        v.myLength = in.readUnsignedShort();
+        v.myNameIndex = in.readUnsignedShort();
+        v.myDescriptorIndex = in.readUnsignedShort();
+        v.myIndex = in.readUnsignedShort();
+    }
+}
+
+void LocalVariableTableAttribute::writeTo(DataOutput& out) {
+    out.writeUnsignedShort(myVariables.getSize());
+    for (int i = 0; i < myVariables.getSize(); i++) {
+        const LocalVariable& v = myVariables[i];
+        out.writeUnsignedShort(v.myStartPc);
+        out.writeUnsignedShort(v.myLength);
+        out.writeUnsignedShort(v.myNameIndex);
+        out.writeUnsignedShort(v.myDescriptorIndex);
+        out.writeUnsignedShort(v.myIndex);
+    }
+}
+
+void LocalVariableTableAttribute::remap(const int* startMap, const int* endMap, int oldLength, int newLength) {
+    for (int i = 0; i < myVariables.getSize(); i++) {
+        LocalVariable& v = myVariables[i];
+        int end = v.myStartPc + v.myLength;
+        KZT_ASSERT(end <= oldLength);
+        int newStart = v.myStartPc == 0 ? 0 : startMap[v.myStartPc];
+        int newEnd = end == oldLength ? newLength : endMap[end];
+        v.myStartPc = newStart;
+        v.myLength = newEnd - newStart;
+    }
+}

@@ -1,0 +1,135 @@
+#include "classfile/MethodInfo.h"
+
+#include "agent/Logger.h"
+#include "classfile/ClassFile.h"
+#include "classfile/CodeAttribute.h"
+
+MethodInfo::MethodInfo(DataInput& in, ConstantPool* pool) : myConstantPool(pool) {
+    myAccessFlags = in.readUnsignedShort();
+    myNameIndex = in.readUnsignedShort();
+    myDescriptorIndex = in.readUnsignedShort();
+    AttributeInfo::readAll(in, pool, myAttributes);
+}
+
+MethodInfo::MethodInfo(ConstantPool* pool, int accessFlags, int nameIndex, int descriptorIndex)
+    : myAccessFlags(accessFlags), myNameIndex(nameIndex), myDescriptorIndex(descriptorIndex), myConstantPool(pool) {
+    KZT_ASSERT(accessFlags >= 0);
+}
+
+MethodInfo::~MethodInfo() { AttributeInfo::deleteAll(myAttributes); }
+
+void MethodInfo::writeTo(DataOutput& out) {
+    out.writeUnsignedShort(myAccessFlags);
+    out.writeUnsignedShort(myNameIndex);
+    out.writeUnsignedShort(myDescriptorIndex);
+    out.writeUnsignedShort(myAttributes.getSize());
+    for (int i = 0; i < myAttributes.getSize(); i++) {
+        AttributeInfo* a = myAttributes[i];
+        if (a->getKind() != AttributeInfo::CODE) {
+            a->write(out);
+            continue;
+        }
+        CodeAttribute* code = static_cast<CodeAttribute*>(a);
+        code->addStackMapTableAttributeBeforeWrite();
+        code->write(out);
+        out.notePoolReference(code->getHighestPoolReference());
+        // Only the table made for this write goes: a raw one copied from
+        // another method (stack maps off) stays.
+        if (code->isStackMapsEnabled()) code->removeAttributes("StackMapTable");
+    }
+}
+
+CodeAttribute* MethodInfo::getCodeAttribute() const {
+    for (int i = 0; i < myAttributes.getSize(); i++) {
+        if (myAttributes[i]->getKind() == AttributeInfo::CODE) return static_cast<CodeAttribute*>(myAttributes[i]);
+    }
+    return nullptr;
+}
+
+CodeAttribute* MethodInfo::createCodeAttribute() {
+    int nameIndex = 0;
+    for (int i = 1; i < myConstantPool->getSize() && nameIndex == 0; i++) {
+        ConstantPoolInfo* entry = (*myConstantPool)[i];
+        if (entry != nullptr && entry->getTag() == ConstantPoolInfo::UTF8 &&
+            static_cast<ConstantUtf8Info*>(entry)->getValue().equals("Code")) {
+            nameIndex = i;
+        }
+    }
+    KZT_ASSERT(nameIndex > 0);
+    CodeAttribute* code = new CodeAttribute(myConstantPool, nameIndex);
+    myAttributes.push(code);
+    return code;
+}
+
+void MethodInfo::copyAttributesFrom(MethodInfo* other) {
+    KZT_ASSERT_NOT_NULL(other);
+    KZT_ASSERT(other->myConstantPool == myConstantPool);
+    ZVector<unsigned char, 10> scratch(256);
+    DataOutput out(scratch);
+    other->writeTo(out);
+    AttributeInfo::deleteAll(myAttributes);
+    DataInput in(scratch);
+    in.readUnsignedShort();
+    in.readUnsignedShort();
+    in.readUnsignedShort();
+    AttributeInfo::readAll(in, myConstantPool, myAttributes);
+}
+
+void MethodInfo::parseStackMapTable(ClassFile* classFile) {
+    CodeAttribute* code = getCodeAttribute();
+    if (code != nullptr) code->parseStackMapTable(classFile, this);
+}
+
+int MethodInfo::skipFieldDescriptor(const char* chars, int length, int at) {
+    while (at < length && chars[at] == '[') at++;
+    KZT_ASSERT(at < length);
+    if (chars[at] != 'L') return at + 1;
+    while (at < length && chars[at] != ';') at++;
+    KZT_ASSERT(at < length);
+    return at + 1;
+}
+
+ZString MethodInfo::getReturnType() const {
+    const ZString& descriptor = getDescriptor();
+    int close = descriptor.lastIndexOfChar(')');
+    KZT_ASSERT(close >= 0);
+    return descriptor.substring(close + 1);
+}
+
+bool MethodInfo::isVoid() const { return getDescriptor().endsWith(")V"); }
+
+void MethodInfo::getParameterTypes(ZVectorSafe<ZString>& types) const { getParameterTypesBySignature(getDescriptor(), types); }
+
+void MethodInfo::getParameterTypesBySignature(const ZString& descriptor, ZVectorSafe<ZString>& types) {
+    const char* chars = descriptor.c_str();
+    int length = descriptor.getLength();
+    KZT_ASSERT(length > 0 && chars[0] == '(');
+    int at = 1;
+    while (at < length && chars[at] != ')') {
+        int end = skipFieldDescriptor(chars, length, at);
+        types.push(ZString(chars + at, end - at));
+        at = end;
+    }
+}
+
+void MethodInfo::fillExceptions(ZVectorSafe<ZString>& names) const {
+    for (int i = 0; i < myAttributes.getSize(); i++) {
+        if (myAttributes[i]->getKind() == AttributeInfo::EXCEPTIONS) {
+            static_cast<ExceptionsAttribute*>(myAttributes[i])->fillExceptions(names);
+        }
+    }
+}
+
+FieldInfo::FieldInfo(DataInput& in, ConstantPool* pool) {
+    myAccessFlags = in.readUnsignedShort();
+    myNameIndex = in.readUnsignedShort();
+    myDescriptorIndex = in.readUnsignedShort();
+    AttributeInfo::readAll(in, pool, myAttributes);
+}
+
+void FieldInfo::writeTo(DataOutput& out) {
+    out.writeUnsignedShort(myAccessFlags);
+    out.writeUnsignedShort(myNameIndex);
+    out.writeUnsignedShort(myDescriptorIndex);
+    AttributeInfo::writeAll(out, myAttributes);
+}

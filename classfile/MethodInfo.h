@@ -1,0 +1,90 @@
+// Methods and fields of a class. Both keep a pointer to the pool of their
+// class and never outlive it.
+#pragma once
+
+#include "classfile/Attributes.h"
+#include "classfile/ConstantPool.h"
+
+class ClassFile;
+class CodeAttribute;
+
+class MethodInfo {
+public:
+    MethodInfo(DataInput& in, ConstantPool* pool);
+    // A bare method without attributes.
+    MethodInfo(ConstantPool* pool, int accessFlags, int nameIndex, int descriptorIndex);
+    ~MethodInfo();
+    MethodInfo(const MethodInfo&) = delete;
+    MethodInfo& operator=(const MethodInfo&) = delete;
+
+    // A "Code" attribute is written with its stack map table encoded for the
+    // moment of the write, so a method can be written any number of times.
+    void writeTo(DataOutput& out);
+
+    // The first "Code" attribute; null for native and abstract methods.
+    CodeAttribute* getCodeAttribute() const;
+    // Appends an empty body; the pool must hold the Utf8 "Code" already.
+    CodeAttribute* createCodeAttribute();
+    // Replaces the attributes with copies of `other`'s, which must belong to
+    // the same class. The copied code keeps its stack map table raw.
+    void copyAttributesFrom(MethodInfo* other);
+    void parseStackMapTable(ClassFile* classFile);
+
+    ZVector<AttributeInfo*, 10>& getAttributes() { return myAttributes; }
+    ConstantPool* getConstantPool() const { return myConstantPool; }
+
+    bool equals(int nameIndex, int descriptorIndex) const {
+        return myNameIndex == nameIndex && myDescriptorIndex == descriptorIndex;
+    }
+    int getNameIndex() const { return myNameIndex; }
+    int getDescriptorIndex() const { return myDescriptorIndex; }
+    const ZString& getName() const { return ConstantPoolInfo::getUtf8(myConstantPool, myNameIndex); }
+    const ZString& getDescriptor() const { return ConstantPoolInfo::getUtf8(myConstantPool, myDescriptorIndex); }
+    int getAccessFlags() const { return myAccessFlags; }
+    bool isStatic() const { return (myAccessFlags & 0x0008) != 0; }
+    bool isPublic() const { return (myAccessFlags & 0x0001) != 0; }
+    bool isPrivate() const { return (myAccessFlags & 0x0002) != 0; }
+    bool isNative() const { return (myAccessFlags & 0x0100) != 0; }
+    bool isSyntheticAndBridge() const { return (myAccessFlags & 0x1040) == 0x1040; }
+    void makeNotNative() { myAccessFlags &= ~0x0100; }
+
+    // Descriptor parts: the return descriptor ("V" for void), and each
+    // parameter's field descriptor in order.
+    bool isVoid() const;
+    ZString getReturnType() const;
+    void getParameterTypes(ZVectorSafe<ZString>& types) const;
+    static void getParameterTypesBySignature(const ZString& descriptor, ZVectorSafe<ZString>& types);
+    // Appends the internal names of the classes in "Exceptions".
+    void fillExceptions(ZVectorSafe<ZString>& names) const;
+
+    // The end of the field descriptor that starts at `at` in `chars`.
+    static int skipFieldDescriptor(const char* chars, int length, int at);
+
+private:
+    int myAccessFlags;
+    int myNameIndex;
+    int myDescriptorIndex;
+    ZVector<AttributeInfo*, 10> myAttributes;
+    ConstantPool* myConstantPool;
+};
+
+class FieldInfo {
+public:
+    FieldInfo(DataInput& in, ConstantPool* pool);
+    ~FieldInfo() { AttributeInfo::deleteAll(myAttributes); }
+    FieldInfo(const FieldInfo&) = delete;
+    FieldInfo& operator=(const FieldInfo&) = delete;
+
+    void writeTo(DataOutput& out);
+
+    int getAccessFlags() const { return myAccessFlags; }
+    int getNameIndex() const { return myNameIndex; }
+    int getDescriptorIndex() const { return myDescriptorIndex; }
+    ZVector<AttributeInfo*, 10>& getAttributes() { return myAttributes; }
+
+private:
+    int myAccessFlags;
+    int myNameIndex;
+    int myDescriptorIndex;
+    ZVector<AttributeInfo*, 10> myAttributes;
+};
