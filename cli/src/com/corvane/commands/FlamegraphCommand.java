@@ -1,0 +1,98 @@
+package com.corvane.commands;
+
+import com.corvane.flame.FlameGraph;
+import com.corvane.profile.Summary;
+import com.corvane.snapshot.Snapshot;
+import java.io.BufferedWriter;
+import java.io.IOException;
+import java.io.OutputStreamWriter;
+import java.io.Writer;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.nio.file.Paths;
+import java.util.concurrent.Callable;
+import picocli.CommandLine.Command;
+import picocli.CommandLine.Option;
+import picocli.CommandLine.Parameters;
+
+@Command(name = "flamegraph", sortOptions = false, mixinStandardHelpOptions = true,
+        description = {"Draws a snapshot's CPU time as a flame graph.", "",
+            "Writes one HTML file that opens in any browser without network (click to zoom, search, tooltips),"
+                + " or folded stacks for other flame graph tools.", ""},
+        footer = {"", "Examples:", "  corvane flamegraph app.snapshot -o app.html",
+            "  corvane flamegraph app.snapshot --format collapsed > app.folded"})
+public final class FlamegraphCommand implements Callable<Integer> {
+    enum Format { html, collapsed }
+
+    @Parameters(index = "0", paramLabel = "<snapshot>", description = "The snapshot file.")
+    Path mySnapshot;
+
+    @Option(names = {"-o", "--output"}, paramLabel = "<file>",
+            description = "Output file; '-' is standard output. Default for html: <snapshot name>.html in the"
+                    + " current folder; for collapsed: standard output.")
+    String myOutput;
+
+    @Option(names = "--format", paramLabel = "<format>", defaultValue = "html",
+            description = "html (default) or collapsed: lines \"frame;frame;frame <own time in ns>\".")
+    Format myFormat;
+
+    @Option(names = "--threads", description = "One tower per thread, with the thread as the lowest frame,"
+            + " instead of all threads merged.")
+    boolean myPerThread;
+
+    private final Io myIo;
+
+    public FlamegraphCommand(Io io) {
+        myIo = io;
+    }
+
+    @Override
+    public Integer call() throws IOException {
+        String output = myOutput;
+        if (output == null) {
+            output = myFormat == Format.collapsed ? "-" : defaultHtmlName(mySnapshot);
+        }
+        SnapshotLoading.Loaded loaded = SnapshotLoading.load(mySnapshot, myIo);
+        if (loaded.profile().totalNs() <= 0) {
+            myIo.note("this snapshot holds no CPU time: CPU sampling or tracing was off");
+        }
+        boolean toStdout = output.equals("-");
+        Path target = toStdout ? null : Paths.get(output);
+        try (Writer out = toStdout
+                ? new BufferedWriter(new OutputStreamWriter(myIo.out(), StandardCharsets.UTF_8))
+                : Files.newBufferedWriter(target, StandardCharsets.UTF_8)) {
+            if (myFormat == Format.collapsed) {
+                FlameGraph.writeCollapsed(loaded.profile(), myPerThread, out);
+            } else {
+                FlameGraph.writeHtml(loaded.profile(), myPerThread, title(loaded.snapshot()),
+                        subtitle(loaded.snapshot()), out);
+            }
+        } catch (IOException e) {
+            throw new UserException("cannot write " + output + ": "
+                    + (e.getMessage() == null ? e.getClass().getSimpleName() : e.getMessage()));
+        }
+        if (!toStdout) {
+            myIo.note("flame graph written: " + target.toAbsolutePath());
+        }
+        return 0;
+    }
+
+    private static String defaultHtmlName(Path snapshot) {
+        String name = snapshot.getFileName().toString();
+        if (name.endsWith(SnapshotFiles.EXTENSION)) {
+            name = name.substring(0, name.length() - SnapshotFiles.EXTENSION.length());
+        }
+        return name + ".html";
+    }
+
+    private static String title(Snapshot snapshot) {
+        String session = snapshot.header("session_name");
+        return "CPU flame graph" + (session != null && !session.isEmpty() ? ": " + session : "");
+    }
+
+    private static String subtitle(Snapshot snapshot) {
+        Long mode = snapshot.longProperty("kzt.last.cpu.profiling.mode");
+        return snapshot.file().getFileName() + ", CPU " + Summary.cpuMode(mode == null ? 0 : mode);
+    }
+}

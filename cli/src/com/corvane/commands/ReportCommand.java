@@ -1,0 +1,62 @@
+package com.corvane.commands;
+
+import com.corvane.report.Json;
+import com.corvane.report.Report;
+import com.corvane.report.TextReport;
+import java.nio.file.Path;
+import java.util.Map;
+import java.util.concurrent.Callable;
+import picocli.CommandLine.Command;
+import picocli.CommandLine.Option;
+import picocli.CommandLine.Parameters;
+
+@Command(name = "report", sortOptions = false, mixinStandardHelpOptions = true,
+        description = {"Prints a summary, hot spots, threads and call tree of a snapshot.", "",
+            "The summary tells session, JVM, modes and times; the hot spots own and total time per method, with"
+                + " call counts when tracing; then time per thread and the call tree of each thread.", ""},
+        footer = {"", "Examples:", "  corvane report app-2024-05-01-shutdown.snapshot",
+            "  corvane report --top 3 --depth 20 app.snapshot", "  corvane report --json app.snapshot > app.json"})
+public final class ReportCommand implements Callable<Integer> {
+    @Parameters(index = "0", paramLabel = "<snapshot>", description = "The snapshot file.")
+    Path mySnapshot;
+
+    @Option(names = "--json", description = "Write the same content as JSON (times in nanoseconds).")
+    boolean myJson;
+
+    @Option(names = "--hotspots", paramLabel = "<n>", defaultValue = "20",
+            description = "Methods in the hot spot list (default: ${DEFAULT-VALUE}).")
+    int myHotSpots;
+
+    @Option(names = "--top", paramLabel = "<n>", defaultValue = "5",
+            description = "Callees shown for each call in the tree, the most expensive first (default: ${DEFAULT-VALUE}).")
+    int myTop;
+
+    @Option(names = "--depth", paramLabel = "<n>", defaultValue = "12",
+            description = "Levels of the call tree below each thread (default: ${DEFAULT-VALUE}).")
+    int myDepth;
+
+    private final Io myIo;
+
+    public ReportCommand(Io io) {
+        myIo = io;
+    }
+
+    @Override
+    public Integer call() {
+        if (myHotSpots < 0 || myTop < 0 || myDepth < 0) {
+            throw new UserException("--hotspots, --top and --depth take numbers of 0 or more", 2);
+        }
+        SnapshotLoading.Loaded loaded = SnapshotLoading.load(mySnapshot, myIo);
+        Map<String, Object> report = Report.build(loaded.snapshot(), loaded.profile(),
+                new Report.Limits(myHotSpots, myTop, myDepth));
+        if (myJson) {
+            StringBuilder text = new StringBuilder();
+            Json.write(report, text, true, false);
+            myIo.out().println(text);
+            myIo.out().flush();
+        } else {
+            TextReport.print(report, myIo.out());
+        }
+        return 0;
+    }
+}

@@ -1,0 +1,252 @@
+package com.corvane.commands;
+
+import java.io.IOException;
+import java.io.InputStream;
+import java.io.PrintStream;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.nio.file.Paths;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.concurrent.Callable;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+import picocli.CommandLine.ArgGroup;
+import picocli.CommandLine.Command;
+import picocli.CommandLine.Option;
+import picocli.CommandLine.Parameters;
+
+@Command(name = "run", sortOptions = false, mixinStandardHelpOptions = true,
+        description = {"Runs a Java program with the profiler agent.", "",
+            "The program's input, output and exit code pass through. When it ends, the agent writes a performance"
+                + " snapshot and corvane tells where it is.", ""},
+        footer = {"", "Examples:", "  corvane run -- java -jar app.jar",
+            "  corvane run --tracing --dir /tmp/snapshots -- java -cp classes Main",
+            "", "Exit status: the program's own; if the agent refuses to start, its refusal code",
+            "(see the README's table), explained in one line."})
+public final class RunCommand implements Callable<Integer> {
+    private static final Pattern LOG_FILE_LINE =
+            Pattern.compile("^\\[Corvane Java Profiler [^\\]]*\\] Log file: (.+)$");
+    private static final String REFUSAL_PREFIX = "Cannot start";
+    private static final String STARTED_LOG_LINE = "agentInit: Core.init() called";
+
+    static final class Mode {
+        @Option(names = "--sampling", description = "CPU sampling from the start (the default): cheap, no call counts.")
+        boolean sampling;
+
+        @Option(names = "--tracing", description = "CPU tracing from the start: exact call counts, more overhead.")
+        boolean tracing;
+    }
+
+    @ArgGroup(exclusive = true, multiplicity = "0..1")
+    Mode myMode;
+
+    @Option(names = "--agent-options", paramLabel = "<text>",
+            description = "More agent options, comma-separated, e.g. 'monitors,alloceach=100'. They come last,"
+                    + " so they win over corvane's own.")
+    String myAgentOptions;
+
+    @Option(names = "--dir", paramLabel = "<folder>",
+            description = "Folder for the snapshot (created if missing). Default: the current folder.")
+    Path myDir;
+
+    @Parameters(arity = "1..*", paramLabel = "<command>",
+            description = "The program: java and its arguments (after --, so that its options stay its own).")
+    List<String> myCommand;
+
+    private final Io myIo;
+
+    public RunCommand(Io io) {
+        myIo = io;
+    }
+
+    @Override
+    public Integer call() throws Exception {
+        Path library = AgentLibrary.locate();
+        Path dir = (myDir == null ? Paths.get("") : myDir).toAbsolutePath().normalize();
+        try {
+            Files.createDirectories(dir);
+        } catch (IOException e) {
+            throw new UserException("cannot create the snapshot folder " + dir + ": " + reason(e));
+        }
+        String mode = myMode != null && myMode.tracing ? "tracing" : "sampling";
+        String options = AgentOptions.join(mode, "onexit=snapshot", AgentOptions.option("dir", dir.toString()),
+                myAgentOptions);
+
+        ProcessBuilder builder = new ProcessBuilder(withAgent(myCommand, library, options));
+        builder.redirectInput(ProcessBuilder.Redirect.INHERIT);
+        builder.redirectOutput(ProcessBuilder.Redirect.INHERIT);
+        builder.redirectError(ProcessBuilder.Redirect.PIPE);
+        if (!isJava(myCommand.get(0))) {
+            // Not the java launcher itself (a script, say): the JVMs it starts pick the agent up from here.
+            String argument = agentPathArgument(library, options);
+            if (argument.chars().anyMatch(Character::isWhitespace)) {
+                throw new UserException("the command does not start with java, and the agent's path or options"
+                        + " hold a blank, which JAVA_TOOL_OPTIONS cannot carry: " + argument);
+            }
+            String existing = System.getenv("JAVA_TOOL_OPTIONS");
+            builder.environment().put("JAVA_TOOL_OPTIONS",
+                    existing == null || existing.isBlank() ? argument : argument + " " + existing);
+        }
+
+        // Which folder the agent will use: the last dir= wins, including the environment's options.
+        String effective = AgentOptions.join(System.getenv("KZT_STARTUP_OPTIONS_PRE"), options,
+                System.getenv("KZT_STARTUP_OPTIONS_POST"));
+        Path snapshotDir = Paths.get(AgentOptions.lastValue(effective, "dir")).toAbsolutePath();
+        SnapshotFiles before = SnapshotFiles.scan(snapshotDir);
+
+        Process process;
+        try {
+            process = builder.start();
+        } catch (IOException e) {
+            throw new UserException("cannot start " + myCommand.get(0) + ": " + reason(e));
+        }
+        StderrPump pump = new StderrPump(process.getErrorStream(), myIo.err());
+        pump.start();
+        int code;
+        InterruptGuard guard = new InterruptGuard();
+        try {
+            code = process.waitFor();
+        } finally {
+            guard.close();
+        }
+        pump.join();
+
+        Path logFile = pump.logFile != null ? Paths.get(pump.logFile) : findLog(effective, process.pid());
+        String cause = AgentExitCodes.cause(code);
+        if (cause != null && refused(pump, logFile)) {
+            myIo.note("the profiler agent refused to start (exit code " + code + ": " + cause + ")"
+                    + (logFile != null ? "; its log: " + logFile : ""));
+            return code;
+        }
+        Path snapshot = SnapshotFiles.scan(snapshotDir).newestSince(before);
+        if (snapshot != null) {
+            myIo.note("snapshot written: " + snapshot + "  (corvane report " + quoteForShell(snapshot) + ")");
+        } else {
+            myIo.note("no snapshot was written to " + snapshotDir
+                    + (logFile != null ? "; the agent's log: " + logFile : ""));
+        }
+        return code;
+    }
+
+    /** The command with -agentpath after the java launcher, or unchanged when it is not java. */
+    static List<String> withAgent(List<String> command, Path library, String options) {
+        List<String> result = new ArrayList<>(command);
+        if (isJava(command.get(0))) {
+            result.add(1, agentPathArgument(library, options));
+        }
+        return result;
+    }
+
+    static String agentPathArgument(Path library, String options) {
+        return "-agentpath:" + library + (options.isEmpty() ? "" : "=" + options);
+    }
+
+    static boolean isJava(String program) {
+        String name = Paths.get(program).getFileName().toString();
+        return name.equals("java");
+    }
+
+    private static boolean refused(StderrPump pump, Path logFile) {
+        if (pump.sawRefusal) {
+            return true;
+        }
+        if (logFile == null || !Files.isReadable(logFile)) {
+            return false;
+        }
+        try {
+            String log = Files.readString(logFile, StandardCharsets.ISO_8859_1);
+            return log.contains(REFUSAL_PREFIX) || !log.contains(STARTED_LOG_LINE);
+        } catch (IOException e) {
+            return false;
+        }
+    }
+
+    /** The agent's log when it printed no path: <session>-<pid>.log in its log folder. */
+    private static Path findLog(String options, long pid) {
+        String custom = AgentOptions.lastValue(options, "logdir");
+        Path folder;
+        if (custom != null) {
+            folder = Paths.get(custom);
+        } else {
+            String home = System.getenv("CORVANE_HOME");
+            folder = Paths.get(home != null && !home.isEmpty() ? home : System.getProperty("user.home"), ".kzt", "log");
+        }
+        String suffix = "-" + pid + ".log";
+        try (var files = Files.list(folder)) {
+            return files.filter(p -> p.getFileName().toString().endsWith(suffix)).findFirst().orElse(null);
+        } catch (IOException e) {
+            return null;
+        }
+    }
+
+    private static String reason(IOException e) {
+        String message = e.getMessage();
+        return message == null ? e.getClass().getSimpleName() : message;
+    }
+
+    private static String quoteForShell(Path path) {
+        String text = path.toString();
+        return text.matches("[A-Za-z0-9_./+:@%-]+") ? text : "'" + text.replace("'", "'\\''") + "'";
+    }
+
+    /**
+     * Copies the program's stderr through as it comes, and watches its lines
+     * for the agent's log path and refusal.
+     */
+    private static final class StderrPump extends Thread {
+        private final InputStream myIn;
+        private final PrintStream myOut;
+        private final java.io.ByteArrayOutputStream myLine = new java.io.ByteArrayOutputStream();
+        volatile String logFile;
+        volatile boolean sawRefusal;
+
+        StderrPump(InputStream in, PrintStream out) {
+            super("corvane-stderr");
+            setDaemon(true);
+            myIn = in;
+            myOut = out;
+        }
+
+        @Override
+        public void run() {
+            byte[] buffer = new byte[8192];
+            try {
+                int n;
+                while ((n = myIn.read(buffer)) > 0) {
+                    myOut.write(buffer, 0, n);
+                    myOut.flush();
+                    scan(buffer, n);
+                }
+            } catch (IOException e) {
+                // the program closed its stderr
+            }
+            if (myLine.size() > 0) {
+                inspect(myLine.toString(StandardCharsets.UTF_8));
+            }
+        }
+
+        private void scan(byte[] bytes, int count) {
+            for (int i = 0; i < count; i++) {
+                if (bytes[i] == '\n') {
+                    inspect(myLine.toString(StandardCharsets.UTF_8));
+                    myLine.reset();
+                } else if (myLine.size() < 4096) {
+                    myLine.write(bytes[i]);
+                }
+            }
+        }
+
+        private void inspect(String line) {
+            String text = line.endsWith("\r") ? line.substring(0, line.length() - 1) : line;
+            Matcher matcher = LOG_FILE_LINE.matcher(text);
+            if (matcher.matches() && logFile == null) {
+                logFile = matcher.group(1).trim();
+            }
+            if (text.startsWith(REFUSAL_PREFIX)) {
+                sawRefusal = true;
+            }
+        }
+    }
+}

@@ -1,0 +1,151 @@
+package com.corvane.report;
+
+import com.corvane.profile.CallNode;
+import com.corvane.profile.HotSpot;
+import com.corvane.profile.Profile;
+import com.corvane.profile.Summary;
+import com.corvane.profile.ThreadProfile;
+import com.corvane.snapshot.Snapshot;
+import java.util.ArrayList;
+import java.util.LinkedHashMap;
+import java.util.List;
+import java.util.Map;
+
+/**
+ * The content of a report as plain maps and lists: summary, hot spots,
+ * threads, call tree. The JSON output writes it as it is and the text output
+ * lays the same values out for a terminal, so both always say the same.
+ */
+public final class Report {
+    /** How much to show: hot spot rows, callees a node in the tree, tree depth. */
+    public record Limits(int hotSpots, int top, int depth) {
+    }
+
+    private Report() {
+    }
+
+    public static Map<String, Object> build(Snapshot snapshot, Profile profile, Limits limits) {
+        Map<String, Object> report = new LinkedHashMap<>();
+        Map<String, Map<String, Object>> summary = Summary.of(snapshot, profile);
+        report.put("summary", summary);
+        boolean withCalls = Boolean.TRUE.equals(summary.get("modes").get("invocationCounts"));
+        long total = profile.totalNs();
+        report.put("totalTimeNs", total);
+        report.put("hotSpots", hotSpots(profile, limits, total, withCalls));
+        report.put("threads", threads(profile, total, withCalls));
+        report.put("callTree", callTree(profile, limits, total, withCalls));
+        return report;
+    }
+
+    private static Map<String, Object> hotSpots(Profile profile, Limits limits, long total, boolean withCalls) {
+        List<Object> methods = new ArrayList<>();
+        for (HotSpot spot : profile.hotSpots()) {
+            if (methods.size() >= limits.hotSpots()) {
+                break;
+            }
+            Map<String, Object> m = new LinkedHashMap<>();
+            m.put("method", spot.name());
+            m.put("ownTimeNs", spot.ownNs());
+            m.put("ownPercent", percent(spot.ownNs(), total));
+            m.put("totalTimeNs", spot.totalNs());
+            m.put("totalPercent", percent(spot.totalNs(), total));
+            if (withCalls) {
+                m.put("invocations", spot.invocations());
+            }
+            methods.add(m);
+        }
+        Map<String, Object> section = new LinkedHashMap<>();
+        section.put("methodCount", profile.hotSpots().size());
+        section.put("methods", methods);
+        return section;
+    }
+
+    private static List<Object> threads(Profile profile, long total, boolean withCalls) {
+        List<Object> threads = new ArrayList<>();
+        for (ThreadProfile thread : profile.threads()) {
+            Map<String, Object> t = new LinkedHashMap<>();
+            t.put("name", thread.name());
+            t.put("trn", thread.trn());
+            if (thread.group() != null) {
+                t.put("group", thread.group());
+            }
+            t.put("daemon", thread.daemon());
+            t.put("timeNs", thread.root().totalNs());
+            t.put("percent", percent(thread.root().totalNs(), total));
+            if (withCalls) {
+                t.put("invocations", sumTopLevelInvocations(thread.root()));
+            }
+            threads.add(t);
+        }
+        return threads;
+    }
+
+    private static Map<String, Object> callTree(Profile profile, Limits limits, long total, boolean withCalls) {
+        Map<String, Object> tree = new LinkedHashMap<>();
+        tree.put("topCallees", limits.top());
+        tree.put("depth", limits.depth());
+        List<Object> threads = new ArrayList<>();
+        for (ThreadProfile thread : profile.threads()) {
+            Map<String, Object> node = node(thread.root(), limits, total, withCalls, 0);
+            node.put("thread", true);
+            threads.add(node);
+        }
+        tree.put("threads", threads);
+        return tree;
+    }
+
+    private static Map<String, Object> node(CallNode node, Limits limits, long total, boolean withCalls, int depth) {
+        Map<String, Object> n = new LinkedHashMap<>();
+        n.put("name", node.name());
+        n.put("totalTimeNs", node.totalNs());
+        n.put("ownTimeNs", node.ownNs());
+        n.put("percent", percent(node.totalNs(), total));
+        if (withCalls && node.method() != 0) {
+            n.put("invocations", node.invocations());
+        }
+        List<CallNode> children = node.children();
+        if (children.isEmpty()) {
+            return n;
+        }
+        if (depth >= limits.depth()) {
+            n.put("omittedCallees", omitted(children, 0));
+            return n;
+        }
+        List<Object> shown = new ArrayList<>();
+        int count = Math.min(limits.top(), children.size());
+        for (int i = 0; i < count; i++) {
+            shown.add(node(children.get(i), limits, total, withCalls, depth + 1));
+        }
+        n.put("callees", shown);
+        if (count < children.size()) {
+            n.put("omittedCallees", omitted(children, count));
+        }
+        return n;
+    }
+
+    private static Map<String, Object> omitted(List<CallNode> children, int from) {
+        long time = 0;
+        for (int i = from; i < children.size(); i++) {
+            time += children.get(i).totalNs();
+        }
+        Map<String, Object> o = new LinkedHashMap<>();
+        o.put("count", children.size() - from);
+        o.put("totalTimeNs", time);
+        return o;
+    }
+
+    private static long sumTopLevelInvocations(CallNode root) {
+        long sum = 0;
+        for (CallNode child : root.children()) {
+            sum += child.invocations();
+        }
+        return sum;
+    }
+
+    static double percent(long part, long whole) {
+        if (whole <= 0) {
+            return 0;
+        }
+        return Math.round(part * 10000.0 / whole) / 100.0;
+    }
+}

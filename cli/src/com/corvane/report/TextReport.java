@@ -1,0 +1,161 @@
+package com.corvane.report;
+
+import java.io.PrintStream;
+import java.time.Instant;
+import java.time.ZoneId;
+import java.time.format.DateTimeFormatter;
+import java.util.List;
+import java.util.Locale;
+import java.util.Map;
+
+/** Lays a {@link Report} out as plain text for a terminal. */
+public final class TextReport {
+    private static final DateTimeFormatter DATE =
+            DateTimeFormatter.ofPattern("yyyy-MM-dd HH:mm:ss").withZone(ZoneId.systemDefault());
+
+    private final PrintStream myOut;
+
+    private TextReport(PrintStream out) {
+        myOut = out;
+    }
+
+    public static void print(Map<String, Object> report, PrintStream out) {
+        new TextReport(out).all(report);
+        out.flush();
+    }
+
+    @SuppressWarnings("unchecked")
+    private void all(Map<String, Object> report) {
+        summary((Map<String, Map<String, Object>>) report.get("summary"));
+        long total = (Long) report.get("totalTimeNs");
+        if (total <= 0) {
+            myOut.println();
+            myOut.println("No CPU time was recorded: CPU sampling or tracing was off while this snapshot's data was"
+                    + " gathered.");
+            return;
+        }
+        hotSpots((Map<String, Object>) report.get("hotSpots"), total);
+        threads((List<Object>) report.get("threads"), total);
+        callTree((Map<String, Object>) report.get("callTree"));
+    }
+
+    private void summary(Map<String, Map<String, Object>> sections) {
+        for (Map.Entry<String, Map<String, Object>> section : sections.entrySet()) {
+            if (section.getValue().isEmpty()) {
+                continue;
+            }
+            myOut.println(title(section.getKey()) + ":");
+            for (Map.Entry<String, Object> entry : section.getValue().entrySet()) {
+                myOut.printf(Locale.ROOT, "  %-34s %s%n", words(entry.getKey()), value(entry.getKey(), entry.getValue()));
+            }
+        }
+    }
+
+    @SuppressWarnings("unchecked")
+    private void hotSpots(Map<String, Object> section, long total) {
+        List<Object> methods = (List<Object>) section.get("methods");
+        myOut.println();
+        myOut.println("Hot spots: " + methods.size() + " of " + section.get("methodCount")
+                + " methods by own time; 100% = " + millis(total) + " ms of recorded time");
+        boolean withCalls = !methods.isEmpty() && ((Map<String, Object>) methods.get(0)).containsKey("invocations");
+        myOut.printf(Locale.ROOT, "  %12s %7s %12s %7s%s  %s%n", "own ms", "own %", "total ms", "total %",
+                withCalls ? String.format(Locale.ROOT, " %12s", "calls") : "", "method");
+        for (Object item : methods) {
+            Map<String, Object> m = (Map<String, Object>) item;
+            myOut.printf(Locale.ROOT, "  %12s %6.2f%% %12s %6.2f%%%s  %s%n", millis((Long) m.get("ownTimeNs")), m.get("ownPercent"),
+                    millis((Long) m.get("totalTimeNs")), m.get("totalPercent"),
+                    withCalls ? String.format(Locale.ROOT, " %,12d", (Long) m.get("invocations")) : "", m.get("method"));
+        }
+    }
+
+    @SuppressWarnings("unchecked")
+    private void threads(List<Object> threads, long total) {
+        myOut.println();
+        myOut.println("Threads: time per thread");
+        myOut.printf(Locale.ROOT, "  %12s %7s  %s%n", "time ms", "%", "thread");
+        for (Object item : threads) {
+            Map<String, Object> t = (Map<String, Object>) item;
+            myOut.printf(Locale.ROOT, "  %12s %6.2f%%  %s%s%n", millis((Long) t.get("timeNs")), t.get("percent"), t.get("name"),
+                    Boolean.TRUE.equals(t.get("daemon")) ? " (daemon)" : "");
+        }
+    }
+
+    @SuppressWarnings("unchecked")
+    private void callTree(Map<String, Object> tree) {
+        myOut.println();
+        myOut.println("Call tree: per thread, the " + tree.get("topCallees") + " most expensive callees of each call,"
+                + " " + tree.get("depth") + " levels deep");
+        myOut.printf(Locale.ROOT, "  %7s %12s %12s  %s%n", "%", "total ms", "own ms", "call path");
+        for (Object thread : (List<Object>) tree.get("threads")) {
+            node((Map<String, Object>) thread, 0);
+        }
+    }
+
+    @SuppressWarnings("unchecked")
+    private void node(Map<String, Object> n, int depth) {
+        String indent = "  ".repeat(depth);
+        String calls = n.containsKey("invocations") ? String.format(Locale.ROOT, "  (%,d calls)", (Long) n.get("invocations")) : "";
+        String name = Boolean.TRUE.equals(n.get("thread")) ? "[thread] " + n.get("name") : (String) n.get("name");
+        myOut.printf(Locale.ROOT, "  %6.2f%% %12s %12s  %s%s%s%n", n.get("percent"), millis((Long) n.get("totalTimeNs")),
+                millis((Long) n.get("ownTimeNs")), indent, name, calls);
+        Object callees = n.get("callees");
+        if (callees != null) {
+            for (Object child : (List<Object>) callees) {
+                node((Map<String, Object>) child, depth + 1);
+            }
+        }
+        Map<String, Object> omitted = (Map<String, Object>) n.get("omittedCallees");
+        if (omitted != null) {
+            myOut.printf(Locale.ROOT, "  %7s %12s %12s  %s... %d more callee%s%n", "", millis((Long) omitted.get("totalTimeNs")),
+                    "", "  ".repeat(depth + 1), (Integer) omitted.get("count"),
+                    (Integer) omitted.get("count") == 1 ? "" : "s");
+        }
+    }
+
+    private static String title(String key) {
+        return key.equals("jvm") ? "JVM" : Character.toUpperCase(key.charAt(0)) + key.substring(1);
+    }
+
+    /** "cpuProfilingStartNs" to "cpu profiling start". */
+    static String words(String key) {
+        String base = key.endsWith("EpochMs") ? key.substring(0, key.length() - 7)
+                : key.endsWith("Ns") ? key.substring(0, key.length() - 2) : key;
+        StringBuilder words = new StringBuilder();
+        for (char c : base.toCharArray()) {
+            if (Character.isUpperCase(c)) {
+                words.append(' ').append(Character.toLowerCase(c));
+            } else {
+                words.append(c);
+            }
+        }
+        return words.toString().replace("jvm", "JVM").replace("cpu", "CPU");
+    }
+
+    private static String value(String key, Object value) {
+        if (value instanceof Long && key.endsWith("EpochMs")) {
+            return DATE.format(Instant.ofEpochMilli((Long) value));
+        }
+        if (value instanceof Long && key.endsWith("Ns")) {
+            return seconds((Long) value);
+        }
+        if (value instanceof Boolean) {
+            return (Boolean) value ? "yes" : "no";
+        }
+        if (value instanceof List) {
+            List<?> list = (List<?>) value;
+            return list.isEmpty() ? "none" : String.join(", ", list.stream().map(String::valueOf).toList());
+        }
+        if (key.equals("sizeBytes") && value instanceof Long) {
+            return String.format(Locale.ROOT, "%,d bytes", (Long) value);
+        }
+        return String.valueOf(value);
+    }
+
+    private static String seconds(long ns) {
+        return String.format(Locale.ROOT, "%.3f s", ns / 1e9);
+    }
+
+    static String millis(long ns) {
+        return String.format(Locale.ROOT, "%,.1f", ns / 1e6);
+    }
+}
