@@ -1,0 +1,282 @@
+#include "db/DB.h"
+
+#include <cstdlib>
+#include <ctime>
+
+#include "agent/Logger.h"
+#include "agent/Options.h"
+#include "db/EventTable.h"
+#include "foundation/System.h"
+#include "foundation/UptimeProvider.h"
+
+DB* ourDB = nullptr;
+MethodTable* ourMethodTable = nullptr;
+FrameTable* ourFrameTable = nullptr;
+
+void (*DB::ourCreatePseudoThreads)(const LockHolder&) = nullptr;
+
+static const int INITIAL_TABLE_SIZE = 1024;
+static const int METHOD_TABLE_SIZE = 0xa00000;
+
+DB* getDBOrFail(const char* file, int line) {
+    if (ourDB == nullptr) Logger::error("db is NULL", file, line);
+    return ourDB;
+}
+
+template <typename Table>
+static Table* createTable(const char* name, int firstIndex, int initialSize) {
+    return new Table(name, firstIndex, initialSize);
+}
+
+DB::DB(int telemetryLimit)
+    : myTelemetryLimit(telemetryLimit), myNextEventTableId(0), myCurrentGeneration(1), mySessionId(0),
+      myThreadFrameIndex(nullptr) {
+    KZT_ASSERT(telemetryLimit >= 1);
+    int64_t now = (int64_t)time(nullptr);
+    int pid = z_getpid();
+    mySessionId = ((int64_t)pid << 32) ^ now;
+    ZString message("session_id: ");
+    message.appendLong(mySessionId).append(" (").appendLong(now).appendChar(',').appendLong(pid).appendChar(')');
+    Logger::message(message);
+
+    // Creation order differs from slot order for thread_frame and method.
+    myStringTable = createTable<StringTable>("string", 1, INITIAL_TABLE_SIZE);
+    myThreadTable = createTable<ThreadTable>("thread", 1, INITIAL_TABLE_SIZE);
+    myThreadFrameTable = createTable<ThreadFrameTable>("thread_frame", 1, INITIAL_TABLE_SIZE);
+    // Sized up front so that method growth never reallocates the chunk pointers.
+    myMethodTable = createTable<MethodTable>("method", 1, METHOD_TABLE_SIZE);
+    myMonitorTable = createTable<MonitorTable>("monitor", 1, INITIAL_TABLE_SIZE);
+    myCpuProfilingTable = createTable<CpuProfilingTable>("cpu_profiling", 1, INITIAL_TABLE_SIZE);
+    myInstanceCountTable = createTable<InstanceCountTable>("instance_count", 1, INITIAL_TABLE_SIZE);
+    myFrameTable = createTable<FrameTable>("frame", 1, INITIAL_TABLE_SIZE);
+    myTableGenerationTable = createTable<TableGenerationTable>("table_generation", 1, INITIAL_TABLE_SIZE);
+    mySnapshotTable = createTable<SnapshotTable>("snapshot", 1, INITIAL_TABLE_SIZE);
+    myAllocInfoTable = createTable<AllocInfoTable>("alloc_info", 1, INITIAL_TABLE_SIZE);
+    myGenerationTable = createTable<GenerationTable>("generation", 1, INITIAL_TABLE_SIZE);
+    myPropertyTable = createTable<PropertyTable>("properties", 1, INITIAL_TABLE_SIZE);
+    myTelemetryTable = createTable<TelemetryTable>("tele", 0, telemetryLimit);
+    myExceptionTable = createTable<ExceptionTable>("exception", 1, INITIAL_TABLE_SIZE);
+    myEventRecordTable = createTable<EventRecordTable>("event", 1, INITIAL_TABLE_SIZE);
+    myCodePointTable = createTable<CodePointTable>("code_point", 1, INITIAL_TABLE_SIZE);
+    myCallCountTable = createTable<CallCountTable>("call_count", 1, INITIAL_TABLE_SIZE);
+    myAllocPointTable = createTable<AllocPointTable>("alloc_point", 1, INITIAL_TABLE_SIZE);
+    myAllocObjectCountTable = createTable<AllocObjectCountTable>("alloc_object_count", 1, INITIAL_TABLE_SIZE);
+
+    DBTableBase* const bySlot[FIXED_TABLE_COUNT] = {
+        myStringTable,        myThreadTable,      myMethodTable,          myThreadFrameTable,
+        myMonitorTable,       myCpuProfilingTable, myInstanceCountTable,  myFrameTable,
+        myTableGenerationTable, mySnapshotTable,   myAllocInfoTable,       myGenerationTable,
+        myPropertyTable,      myTelemetryTable,   myExceptionTable,       myEventRecordTable,
+        myCodePointTable,     myCallCountTable,   myAllocPointTable,      myAllocObjectCountTable};
+    for (int slot = 0; slot < FIXED_TABLE_COUNT; slot++) myTables[slot] = bySlot[slot];
+    for (int id = 0; id <= LAST_EVENT_TABLE_ID; id++) myEventTables[id] = nullptr;
+    myNextEventTableId = FIRST_EVENT_TABLE_ID;
+    myThreadFrameIndex = new ThreadFrameIndex();
+}
+
+DB::~DB() {
+    for (int slot = 0; slot < FIXED_TABLE_COUNT; slot++) delete myTables[slot];
+    for (int id = FIRST_EVENT_TABLE_ID; id <= LAST_EVENT_TABLE_ID; id++) delete myEventTables[id];
+    delete myThreadFrameIndex;
+}
+
+void DB::createAndInitializeDB(int telemetryLimit) {
+    // A second attach keeps the database of the first.
+    if (ourDB != nullptr) return;
+    DB* db = new DB(telemetryLimit);
+    ourDB = db;
+    ourMethodTable = db->myMethodTable;
+    ourFrameTable = db->myFrameTable;
+    db->mySessionName = ourOptions.getSessionName();
+    db->mySnapshotNameFormat = ourOptions.getSnapshotNameFormat();
+
+    LockHolder lock(&ourLock, LOCK_SITE);
+    if (ourCreatePseudoThreads != nullptr) ourCreatePseudoThreads(lock);
+    db->createBuiltInProperties(lock);
+    ownLineNumberMethod = ZMethod::getByName(lock, "own", "<<own>>", "()", "void", "", false);
+    ZString message("line_method: ");
+    message.appendLong(ownLineNumberMethod);
+    Logger::message(message);
+}
+
+void DB::createBuiltInProperties(const LockHolder& lock) {
+    static const char* const telemetryKeys[BUILT_IN_PROPERTY_COUNT] = {
+        "telec.non.heap.memory.max.kb", "telec.unloaded.class.count", "telec.peak.thread.count",
+        "telec.total.started.thread.count", "telec.deadlock.found", "telec.heap.memory.max.kb"};
+    for (const char* key : telemetryKeys) {
+        int index = myPropertyTable->nextIndex();
+        PropertyRecord* record = myPropertyTable->getPtr(index, true);
+        record->myKey = StringPool::getStrIDImpl(lock, key, false);
+        record->myValue = 0;
+        record->myStamp = myCurrentGeneration;
+    }
+
+    int64_t memory = getSystemPhysicalMemorySize();
+    setProperty(lock, "qv.system.physical.memory.mb", memory > 0 ? (int)(memory / 1048576) : -1);
+    setProperty(lock, "kzt.vm.starttime", StringPool::getStrID(lock, ZString::fromLong(getCurrentTimeMs())));
+    ZVectorSafe<ZString> arguments;
+    getCommandLineParameters(arguments);
+    ZString commandLine;
+    for (int i = 0; i < arguments.getSize(); i++) {
+        if (i > 0) commandLine.appendChar('\n');
+        commandLine.append(arguments[i]);
+    }
+    setProperty(lock, "kzt.command.line", StringPool::getStrID(lock, commandLine));
+    setProperty(lock, "kzt.ide_project_name",
+                StringPool::getStrID(lock, ourOptions.getInternalOption("_ide_project_name")));
+}
+
+DBTableBase* DB::getTable(int slot) const {
+    return slot >= 0 && slot < FIXED_TABLE_COUNT ? myTables[slot] : nullptr;
+}
+
+EventTable* DB::getEventTable(int id) const {
+    return id >= FIRST_EVENT_TABLE_ID && id <= LAST_EVENT_TABLE_ID ? myEventTables[id] : nullptr;
+}
+
+int DB::allocateEventTableId() {
+    if (myNextEventTableId > LAST_EVENT_TABLE_ID) return -1;
+    return myNextEventTableId++;
+}
+
+void DB::installEventTable(int id, EventTable* table) {
+    KZT_ASSERT(id >= FIRST_EVENT_TABLE_ID && id <= LAST_EVENT_TABLE_ID && myEventTables[id] == nullptr);
+    myEventTables[id] = table;
+}
+
+int DB::findPropertyRecordIndex(int key) {
+    int found = -1;
+    myPropertyTable->forEachRecord([&](long long index, PropertyRecord& record) {
+        if (found < 0 && record.myKey == key) found = (int)index;
+    });
+    return found;
+}
+
+void DB::setProperty(const LockHolder& lock, const char* key, int value) {
+    int keyId = StringPool::getStrIDImpl(lock, key, false);
+    int index = findPropertyRecordIndex(keyId);
+    if (index >= 0) {
+        PropertyRecord* record = myPropertyTable->getPtr(index, true);
+        if (record->myValue == value) return;
+        record->myValue = value;
+        record->myStamp = myCurrentGeneration;
+        return;
+    }
+    index = myPropertyTable->nextIndex();
+    PropertyRecord* record = myPropertyTable->getPtr(index, true);
+    record->myKey = keyId;
+    record->myValue = value;
+    record->myStamp = myCurrentGeneration;
+}
+
+void DB::markTableCleared(int slot) {
+    myTableGenerationTable->setRecordModificationStamp(slot, myCurrentGeneration);
+}
+
+TelemetryRecord* DB::nextTelemetryRow(const LockHolder&) {
+    long long position;
+    TelemetryRecord* row = myTelemetryTable->addRow(&position);
+    // A reused row drops what the sample before it left.
+    row->myValues.clear();
+    row->myValues.resize(TelemetryRecord::FIXED_VALUE_COUNT, 0);
+    row->myThreadStates.clear();
+    row->myHasThreadStates = false;
+    row->myStamp = myCurrentGeneration;
+    return row;
+}
+
+TelemetryRecord* DB::storeTelemetrySample(const LockHolder& lock, const ZVector<int>& constants,
+                                          const ZVector<int>& values, const ZVector<int>& keys,
+                                          const ZVector<int>& customValues, bool withThreadStates) {
+    // Element 0 is unused: property indices begin at 1.
+    for (int i = 1; i < constants.getSize(); i++) {
+        PropertyRecord* record = myPropertyTable->getPtr(i, false);
+        if (record == nullptr || record->myValue == constants[i]) continue;
+        record->myValue = constants[i];
+        record->myStamp = myCurrentGeneration;
+    }
+    KZT_ASSERT(values.getSize() == TelemetryRecord::FIXED_VALUE_COUNT);
+    TelemetryRecord* row = nextTelemetryRow(lock);
+    for (int i = 0; i < TelemetryRecord::FIXED_VALUE_COUNT; i++) row->myValues[i] = values[i];
+    row->myHasThreadStates = withThreadStates;
+    KZT_ASSERT(keys.getSize() == customValues.getSize());
+    // A first key of 0 ends the list before it starts.
+    if (keys.getSize() > 0 && keys[0] != 0) {
+        for (int i = 0; i < keys.getSize(); i++) {
+            row->myValues.push(keys[i]);
+            row->myValues.push(customValues[i]);
+        }
+    }
+    row->myValues[TelemetryRecord::UPTIME_VALUE] = (int)(ourUptimeProvider.getUptimeMs() / 100);
+    return row;
+}
+
+void DB::appendEventStatistics(ZString& text) {
+    long rows = 0;
+    long withExcess = 0;
+    long lengthSum = 0;
+    long lengthMax = 0;
+    long bytesSum = 0;
+    long bytesMax = 0;
+    myEventRecordTable->forEachRecord([&](long long, EventRecord& record) {
+        if (record.myStamp < 1) return;
+        long length = record.myValues.getSize();
+        long bytes = (long)record.myValues.getCapacity() * 4 + 8;
+        rows++;
+        if (length > EventRecord::INLINE_VALUES) withExcess++;
+        lengthSum += length;
+        bytesSum += bytes;
+        if (length > lengthMax) lengthMax = length;
+        if (bytes > bytesMax) bytesMax = bytes;
+    });
+    text.append("  counted records: total=").appendLong(rows).append(" with_excess=").appendLong(withExcess);
+    text.append("\n  myValues length: total=").appendLong(lengthSum);
+    text.append(" avg=").appendLong(rows > 0 ? lengthSum / rows : 0).append(" max=").appendLong(lengthMax);
+    text.append("\n  myValues bytes: total=").append(formatBytes(bytesSum));
+    text.append(" avg=").appendLong(rows > 0 ? bytesSum / rows : 0).append(" max=").appendLong(bytesMax);
+    text.appendChar('\n');
+}
+
+ZString DB::getStatistics() {
+    ZString text(4096);
+    long total = 0;
+    for (int slot = 0; slot < FIXED_TABLE_COUNT; slot++) {
+        if (myTables[slot] == nullptr) continue;
+        text.append(myTables[slot]->getStatistics(&total)).appendChar('\n');
+        if (slot == TABLE_EVENT) appendEventStatistics(text);
+    }
+    text.append("\ntelemetryLimit=").appendLong(myTelemetryLimit).appendChar('\n');
+    long stringBytes = 0;
+    myStringTable->forEachRecord([&](long long, StringRecord& record) {
+        if (record.myText != nullptr) stringBytes += (long)strlen(record.myText);
+    });
+    total += stringBytes;
+    text.append("\nString bodies: ").append(formatBytes(stringBytes));
+    long tfiBytes = myThreadFrameIndex->getAllocatedBytes();
+    total += tfiBytes;
+    text.append("\nTFI: ").append(formatBytes(tfiBytes));
+    text.append("\nTotal size: ").append(formatBytes(total));
+    return text;
+}
+
+void DB::resetForTests() {
+    StringPool::resetForTests();
+    CodePointStorage::resetForTests();
+    ZMethod::resetForTests();
+    ZFrameStorage::resetForTests();
+    delete ourDB;
+    ourDB = nullptr;
+    ourMethodTable = nullptr;
+    ourFrameTable = nullptr;
+}
+
+void addSnapshotInfo(const ZString& name, int64_t time) {
+    LockHolder lock(&ourLock, LOCK_SITE);
+    DB* db = KZT_DB();
+    SnapshotTable* table = db->getSnapshotTable();
+    int index = table->nextIndex();
+    SnapshotRecord* record = table->getPtr(index, true);
+    record->myFileName = StringPool::getStrID(lock, name);
+    record->myTime = time;
+    record->myStamp = db->getCurrentGeneration();
+}

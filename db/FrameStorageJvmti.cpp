@@ -1,0 +1,133 @@
+// The parts of the frame storage that ask the JVM: lines, methods, stacks.
+#include "agent/AgentState.h"
+#include "agent/JvmGlue.h"
+#include "agent/Logger.h"
+#include "db/DB.h"
+#include "db/SignatureNames.h"
+#include "db/ZFrameStorage.h"
+#include "foundation/ZMap.h"
+
+// Line by (method, location); -1 for a location without a line, so that a
+// lineless method is not asked again.
+static ZMap<MethodAndLocation, int>& ourLineCache = *new ZMap<MethodAndLocation, int>(1000);
+static ZMap<jmethodID, int>& ourMethodID2MethodIndex = *new ZMap<jmethodID, int>(1000);
+
+int ZFrameStorage::getLineNumber(const LockHolder&, jmethodID methodId, int method, jlocation location) {
+    if (location < 0) return 0;
+    MethodAndLocation key = {method, (int64_t)location};
+    int* known = ourLineCache.getPtr(key);
+    if (known != nullptr) return *known < 0 ? 0 : *known;
+    int line = 0;
+    jint count = 0;
+    JvmtiMemory<jvmtiLineNumberEntry> table;
+    if (ourJVMTI->GetLineNumberTable(methodId, &count, table.out()) == JVMTI_ERROR_NONE) {
+        // Sorted by start location: the last entry that starts at or before it.
+        for (int i = 0; i < count && table.get()[i].start_location <= location; i++) {
+            line = table.get()[i].line_number;
+        }
+    }
+    ourLineCache.put(key, line == 0 ? -1 : line);
+    return line;
+}
+
+// "Foo$$Lambda$12.345" and "Foo$$Lambda$12.678" are one lambda site.
+static ZString foldLambdaClassName(const ZString& name) {
+    if (!name.contains("$$Lambda$")) return name;
+    int dot = name.lastIndexOfChar('.');
+    if (dot < 0 || dot == name.getLength() - 1) return name;
+    for (int i = dot + 1; i < name.getLength(); i++) {
+        if (name[i] < '0' || name[i] > '9') return name;
+    }
+    return name.substring(0, dot);
+}
+
+static ZString getDeclaringClassName(JNIEnv* env, jmethodID methodId, ZString* sourceFile) {
+    jclass declaringClass = nullptr;
+    if (ourJVMTI->GetMethodDeclaringClass(methodId, &declaringClass) != JVMTI_ERROR_NONE || declaringClass == nullptr) {
+        return ZString("<unknown>");
+    }
+    ZString name = foldLambdaClassName(convertClassSignatureToFullName(getClassNameJvmti(declaringClass, __FILE__).c_str()));
+    JvmtiMemory<char> source;
+    if (ourJVMTI->GetSourceFileName(declaringClass, source.out()) == JVMTI_ERROR_NONE && source.get() != nullptr) {
+        *sourceFile = source.get();
+    }
+    if (env != nullptr) env->DeleteLocalRef(declaringClass);
+    return name;
+}
+
+int ZFrameStorage::getMethodById(const LockHolder& lock, JNIEnv* env, jmethodID methodId) {
+    KZT_ASSERT_NOT_NULL(methodId);
+    int* known = ourMethodID2MethodIndex.getPtr(methodId);
+    if (known != nullptr) return *known;
+    ZString name;
+    ZString parameters;
+    ZString returnType;
+    JvmtiMemory<char> rawName;
+    JvmtiMemory<char> descriptor;
+    if (ourJVMTI->GetMethodName(methodId, rawName.out(), descriptor.out(), nullptr) == JVMTI_ERROR_NONE) {
+        if (rawName.get() != nullptr) name = rawName.get();
+        if (descriptor.get() != nullptr) {
+            parameters = convertMethodSignatureToParameters(descriptor.get());
+            returnType = getReturnTypeFromMethodSignature(descriptor.get());
+        }
+    }
+    ZString sourceFile;
+    ZString className = getDeclaringClassName(env, methodId, &sourceFile);
+    jboolean native = JNI_FALSE;
+    if (ourJVMTI->IsMethodNative(methodId, &native) != JVMTI_ERROR_NONE) native = JNI_FALSE;
+    int method = ZMethod::getByName(lock, className, name, parameters, returnType, sourceFile, native == JNI_TRUE);
+    KZT_ASSERT(method != 0);
+    ourMethodID2MethodIndex.put(methodId, method);
+    return method;
+}
+
+// Bottom of the stack first; each call is placed at the line where its
+// caller stood. `frameAt(i)` gives method id and location of frame i, 0
+// being the top.
+template <typename FrameAt>
+static int walkStack(const LockHolder& lock, JNIEnv* env, int count, bool skipInvisible, FrameAt frameAt) {
+    int frame = 0;
+    int line = 0;
+    for (int i = count - 1; i >= 0; i--) {
+        jmethodID methodId;
+        jlocation location;
+        frameAt(i, &methodId, &location);
+        if (methodId == nullptr) continue;
+        int method = ZFrameStorage::getMethodById(lock, env, methodId);
+        if (skipInvisible && (ZMethod::getFlags(method) & METHOD_FLAG_INVISIBLE) != 0) continue;
+        frame = ZFrameStorage::getChild(lock, frame, method, line);
+        line = ZFrameStorage::getLineNumber(lock, methodId, method, location);
+    }
+    if (frame > 0 && line > 0) frame = ZFrameStorage::getChild(lock, frame, ownLineNumberMethod, line);
+    return frame;
+}
+
+int ZFrameStorage::fillCurrentFrameJVMTIForSampling(const LockHolder& lock, JNIEnv* env,
+                                                    const jvmtiStackInfo& stack) {
+    return walkStack(lock, env, stack.frame_count, true, [&](int i, jmethodID* id, jlocation* location) {
+        *id = stack.frame_buffer[i].method;
+        *location = stack.frame_buffer[i].location;
+    });
+}
+
+int ZFrameStorage::fillCurrentFrameForAsyncSampling(const LockHolder& lock, JNIEnv* env, int count,
+                                                    AsyncCallFrame* frames) {
+    return walkStack(lock, env, count, true, [&](int i, jmethodID* id, jlocation* location) {
+        *id = frames[i].myMethodId;
+        *location = frames[i].myLineOrLocation;
+    });
+}
+
+int ZFrameStorage::fillCurrentFrameJvmtiForRoots(const LockHolder& lock, JNIEnv* env, const jvmtiStackInfo& stack) {
+    for (int i = 0; i < stack.frame_count; i++) KZT_ASSERT_NOT_NULL(stack.frame_buffer[i].method);
+    return walkStack(lock, env, stack.frame_count, false, [&](int i, jmethodID* id, jlocation* location) {
+        *id = stack.frame_buffer[i].method;
+        *location = stack.frame_buffer[i].location;
+    });
+}
+
+void ZFrameStorage::resetForTests() {
+    ourLineCache.clear();
+    ourMethodID2MethodIndex.clear();
+    ownLineNumberMethod = 0;
+}

@@ -1,0 +1,38 @@
+// Methods: interned by their five strings in the "method" table. The index
+// is the method id that rewritten classes carry as a constant.
+#pragma once
+
+#include <cstdint>
+
+#include "db/DBRecords.h"
+#include "foundation/ZLock.h"
+#include "foundation/ZString.h"
+
+// Names of native methods that the agent wrapped begin with this.
+extern const char* const NATIVE_METHOD_PREFIX;
+// The class of the agent's own callbacks: invisible in stacks.
+extern const char* const CALLBACK_CLASS_NAME;
+
+class ZMethod {
+public:
+    // Methods are numbered in pages of this size.
+    static constexpr int PAGE_SIZE = 4096;
+
+    // The index of the method, made on first sight. Methods named exactly
+    // "<<init>>" (the pseudo constructors of allocation recording) are
+    // numbered apart from the others.
+    static int getByName(const LockHolder& lock, const ZString& className, const ZString& name,
+                         const ZString& parameters, const ZString& returnType, const ZString& sourceFile,
+                         bool native);
+
+    // The method's record, or null.
+    static MethodRecord* getRecord(int method);
+    // The flags of a method, 0 when unknown. Read without the lock: a late
+    // read only costs an event or two.
+    static int getFlags(int method);
+
+    // Installed by the filters: sets the timing flags of a new method.
+    static void (*ourApplyFilters)(const LockHolder& lock, int method, MethodRecord* record);
+
+    static void resetForTests();
+};

@@ -1,0 +1,32 @@
+#include "snapshot/Progress.h"
+
+#include <cstdint>
+
+#include "agent/Logger.h"
+#include "agent/Options.h"
+#include "foundation/System.h"
+
+static void putBigEndian(uint8_t* to, uint64_t value, int bytes) {
+    for (int i = bytes - 1; i >= 0; i--) {
+        to[i] = (uint8_t)value;
+        value >>= 8;
+    }
+}
+
+void Progress::updateProgressImpl(int percent) {
+    KZT_ASSERT(percent >= 1 && percent <= 99);
+    if (percent <= myLastPercent) return;
+    myLastPercent = percent;
+    if (ourOptions.isDebug("progress")) {
+        ZString text("snapshot progress: ");
+        text.appendLong(percent);
+        Logger::message(text);
+    }
+    if (myFd < 0) return;
+    // One message: long 123456789, int 100600, int percent.
+    uint8_t message[16];
+    putBigEndian(message, 123456789, 8);
+    putBigEndian(message + 8, 100600, 4);
+    putBigEndian(message + 12, (uint32_t)percent, 4);
+    z_send(myFd, message, sizeof(message));
+}
