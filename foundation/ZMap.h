@@ -95,6 +95,29 @@ protected:
         int before = size++;
         return !(before < maxSize && free != 0);
     }
+    // Re-inserts every full slot into fresh arrays, walking from the last
+    // slot down; `moved(from, to)` carries the caller's parallel data along.
+    template <typename Move>
+    void rehashSlots(int newCapacity, Move moved) {
+        int oldCapacity = capacity;
+        K* oldKeys = keys;
+        uint8_t* oldStates = states;
+        capacity = newCapacity;
+        keys = new K[newCapacity];
+        states = new uint8_t[newCapacity];
+        memset(states, 0, newCapacity);
+        for (int i = oldCapacity - 1; i >= 0; i--) {
+            if (oldStates[i] != FULL) continue;
+            int slot = insertion_index(oldKeys[i]);
+            keys[slot] = oldKeys[i];
+            states[slot] = FULL;
+            moved(i, slot);
+        }
+        delete[] oldKeys;
+        delete[] oldStates;
+        computeMaxSize();
+        free = capacity - size;
+    }
     int checkedSlot(int index) const {
         if (index < 0) index = ~index;
         if (index < 0 || index >= capacity) zmapFail(__LINE__);
@@ -165,27 +188,10 @@ public:
     }
 
     void rehash(int newCapacity) {
-        int oldCapacity = this->capacity;
-        K* oldKeys = this->keys;
         V* oldValues = values;
-        uint8_t* oldStates = this->states;
-        this->capacity = newCapacity;
-        this->keys = new K[newCapacity];
         values = new V[newCapacity];
-        this->states = new uint8_t[newCapacity];
-        memset(this->states, 0, newCapacity);
-        for (int i = oldCapacity - 1; i >= 0; i--) {
-            if (oldStates[i] != Base::FULL) continue;
-            int slot = this->insertion_index(oldKeys[i]);
-            this->keys[slot] = oldKeys[i];
-            values[slot] = oldValues[i];
-            this->states[slot] = Base::FULL;
-        }
-        delete[] oldKeys;
+        this->rehashSlots(newCapacity, [&](int from, int to) { values[to] = oldValues[from]; });
         delete[] oldValues;
-        delete[] oldStates;
-        this->computeMaxSize();
-        this->free = this->capacity - this->size;
     }
 
     // Empties the map and shrinks it to the initial capacity.
@@ -244,23 +250,7 @@ public:
         return true;
     }
     void rehash(int newCapacity) {
-        int oldCapacity = this->capacity;
-        K* oldKeys = this->keys;
-        uint8_t* oldStates = this->states;
-        this->capacity = newCapacity;
-        this->keys = new K[newCapacity];
-        this->states = new uint8_t[newCapacity];
-        memset(this->states, 0, newCapacity);
-        for (int i = oldCapacity - 1; i >= 0; i--) {
-            if (oldStates[i] != Base::FULL) continue;
-            int slot = this->insertion_index(oldKeys[i]);
-            this->keys[slot] = oldKeys[i];
-            this->states[slot] = Base::FULL;
-        }
-        delete[] oldKeys;
-        delete[] oldStates;
-        this->computeMaxSize();
-        this->free = this->capacity - this->size;
+        this->rehashSlots(newCapacity, [](int, int) {});
     }
     void clear() { init(); }
 
