@@ -40,44 +40,51 @@ void AttributeInfo::writeAll(DataOutput& out, ZVector<AttributeInfo*, 10>& attri
     for (int i = 0; i < attributes.getSize(); i++) attributes[i]->write(out);
 }
 
+static bool named(const ConstantUtf8Info* name, const char* text, int length) {
+    return memcmp(name->getChars(), text, length) == 0;
+}
+
 // Names by length first: a class has few attribute names, but many attributes.
-static AttributeInfo* createByName(const ZString& name, DataInput& in, ConstantPool* pool, int nameIndex, int length) {
-    switch (name.getLength()) {
+static AttributeInfo* createByName(const ConstantUtf8Info* name, DataInput& in, ConstantPool* pool, int nameIndex,
+                                   int length) {
+    switch (name->getByteLength()) {
     case 4:
-        if (name.equals("Code")) return new CodeAttribute(in, pool, nameIndex, length);
+        if (named(name, "Code", 4)) return new CodeAttribute(in, pool, nameIndex, length);
         break;
     case 9:
-        if (name.equals("Synthetic")) return new SyntheticAttribute(nameIndex, length);
+        if (named(name, "Synthetic", 9)) return new SyntheticAttribute(nameIndex, length);
         break;
     case 10:
-        if (name.equals("Deprecated")) return new DeprecatedAttribute(nameIndex, length);
-        if (name.equals("Exceptions")) return new ExceptionsAttribute(in, pool, nameIndex, length);
-        if (name.equals("SourceFile")) return new SourceFileAttribute(in, pool, nameIndex, length);
+        if (named(name, "Deprecated", 10)) return new DeprecatedAttribute(nameIndex, length);
+        if (named(name, "Exceptions", 10)) return new ExceptionsAttribute(in, pool, nameIndex, length);
+        if (named(name, "SourceFile", 10)) return new SourceFileAttribute(in, pool, nameIndex, length);
         break;
     case 12:
-        if (name.equals("InnerClasses")) return new InnerClassesAttribute(in, pool, nameIndex, length);
+        if (named(name, "InnerClasses", 12)) return new InnerClassesAttribute(in, pool, nameIndex, length);
         break;
     case 13:
-        if (name.equals("ConstantValue")) return new ConstantValueAttribute(in, nameIndex, length);
-        if (name.equals("StackMapTable")) return new StackMapTableAttribute(in, nameIndex, length);
+        if (named(name, "ConstantValue", 13)) return new ConstantValueAttribute(in, nameIndex, length);
+        if (named(name, "StackMapTable", 13)) return new StackMapTableAttribute(in, nameIndex, length);
         break;
     case 15:
-        if (name.equals("LineNumberTable")) return new LineNumberTableAttribute(in, nameIndex, length);
+        if (named(name, "LineNumberTable", 15)) return new LineNumberTableAttribute(in, nameIndex, length);
         break;
     case 18:
-        if (name.equals("LocalVariableTable")) return new LocalVariableTableAttribute(in, pool, nameIndex, length);
+        if (named(name, "LocalVariableTable", 18)) return new LocalVariableTableAttribute(in, pool, nameIndex, length);
         break;
     case 22:
-        if (name.equals("LocalVariableTypeTable")) return new LocalVariableTypeTableAttribute(in, pool, nameIndex, length);
+        if (named(name, "LocalVariableTypeTable", 22)) return new LocalVariableTypeTableAttribute(in, pool, nameIndex, length);
         break;
     case 25:
-        if (name.equals("RuntimeVisibleAnnotations")) return new AnnotationsAttribute(in, nameIndex, length);
+        if (named(name, "RuntimeVisibleAnnotations", 25)) return new AnnotationsAttribute(in, nameIndex, length);
         break;
     case 27:
-        if (name.equals("RuntimeInvisibleAnnotations")) return new AnnotationsAttribute(in, nameIndex, length);
+        if (named(name, "RuntimeInvisibleAnnotations", 27)) return new AnnotationsAttribute(in, nameIndex, length);
         break;
     case 36:
-        if (name.equals("RuntimeInvisibleParameterAnnotations")) return new ParameterAnnotationsAttribute(in, nameIndex, length);
+        if (named(name, "RuntimeInvisibleParameterAnnotations", 36)) {
+            return new ParameterAnnotationsAttribute(in, nameIndex, length);
+        }
         break;
     }
     return new UnknownAttribute(in, nameIndex, length);
@@ -88,7 +95,7 @@ AttributeInfo* AttributeInfoReader::create(DataInput& in, ConstantPool* pool) {
     int length = in.readInt();
     KZT_ASSERT(nameIndex >= 1);
     KZT_ASSERT(length >= 0);
-    const ZString& name = ConstantPoolInfo::getUtf8(pool, nameIndex);
+    const ConstantUtf8Info* name = ConstantPoolInfo::getUtf8Entry(pool, nameIndex);
     int start = in.getPosition();
     AttributeInfo* attribute = createByName(name, in, pool, nameIndex, length);
     if (in.getPosition() - start != length) {

@@ -19,7 +19,10 @@ ClassFile::ClassFile(DataInput& in)
 ClassFile::~ClassFile() { release(); }
 
 void ClassFile::release() {
-    for (int i = 0; i < myConstantPool.getSize(); i++) delete myConstantPool[i];
+    // Entries live in the arena: destroyed here, their memory freed with it.
+    for (int i = 0; i < myConstantPool.getSize(); i++) {
+        if (myConstantPool[i] != nullptr) myConstantPool[i]->~ConstantPoolInfo();
+    }
     myConstantPool.clear();
     for (int i = 0; i < myFields.getSize(); i++) delete myFields[i];
     myFields.clear();
@@ -28,6 +31,7 @@ void ClassFile::release() {
     AttributeInfo::deleteAll(myAttributes);
     delete[] myInterfaces;
     myInterfaces = nullptr;
+    myArena.release();
 }
 
 void ClassFile::parse(DataInput& in) {
@@ -35,9 +39,11 @@ void ClassFile::parse(DataInput& in) {
     myMinorVersion = in.readUnsignedShort();
     myMajorVersion = in.readUnsignedShort();
     int count = in.readUnsignedShort();
+    // Pool entries and their bytes take about twice the class's size.
+    myArena.reserve(in.available() * 2 + 256);
     myConstantPool.push(nullptr);
     for (int i = 1; i < count;) {
-        ConstantPoolInfo* entry = ConstantPoolInfoReader::create(in);
+        ConstantPoolInfo* entry = ConstantPoolInfoReader::create(in, &myArena);
         if (entry == nullptr) {
             myInvalid = true;
             myParsedPoolSize = myConstantPool.getSize();
@@ -92,32 +98,33 @@ static void writeBody(DataOutput& out, int accessFlags, int thisClass, int super
 
 void ClassFile::writeClass(DataOutput& out) {
     KZT_ASSERT(!myInvalid);
-    // Constants that parsing added (the stack map name, classes of parameter
-    // types in initial frames) are written only when something refers to
-    // them; that is known once the body is encoded, so the body goes first.
-    bool mayDrop = !myProvisionalUsed && myConstantPool.getSize() == myProvisionalPoolSize &&
-                   myProvisionalPoolSize > myParsedPoolSize;
-    ZVector<unsigned char, 10> body(mayDrop ? 4096 : 1);
-    DataOutput bodyOut(body);
-    int poolSize = myConstantPool.getSize();
-    if (mayDrop) {
-        writeBody(bodyOut, myAccessFlags, myThisClass, mySuperClass, myInterfaceCount, myInterfaces, myFields, myMethods,
-                  myAttributes);
-        if (bodyOut.getHighestPoolReference() < myParsedPoolSize) poolSize = myParsedPoolSize;
-    }
     out.writeInt(myMagic);
     out.writeUnsignedShort(myMinorVersion);
     out.writeUnsignedShort(myMajorVersion);
-    out.writeUnsignedShort(poolSize);
-    for (int i = 1; i < poolSize; i++) {
+    int countAt = out.getSize();
+    out.writeUnsignedShort(myConstantPool.getSize());
+    int provisionalAt = -1;
+    for (int i = 1; i < myConstantPool.getSize(); i++) {
+        if (i == myParsedPoolSize) provisionalAt = out.getSize();
         ConstantPoolInfo* entry = myConstantPool[i];
         if (entry != nullptr) entry->writeTo(out);
     }
-    if (mayDrop) {
-        out.write(body.getElements(), body.getSize());
-    } else {
-        writeBody(out, myAccessFlags, myThisClass, mySuperClass, myInterfaceCount, myInterfaces, myFields, myMethods,
-                  myAttributes);
+    int poolEnd = out.getSize();
+    int outerHighest = out.getHighestPoolReference();
+    out.setHighestPoolReference(0);
+    writeBody(out, myAccessFlags, myThisClass, mySuperClass, myInterfaceCount, myInterfaces, myFields, myMethods,
+              myAttributes);
+    int highest = out.getHighestPoolReference();
+    out.notePoolReference(outerHighest);
+    // Constants that parsing added (the stack map name, classes of parameter
+    // types in initial frames) stay out unless something written refers to
+    // them; only frames can, and the encoder has noted what they did.
+    bool unused = !myProvisionalUsed && myConstantPool.getSize() == myProvisionalPoolSize &&
+                  provisionalAt >= 0 && highest < myParsedPoolSize;
+    if (unused) {
+        out.cut(provisionalAt, poolEnd);
+        out.getBytes()[countAt] = (unsigned char)(myParsedPoolSize >> 8);
+        out.getBytes()[countAt + 1] = (unsigned char)myParsedPoolSize;
     }
 }
 
@@ -244,8 +251,8 @@ int ClassFile::findOrCreateUtf8(const char* chars, int length) {
         }
     }
     index = findUtf8InPool(chars, length);
-    if (index == 0) index = appendEntry(new ConstantUtf8Info(ZString(chars, length)));
-    myUtf8Cache.put(static_cast<ConstantUtf8Info*>(myConstantPool[index])->getValue().c_str(), index);
+    if (index == 0) index = appendEntry(ConstantPoolInfo::make<ConstantUtf8Info>(&myArena, ZString(chars, length)));
+    myUtf8Cache.put(static_cast<ConstantUtf8Info*>(myConstantPool[index])->getChars(), index);
     return noteFound(index);
 }
 
@@ -272,13 +279,13 @@ static int findCached(ConstantPool& pool, ZMap<int, int>& cache, int tag, int ke
 int ClassFile::findOrCreateConstantClass(int nameIndex) {
     KZT_ASSERT(nameIndex >= 1);
     int index = findCached<ConstantClassInfo>(myConstantPool, myClassCache, ConstantPoolInfo::CLASS, nameIndex);
-    return index > 0 ? noteFound(index) : appendEntry(new ConstantClassInfo(nameIndex));
+    return index > 0 ? noteFound(index) : appendEntry(ConstantPoolInfo::make<ConstantClassInfo>(&myArena, nameIndex));
 }
 
 int ClassFile::findOrCreateStringInfo(const ZString& value) {
     int utf8 = findOrCreateUtf8(value);
     int index = findCached<ConstantStringInfo>(myConstantPool, myStringCache, ConstantPoolInfo::STRING, utf8);
-    return index > 0 ? noteFound(index) : appendEntry(new ConstantStringInfo(utf8));
+    return index > 0 ? noteFound(index) : appendEntry(ConstantPoolInfo::make<ConstantStringInfo>(&myArena, utf8));
 }
 
 int ClassFile::findOrCreateNameAndType(int nameIndex, int descriptorIndex) {
@@ -291,7 +298,7 @@ int ClassFile::findOrCreateNameAndType(int nameIndex, int descriptorIndex) {
             return noteFound(i);
         }
     }
-    return appendEntry(new ConstantNameAndTypeInfo(nameIndex, descriptorIndex));
+    return appendEntry(ConstantPoolInfo::make<ConstantNameAndTypeInfo>(&myArena, nameIndex, descriptorIndex));
 }
 
 int ClassFile::findOrCreateMethodRef(int classIndex, int nameIndex, int descriptorIndex) {
@@ -304,7 +311,7 @@ int ClassFile::findOrCreateMethodRef(int classIndex, int nameIndex, int descript
             return noteFound(i);
         }
     }
-    return appendEntry(new ConstantMethodRefInfo(classIndex, nameAndType));
+    return appendEntry(ConstantPoolInfo::make<ConstantMethodRefInfo>(&myArena, classIndex, nameAndType));
 }
 
 int ClassFile::findOrCreateIntInfo(int value) {
@@ -315,7 +322,7 @@ int ClassFile::findOrCreateIntInfo(int value) {
             return noteFound(i);
         }
     }
-    return appendEntry(new ConstantIntInfo(value));
+    return appendEntry(ConstantPoolInfo::make<ConstantIntInfo>(&myArena, value));
 }
 
 int ClassFile::findOrCreateLongInfo(long long value) {
@@ -326,7 +333,7 @@ int ClassFile::findOrCreateLongInfo(long long value) {
             return noteFound(i);
         }
     }
-    int index = appendEntry(new ConstantLongInfo(value));
+    int index = appendEntry(ConstantPoolInfo::make<ConstantLongInfo>(&myArena, value));
     appendEntry(nullptr);
     return index;
 }

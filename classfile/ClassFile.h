@@ -84,6 +84,8 @@ private:
     int noteFound(int index);
     int findUtf8InPool(const char* chars, int length);
 
+    // Holds the pool entries; declared first so that it goes last.
+    ClassArena myArena;
     int myMagic;
     int myMajorVersion;
     int myMinorVersion;

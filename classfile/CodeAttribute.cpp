@@ -55,7 +55,9 @@ void CodeAttribute::deleteFrames() {
     myFrames.clear();
 }
 
-void CodeAttribute::writeTo(DataOutput& out) {
+void CodeAttribute::writeTo(DataOutput& out) { writeBody(out, 0); }
+
+void CodeAttribute::writeBody(DataOutput& out, int extraAttributes) {
     out.writeUnsignedShort(myMaxStack);
     out.writeUnsignedShort(myMaxLocals);
     out.writeInt(myCodeLength);
@@ -68,7 +70,36 @@ void CodeAttribute::writeTo(DataOutput& out) {
         out.writeUnsignedShort(e->handlerPc);
         out.writeUnsignedShort(e->catchType);
     }
-    AttributeInfo::writeAll(out, myAttributes);
+    out.writeUnsignedShort(myAttributes.getSize() + extraAttributes);
+    for (int i = 0; i < myAttributes.getSize(); i++) myAttributes[i]->write(out);
+}
+
+void CodeAttribute::writeWithStackMapTable(DataOutput& out) {
+    myHighestPoolReference = 0;
+    if (!hasFramesToWrite()) {
+        write(out);
+        return;
+    }
+    out.writeUnsignedShort(myAttributeNameIndex);
+    int lengthAt = out.getSize();
+    out.writeInt(0);
+    writeBody(out, 1);
+    out.writeUnsignedShort(myStackMapNameIndex);
+    int tableLengthAt = out.getSize();
+    out.writeInt(0);
+    int outerHighest = out.getHighestPoolReference();
+    out.setHighestPoolReference(myStackMapNameIndex);
+    encodeFrames(out);
+    myHighestPoolReference = out.getHighestPoolReference();
+    out.notePoolReference(outerHighest);
+    int tableLength = out.getSize() - tableLengthAt - 4;
+    out.patchInt(tableLengthAt, tableLength);
+    out.patchInt(lengthAt, myAttributeLength + 6 + tableLength);
+}
+
+void CodeAttribute::encodeFrames(DataOutput& out) {
+    out.writeUnsignedShort(myFrames.getSize() - 1);
+    for (int i = 1; i < myFrames.getSize(); i++) myFrames[i]->writeTo(*myFrames[i - 1], out);
 }
 
 void CodeAttribute::setCode(const unsigned char* bytes, int length) {
@@ -367,15 +398,14 @@ void CodeAttribute::parseStackMapTable(ClassFile* classFile, const MethodInfo* m
 
 void CodeAttribute::addStackMapTableAttributeBeforeWrite() {
     myHighestPoolReference = 0;
-    if (!myStackMapsEnabled || myFrames.getSize() < 2) return;
+    if (!hasFramesToWrite()) return;
     ZVector<unsigned char, 10> scratch(32);
     DataOutput out(scratch);
-    out.writeUnsignedShort(myFrames.getSize() - 1);
-    for (int i = 1; i < myFrames.getSize(); i++) myFrames[i]->writeTo(*myFrames[i - 1], out);
+    out.notePoolReference(myStackMapNameIndex);
+    encodeFrames(out);
     myAttributes.push(new StackMapTableAttribute(myStackMapNameIndex, scratch.getElements(), scratch.getSize()));
     setAttributeLength(myAttributeLength + scratch.getSize() + 6);
     myHighestPoolReference = out.getHighestPoolReference();
-    if (myStackMapNameIndex > myHighestPoolReference) myHighestPoolReference = myStackMapNameIndex;
 }
 
 void CodeAttribute::addStackMapFrames(const ZVector<int, 10>& pcs, int base, const VerificationType& stackItem,

@@ -34,6 +34,10 @@ public:
     CodeAttribute& operator=(const CodeAttribute&) = delete;
 
     void writeTo(DataOutput& out) override;
+    // Writes the whole attribute with the frames encoded as a last
+    // "StackMapTable", straight into `out`; the same bytes as adding the
+    // table, writing and removing it again.
+    void writeWithStackMapTable(DataOutput& out);
 
     // ---- code ----
     const unsigned char* getCode() const { return myCode; }
@@ -109,6 +113,9 @@ public:
 
 private:
     void release();
+    bool hasFramesToWrite() const { return myStackMapsEnabled && myFrames.getSize() >= 2; }
+    void encodeFrames(DataOutput& out);
+    void writeBody(DataOutput& out, int extraAttributes);
     void remapTables(const int* blockMap, const int* instructionMap, int oldLength, bool withVariables);
     void wipe(StackMapFrame* frame) const;
     void deleteFrames();

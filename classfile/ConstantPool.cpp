@@ -10,19 +10,48 @@ ConstantPoolInfo* ConstantPoolInfo::getEntry(const ConstantPool* pool, int index
     return entry;
 }
 
-const ZString& ConstantPoolInfo::getUtf8(const ConstantPool* pool, int index) {
-    return static_cast<ConstantUtf8Info*>(getEntry(pool, index, UTF8))->getValue();
+ConstantUtf8Info* ConstantPoolInfo::getUtf8Entry(const ConstantPool* pool, int index) {
+    return static_cast<ConstantUtf8Info*>(getEntry(pool, index, UTF8));
 }
 
-ConstantUtf8Info::ConstantUtf8Info(DataInput& in) : ConstantPoolInfo(UTF8) {
-    myByteLength = in.readUnsignedShort();
-    myValue = in.readString(myByteLength);
+const ZString& ConstantPoolInfo::getUtf8(const ConstantPool* pool, int index) { return getUtf8Entry(pool, index)->getValue(); }
+
+ConstantUtf8Info::ConstantUtf8Info(DataInput& in, ClassArena* arena)
+    : ConstantPoolInfo(UTF8), myChars(nullptr), myByteLength(0), myValue(nullptr), myOwnsChars(arena == nullptr) {
+    int length = in.readUnsignedShort();
+    in.peek(length);
+    char* chars = arena != nullptr ? (char*)arena->allocate(length + 1) : new char[length + 1];
+    in.readFully((unsigned char*)chars, length);
+    chars[length] = 0;
+    myChars = chars;
+    myByteLength = length;
 }
 
-ConstantUtf8Info::ConstantUtf8Info(const ZString& value) : ConstantPoolInfo(UTF8), myValue(value), myByteLength(value.getLength()) {}
+ConstantUtf8Info::ConstantUtf8Info(const ZString& value)
+    : ConstantPoolInfo(UTF8), myChars(nullptr), myByteLength(value.getLength()), myValue(new ZString(value)),
+      myOwnsChars(false) {
+    myChars = myValue->c_str();
+}
+
+ConstantUtf8Info::~ConstantUtf8Info() {
+    if (myOwnsChars) delete[] myChars;
+    delete myValue;
+}
+
+const ZString& ConstantUtf8Info::getValue() const {
+    if (myValue == nullptr) myValue = new ZString(myChars, myByteLength);
+    return *myValue;
+}
 
 void ConstantUtf8Info::setValue(const ZString& value) {
-    myValue = value;
+    if (myValue == nullptr) {
+        myValue = new ZString(value);
+    } else {
+        *myValue = value;
+    }
+    if (myOwnsChars) delete[] myChars;
+    myOwnsChars = false;
+    myChars = myValue->c_str();
     myByteLength = value.getLength();
 }
 
@@ -30,7 +59,7 @@ void ConstantUtf8Info::writeTo(DataOutput& out) {
     KZT_ASSERT(myByteLength <= 0xffff);
     out.writeUnsignedByte(myTag);
     out.writeUnsignedShort(myByteLength);
-    out.write((const unsigned char*)myValue.c_str(), myByteLength);
+    out.write((const unsigned char*)myChars, myByteLength);
 }
 
 void ConstantIntInfo::writeTo(DataOutput& out) {
@@ -108,45 +137,45 @@ void ConstantInvokeDynamicInfo::writeTo(DataOutput& out) {
     out.writeUnsignedShort(myNameAndTypeIndex);
 }
 
-ConstantPoolInfo* ConstantPoolInfoReader::create(DataInput& in) {
+ConstantPoolInfo* ConstantPoolInfoReader::create(DataInput& in, ClassArena* arena) {
     int tag = in.readUnsignedByte();
     switch (tag) {
     case ConstantPoolInfo::UTF8:
-        return new ConstantUtf8Info(in);
+        return ConstantPoolInfo::make<ConstantUtf8Info>(arena, in, arena);
     case ConstantPoolInfo::INTEGER:
-        return new ConstantIntInfo(in.readInt());
+        return ConstantPoolInfo::make<ConstantIntInfo>(arena, in.readInt());
     case ConstantPoolInfo::FLOAT:
-        return new ConstantFloatInfo(in);
+        return ConstantPoolInfo::make<ConstantFloatInfo>(arena, in);
     case ConstantPoolInfo::LONG:
-        return new ConstantLongInfo(in.readLong());
+        return ConstantPoolInfo::make<ConstantLongInfo>(arena, in.readLong());
     case ConstantPoolInfo::DOUBLE:
-        return new ConstantDoubleInfo(in);
+        return ConstantPoolInfo::make<ConstantDoubleInfo>(arena, in);
     case ConstantPoolInfo::CLASS:
-        return new ConstantClassInfo(in.readUnsignedShort());
+        return ConstantPoolInfo::make<ConstantClassInfo>(arena, in.readUnsignedShort());
     case ConstantPoolInfo::STRING:
-        return new ConstantStringInfo(in.readUnsignedShort());
+        return ConstantPoolInfo::make<ConstantStringInfo>(arena, in.readUnsignedShort());
     case ConstantPoolInfo::FIELD_REF:
     case ConstantPoolInfo::METHOD_REF:
     case ConstantPoolInfo::INTERFACE_METHOD_REF: {
         int classIndex = in.readUnsignedShort();
         int nameAndType = in.readUnsignedShort();
-        if (tag == ConstantPoolInfo::FIELD_REF) return new ConstantFieldRefInfo(classIndex, nameAndType);
-        if (tag == ConstantPoolInfo::METHOD_REF) return new ConstantMethodRefInfo(classIndex, nameAndType);
-        return new ConstantInterfaceMethodRefInfo(classIndex, nameAndType);
+        if (tag == ConstantPoolInfo::FIELD_REF) return ConstantPoolInfo::make<ConstantFieldRefInfo>(arena, classIndex, nameAndType);
+        if (tag == ConstantPoolInfo::METHOD_REF) return ConstantPoolInfo::make<ConstantMethodRefInfo>(arena, classIndex, nameAndType);
+        return ConstantPoolInfo::make<ConstantInterfaceMethodRefInfo>(arena, classIndex, nameAndType);
     }
     case ConstantPoolInfo::NAME_AND_TYPE: {
         int name = in.readUnsignedShort();
-        return new ConstantNameAndTypeInfo(name, in.readUnsignedShort());
+        return ConstantPoolInfo::make<ConstantNameAndTypeInfo>(arena, name, in.readUnsignedShort());
     }
     case ConstantPoolInfo::METHOD_HANDLE: {
         int kind = in.readUnsignedByte();
-        return new ConstantMethodHandleInfo(kind, in.readUnsignedShort());
+        return ConstantPoolInfo::make<ConstantMethodHandleInfo>(arena, kind, in.readUnsignedShort());
     }
     case ConstantPoolInfo::METHOD_TYPE:
-        return new ConstantMethodTypeInfo(in.readUnsignedShort());
+        return ConstantPoolInfo::make<ConstantMethodTypeInfo>(arena, in.readUnsignedShort());
     case ConstantPoolInfo::INVOKE_DYNAMIC: {
         int bootstrap = in.readUnsignedShort();
-        return new ConstantInvokeDynamicInfo(bootstrap, in.readUnsignedShort());
+        return ConstantPoolInfo::make<ConstantInvokeDynamicInfo>(arena, bootstrap, in.readUnsignedShort());
     }
     default: {
         ZString text("Unknown Constant Pool Info tag: ");

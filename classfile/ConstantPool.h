@@ -2,6 +2,9 @@
 // a Long or Double. Entries are never moved or renumbered once in a pool.
 #pragma once
 
+#include <new>
+
+#include "classfile/ClassArena.h"
 #include "classfile/DataInput.h"
 #include "classfile/DataOutput.h"
 #include "foundation/ZString.h"
@@ -28,27 +31,48 @@ public:
     static ConstantPoolInfo* getEntry(const ConstantPool* pool, int index, int tag);
     // The text of the Utf8 entry at `index`.
     static const ZString& getUtf8(const ConstantPool* pool, int index);
+    static class ConstantUtf8Info* getUtf8Entry(const ConstantPool* pool, int index);
+
+    // A new entry in `arena`, or on the heap when there is none. An entry in
+    // an arena is destroyed by calling its destructor, never deleted.
+    template <typename T, typename... Args>
+    static T* make(ClassArena* arena, Args&&... args) {
+        if (arena == nullptr) return new T(static_cast<Args&&>(args)...);
+        return new (arena->allocate(sizeof(T))) T(static_cast<Args&&>(args)...);
+    }
 
 protected:
     int myTag;
 };
 
+// The bytes stay as read; the ZString of getValue is built on first use, as
+// most constants of a class are never looked at as text.
 class ConstantUtf8Info : public ConstantPoolInfo {
 public:
-    explicit ConstantUtf8Info(DataInput& in);
+    // With an arena the bytes go there, else the entry owns them.
+    ConstantUtf8Info(DataInput& in, ClassArena* arena);
+    explicit ConstantUtf8Info(DataInput& in) : ConstantUtf8Info(in, nullptr) {}
     explicit ConstantUtf8Info(const ZString& value);
+    ~ConstantUtf8Info() override;
+    ConstantUtf8Info(const ConstantUtf8Info&) = delete;
+    ConstantUtf8Info& operator=(const ConstantUtf8Info&) = delete;
     void writeTo(DataOutput& out) override;
 
-    bool equals(const ZString& value) const { return myValue.equals(value); }
+    bool equals(const ZString& value) const { return equals(value.c_str(), value.getLength()); }
     bool equals(const char* chars, int length) const {
-        return myByteLength == length && memcmp(myValue.c_str(), chars, length) == 0;
+        return myByteLength == length && memcmp(myChars, chars, length) == 0;
     }
-    const ZString& getValue() const { return myValue; }
+    // The bytes, followed by a zero.
+    const char* getChars() const { return myChars; }
+    int getByteLength() const { return myByteLength; }
+    const ZString& getValue() const;
     void setValue(const ZString& value);
 
 private:
-    ZString myValue;
+    const char* myChars;
     int myByteLength;
+    mutable ZString* myValue;
+    bool myOwnsChars;
 };
 
 class ConstantIntInfo : public ConstantPoolInfo {
@@ -203,5 +227,6 @@ class ConstantPoolInfoReader {
 public:
     // Reads one entry; null for a tag this toolkit does not model, after
     // logging "Unknown Constant Pool Info tag: " and the tag.
-    static ConstantPoolInfo* create(DataInput& in);
+    static ConstantPoolInfo* create(DataInput& in) { return create(in, nullptr); }
+    static ConstantPoolInfo* create(DataInput& in, ClassArena* arena);
 };

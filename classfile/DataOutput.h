@@ -47,6 +47,22 @@ public:
         if (index > myHighestPoolReference) myHighestPoolReference = index;
     }
     int getHighestPoolReference() const { return myHighestPoolReference; }
+    void setHighestPoolReference(int index) { myHighestPoolReference = index; }
+
+    // Overwrites four bytes already written, for a length known only later.
+    void patchInt(int at, int value) {
+        unsigned char* p = myBytes.getElements() + at;
+        p[0] = (unsigned char)(value >> 24);
+        p[1] = (unsigned char)(value >> 16);
+        p[2] = (unsigned char)(value >> 8);
+        p[3] = (unsigned char)value;
+    }
+    // Drops the bytes from `from` to `to`, closing the gap.
+    void cut(int from, int to) {
+        unsigned char* p = myBytes.getElements();
+        memmove(p + from, p + to, myBytes.getSize() - to);
+        myBytes.resize(myBytes.getSize() - (to - from));
+    }
 
 private:
     unsigned char* reserve(int count) {

@@ -29,13 +29,11 @@ void MethodInfo::writeTo(DataOutput& out) {
             a->write(out);
             continue;
         }
+        // Frames are encoded as a last "StackMapTable" just for this write;
+        // a raw table copied from another method (stack maps off) stays as is.
         CodeAttribute* code = static_cast<CodeAttribute*>(a);
-        code->addStackMapTableAttributeBeforeWrite();
-        code->write(out);
+        code->writeWithStackMapTable(out);
         out.notePoolReference(code->getHighestPoolReference());
-        // Only the table made for this write goes: a raw one copied from
-        // another method (stack maps off) stays.
-        if (code->isStackMapsEnabled()) code->removeAttributes("StackMapTable");
     }
 }
 

@@ -54,7 +54,8 @@ int instructionLength(const unsigned char* code, int codeLength, int pc) {
     long long length;
     if (opcode == TABLESWITCH || opcode == LOOKUPSWITCH) {
         int operands = pc + 1 + switchPadding(pc);
-        KZT_ASSERT(operands + 12 <= codeLength);
+        // default and low/high, or default and the pair count
+        KZT_ASSERT(operands + (opcode == TABLESWITCH ? 12 : 8) <= codeLength);
         if (opcode == TABLESWITCH) {
             long long low = ByteConversions::readS4(code, operands + 4);
             long long high = ByteConversions::readS4(code, operands + 8);

@@ -4,20 +4,23 @@
 #include "classfile/ClassFile.h"
 
 StackMapFrame::StackMapFrame(ClassFile* classFile, const MethodInfo* method) : myOffset(-1) {
+    const ConstantPool* pool = classFile->getConstantPool();
     if (!method->isStatic()) {
         int thisClass = classFile->getThisClass();
         // Never true, as the signature is an internal name; harmless, since
         // java/lang/Object has no superclass constructor to call.
-        bool isObject = classFile->getSignature().equals("Ljava/lang/Object;");
-        if (method->getName().equals("<init>") && !isObject) {
+        int nameIndex = static_cast<ConstantClassInfo*>(ConstantPoolInfo::getEntry(pool, thisClass, ConstantPoolInfo::CLASS))
+                            ->getNameIndex();
+        bool isObject = ConstantPoolInfo::getUtf8Entry(pool, nameIndex)->equals("Ljava/lang/Object;", 18);
+        if (ConstantPoolInfo::getUtf8Entry(pool, method->getNameIndex())->equals("<init>", 6) && !isObject) {
             myLocals.push(VerificationType(VerificationType::UNINITIALIZED_THIS, thisClass));
         } else {
             myLocals.push(VerificationType(VerificationType::OBJECT, thisClass));
         }
     }
-    const ZString& descriptor = method->getDescriptor();
-    const char* chars = descriptor.c_str();
-    int length = descriptor.getLength();
+    const ConstantUtf8Info* descriptor = ConstantPoolInfo::getUtf8Entry(pool, method->getDescriptorIndex());
+    const char* chars = descriptor->getChars();
+    int length = descriptor->getByteLength();
     KZT_ASSERT(length > 0 && chars[0] == '(');
     int at = 1;
     while (at < length && chars[at] != ')') {
