@@ -22,6 +22,7 @@ final class SnapshotInput implements AutoCloseable {
     private long myBufferStart;
     private long myLimit;
     private String myLimitOwner = "";
+    private boolean myLimitIsRecordEnd;
 
     SnapshotInput(Path file) throws IOException {
         myChannel = FileChannel.open(file, StandardOpenOption.READ);
@@ -42,15 +43,26 @@ final class SnapshotInput implements AutoCloseable {
         return position() >= mySize;
     }
 
-    /** Restricts reads to end before {@code end}; what is named in messages. */
+    /**
+     * Restricts reads to the record that ends at {@code end}, named {@code owner}
+     * in messages. The record is whole in the file, so reading past its end
+     * means its contents are wrong, not that the file was cut.
+     */
     void setLimit(long end, String owner) {
         myLimit = end;
         myLimitOwner = owner;
+        myLimitIsRecordEnd = true;
     }
 
     void clearLimit() {
         myLimit = mySize;
         myLimitOwner = "";
+        myLimitIsRecordEnd = false;
+    }
+
+    /** Whether a read that goes past the limit is a contents fault rather than a cut file. */
+    boolean limitIsRecordEnd() {
+        return myLimitIsRecordEnd;
     }
 
     long limit() {
@@ -64,7 +76,7 @@ final class SnapshotInput implements AutoCloseable {
     private void need(long count, String what) throws IOException, SnapshotFormatException {
         long at = position();
         if (at + count > myLimit) {
-            if (myLimit < mySize) {
+            if (myLimitIsRecordEnd) {
                 throw SnapshotFormatException.corrupt(at, what + " runs past the end of " + myLimitOwner
                         + " at offset " + myLimit);
             }
@@ -146,7 +158,7 @@ final class SnapshotInput implements AutoCloseable {
             throw SnapshotFormatException.corrupt(at, what + " has the negative length " + length);
         }
         if (position() + length > myLimit) {
-            if (myLimit < mySize) {
+            if (myLimitIsRecordEnd) {
                 throw SnapshotFormatException.corrupt(at, what + " of " + length + " bytes runs past the end of "
                         + myLimitOwner + " at offset " + myLimit);
             }

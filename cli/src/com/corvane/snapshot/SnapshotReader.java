@@ -138,7 +138,11 @@ public final class SnapshotReader {
                         describeRecord(tag, stage) + " has the length 0xFFFFFFFF, which only a tables block may have");
             }
             long end = overflow ? myIn.size() : bodyStart + length;
-            myIn.setLimit(end, describeRecord(tag, stage) + " at offset " + start);
+            if (overflow) {
+                myIn.clearLimit(); // the record reaches as far as its contents do
+            } else {
+                myIn.setLimit(end, describeRecord(tag, stage) + " at offset " + start);
+            }
             switch (stage) {
                 case HEADER_BLOCK:
                     expectTag(tag, TAG_BLOCK, start, stage);
@@ -493,7 +497,7 @@ public final class SnapshotReader {
     /** Fails before allocating for a count that the rest of the record cannot hold. */
     private void requireRoom(long bytes, long countAt, String what) throws IOException, SnapshotFormatException {
         if (myIn.position() + bytes > myIn.limit()) {
-            if (myIn.limit() < myIn.size()) {
+            if (myIn.limitIsRecordEnd()) {
                 throw SnapshotFormatException.corrupt(countAt,
                         what + " announces " + bytes + " bytes, more than is left of its record");
             }

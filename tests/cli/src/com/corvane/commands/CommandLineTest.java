@@ -1,0 +1,184 @@
+package com.corvane.commands;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.corvane.Main;
+import com.corvane.testing.JsonParser;
+import com.corvane.testing.Samples;
+import com.corvane.testing.SnapshotFileWriter;
+import java.io.ByteArrayOutputStream;
+import java.io.PrintStream;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.Arrays;
+import java.util.List;
+import java.util.Map;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+/** The tool run in this JVM: what it prints and the codes it returns. */
+class CommandLineTest {
+    @TempDir
+    Path dir;
+
+    record Result(int code, String out, String err) {
+        List<String> errLines() {
+            return err.isEmpty() ? List.of() : Arrays.asList(err.split("\n"));
+        }
+    }
+
+    static Result corvane(String... args) {
+        ByteArrayOutputStream out = new ByteArrayOutputStream();
+        ByteArrayOutputStream err = new ByteArrayOutputStream();
+        int code = Main.execute(args, new Io(new PrintStream(out, true, StandardCharsets.UTF_8),
+                new PrintStream(err, true, StandardCharsets.UTF_8), false));
+        return new Result(code, out.toString(StandardCharsets.UTF_8), err.toString(StandardCharsets.UTF_8));
+    }
+
+    /** A user error: one line on stderr, no stack trace, a non-zero code. */
+    private static void assertOneLineError(Result result, int code, String line) {
+        assertEquals(code, result.code(), result.err());
+        assertEquals(List.of(line), result.errLines());
+        assertEquals("", result.out());
+    }
+
+    @Test
+    void userErrorsAreOneLine() throws Exception {
+        Path missing = dir.resolve("missing.snapshot");
+        assertOneLineError(corvane("report", missing.toString()), 1, "corvane: no such file: " + missing);
+        assertOneLineError(corvane("flamegraph", dir.toString()), 1,
+                "corvane: " + dir + " is a folder, not a snapshot file");
+
+        Path text = Files.writeString(dir.resolve("notes.txt"), "hello");
+        assertOneLineError(corvane("report", text.toString()), 1,
+                "corvane: " + text + ": not a Corvane snapshot: the file does not begin with CORVANE_FILE_60000");
+
+        byte[] whole = Samples.sampled().toBytes();
+        Path cut = dir.resolve("cut.snapshot");
+        Files.write(cut, Arrays.copyOf(whole, whole.length - 3));
+        Result truncated = corvane("report", cut.toString());
+        assertEquals(1, truncated.code());
+        assertEquals(1, truncated.errLines().size());
+        assertTrue(truncated.err().startsWith("corvane: " + cut + ": truncated snapshot: the file ends at offset "
+                + (whole.length - 3)), truncated.err());
+
+        assertOneLineError(corvane("attach", "12x"), 1, "corvane: not a process id: 12x");
+        assertOneLineError(corvane("attach", "999999999"), 1, "corvane: no such process: 999999999");
+    }
+
+    @Test
+    void usageErrorsAreOneLineWithAPointerToHelp() {
+        assertOneLineError(corvane("report"), 2,
+                "corvane report: Missing required parameter: '<snapshot>' (see 'corvane report --help')");
+        assertOneLineError(corvane("report", "--depth", "deep", "x"), 2,
+                "corvane report: Invalid value for option '--depth': 'deep' is not an int (see 'corvane report --help')");
+        assertOneLineError(corvane("frobnicate"), 2,
+                "corvane: Unmatched argument at index 0: 'frobnicate' (see 'corvane --help')");
+        Result none = corvane();
+        assertEquals(2, none.code());
+        assertTrue(none.err().contains("Usage: corvane"), none.err());
+    }
+
+    @Test
+    void helpDescribesEveryCommandAndOption() {
+        Result help = corvane("--help");
+        assertEquals(0, help.code());
+        for (String command : new String[] {"run", "attach", "report", "flamegraph"}) {
+            assertTrue(help.out().contains("  " + command + " "), help.out());
+            Result commandHelp = corvane(command, "--help");
+            assertEquals(0, commandHelp.code());
+            assertTrue(commandHelp.out().startsWith("Usage: corvane " + command), commandHelp.out());
+        }
+        String run = corvane("run", "--help").out();
+        for (String option : new String[] {"--sampling", "--tracing", "--agent-options", "--dir"}) {
+            assertTrue(run.contains(option), option);
+        }
+        String report = corvane("report", "--help").out();
+        for (String option : new String[] {"--json", "--top", "--depth", "--hotspots"}) {
+            assertTrue(report.contains(option), option);
+        }
+        assertTrue(corvane("flamegraph", "--help").out().contains("--format"));
+        assertTrue(corvane("--version").out().contains("2019.8-b109"));
+        assertTrue(corvane("generate-completion").out().contains("flamegraph"));
+    }
+
+    @Test
+    void reportAsJson() throws Exception {
+        Path snapshot = Samples.sampled().write(dir.resolve("app.snapshot"));
+        Result result = corvane("report", "--json", "--hotspots", "2", snapshot.toString());
+        assertEquals(0, result.code(), result.err());
+        @SuppressWarnings("unchecked")
+        Map<String, Object> json = (Map<String, Object>) JsonParser.parse(result.out());
+        @SuppressWarnings("unchecked")
+        List<Object> methods = (List<Object>) ((Map<String, Object>) json.get("hotSpots")).get("methods");
+        assertEquals(2, methods.size());
+        assertEquals("", result.err());
+    }
+
+    @Test
+    void reportAsText() throws Exception {
+        Path snapshot = Samples.sampled().write(dir.resolve("app.snapshot"));
+        Result result = corvane("report", snapshot.toString());
+        assertEquals(0, result.code(), result.err());
+        assertTrue(result.out().contains(Samples.HOT_METHOD));
+        assertTrue(result.out().contains("Hot spots: 4 of 4 methods"), result.out());
+    }
+
+    @Test
+    void collapsedStacksAddUpToTheRecordedTime() throws Exception {
+        Path snapshot = Samples.sampled().write(dir.resolve("app.snapshot"));
+        Result result = corvane("flamegraph", snapshot.toString(), "--format", "collapsed");
+        assertEquals(0, result.code(), result.err());
+        long sum = 0;
+        for (String line : result.out().split("\n")) {
+            assertTrue(line.matches("[^ ;][^;]*(;[^;]+)* \\d+"), line);
+            sum += Long.parseLong(line.substring(line.lastIndexOf(' ') + 1));
+        }
+        assertEquals(1_400_000_000L, sum);
+        assertTrue(result.out().contains("com.example.Main.main(java.lang.String[]);" + Samples.HOT_METHOD
+                + " 700000000\n"), result.out());
+
+        Result perThread = corvane("flamegraph", snapshot.toString(), "--format", "collapsed", "--threads");
+        assertTrue(perThread.out().contains("worker;com.example.Worker.run();" + Samples.HOT_METHOD + " 300000000"),
+                perThread.out());
+    }
+
+    @Test
+    void htmlFlameGraphIsSelfContained() throws Exception {
+        Path snapshot = Samples.sampled().write(dir.resolve("app.snapshot"));
+        Path html = dir.resolve("out.html");
+        Result result = corvane("flamegraph", snapshot.toString(), "-o", html.toString());
+        assertEquals(0, result.code(), result.err());
+        assertEquals(List.of("corvane: flame graph written: " + html), result.errLines());
+        String page = Files.readString(html);
+        assertTrue(page.contains(Samples.HOT_METHOD));
+        assertFalse(page.contains("/*@DATA@*/"));
+        for (String external : new String[] {"http://", "https://", "<link", "src=", "@import", "url("}) {
+            assertFalse(page.contains(external), "the page must not fetch anything: " + external);
+        }
+    }
+
+    @Test
+    void emptySnapshotStillGivesAFlameGraph() throws Exception {
+        Path snapshot = new SnapshotFileWriter().writeTo(dir.resolve("empty.snapshot"));
+        Path html = dir.resolve("empty.html");
+        Result result = corvane("flamegraph", snapshot.toString(), "-o", html.toString());
+        assertEquals(0, result.code());
+        assertTrue(result.err().contains("holds no CPU time"));
+        assertTrue(Files.exists(html));
+    }
+
+    @Test
+    void agentOptionQuotingMatchesTheAgentsDecoder() {
+        assertEquals("dir=/tmp/x", AgentOptions.option("dir", "/tmp/x"));
+        String quoted = AgentOptions.option("dir", "/tmp/a,b");
+        assertEquals("dir=KZTQUOTED2f746d702f612c62", quoted);
+        assertEquals("/tmp/a,b", AgentOptions.lastValue("sampling," + quoted, "dir"));
+        assertEquals("KZTQUOTED2", AgentOptions.decode("KZTQUOTED2"));
+        assertEquals("/b", AgentOptions.lastValue(AgentOptions.join(",dir=/a", "", "dir=/b,"), "dir"));
+        assertEquals("tracing,onexit=snapshot", AgentOptions.join("tracing", null, ",onexit=snapshot,"));
+    }
+}
