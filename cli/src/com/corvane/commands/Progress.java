@@ -8,11 +8,14 @@ import java.io.PrintStream;
  */
 public final class Progress implements AutoCloseable {
     private static final long INTERVAL_NS = 100_000_000L;
+    /** Work that ends sooner shows no progress at all, so quick commands do not flicker. */
+    private static final long QUIET_START_NS = 300_000_000L;
 
     private final PrintStream myErr;
     private final boolean myEnabled;
     private String myPhase = "";
     private long myLastDrawNs;
+    private long myPhaseStartNs;
     private int myLastWidth;
 
     public Progress(Io io) {
@@ -22,7 +25,10 @@ public final class Progress implements AutoCloseable {
 
     public void phase(String phase) {
         myPhase = phase;
-        draw(myPhase + "...", true);
+        myPhaseStartNs = System.nanoTime();
+        if (myLastWidth > 0) {
+            draw(myPhase + "...", true);
+        }
     }
 
     public void update(long done, long total) {
@@ -30,7 +36,7 @@ public final class Progress implements AutoCloseable {
             return;
         }
         long now = System.nanoTime();
-        if (now - myLastDrawNs < INTERVAL_NS) {
+        if (now - myPhaseStartNs < QUIET_START_NS || now - myLastDrawNs < INTERVAL_NS) {
             return;
         }
         int percent = (int) Math.min(100, done * 100 / total);

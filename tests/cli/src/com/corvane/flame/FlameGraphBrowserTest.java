@@ -1,0 +1,123 @@
+package com.corvane.flame;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assumptions.assumeTrue;
+
+import com.corvane.Main;
+import com.corvane.commands.Io;
+import com.corvane.testing.Samples;
+import java.awt.image.BufferedImage;
+import java.io.ByteArrayOutputStream;
+import java.io.File;
+import java.io.PrintStream;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.nio.file.Paths;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.concurrent.TimeUnit;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+import javax.imageio.ImageIO;
+import org.junit.jupiter.api.BeforeAll;
+import org.junit.jupiter.api.Tag;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+/** The HTML flame graph as a browser shows it: headless Chromium, no network, a fresh profile. */
+@Tag("browser")
+class FlameGraphBrowserTest {
+    private static Path chromium;
+
+    @TempDir
+    Path dir;
+
+    @BeforeAll
+    static void findChromium() {
+        for (String name : new String[] {"chromium", "chromium-browser"}) {
+            for (String folder : System.getenv().getOrDefault("PATH", "/usr/bin").split(File.pathSeparator)) {
+                Path candidate = Paths.get(folder, name);
+                if (chromium == null && Files.isExecutable(candidate)) {
+                    chromium = candidate;
+                }
+            }
+        }
+    }
+
+    private String browser(Path page, String... what) throws Exception {
+        return browser(page.toUri().toString(), what);
+    }
+
+    private String browser(String url, String... what) throws Exception {
+        assumeTrue(chromium != null, "Chromium is not installed (Debian package chromium): the flame graph page"
+                + " is not rendered in a browser");
+        List<String> command = new ArrayList<>(List.of(chromium.toString(), "--headless", "--no-sandbox",
+                "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
+                "--disable-component-update", "--disable-sync", "--hide-scrollbars",
+                "--user-data-dir=" + Files.createTempDirectory(dir, "profile"), "--window-size=1200,800"));
+        command.addAll(List.of(what));
+        command.add(url);
+        Process process = new ProcessBuilder(command).redirectError(dir.resolve("chromium.log").toFile()).start();
+        byte[] out = process.getInputStream().readAllBytes();
+        assertTrue(process.waitFor(120, TimeUnit.SECONDS), "chromium did not finish");
+        return new String(out, StandardCharsets.UTF_8);
+    }
+
+    private Path flameGraph() throws Exception {
+        Path snapshot = Samples.sampled().write(dir.resolve("app.snapshot"));
+        Path html = dir.resolve("app.html");
+        ByteArrayOutputStream err = new ByteArrayOutputStream();
+        int code = Main.execute(new String[] {"flamegraph", snapshot.toString(), "-o", html.toString()},
+                new Io(new PrintStream(new ByteArrayOutputStream()), new PrintStream(err), false));
+        assertEquals(0, code, err.toString());
+        return html;
+    }
+
+    @Test
+    void theHottestMethodIsDrawnWideAndTheFramesAreColoured() throws Exception {
+        Path html = flameGraph();
+        String dom = browser(html, "--dump-dom");
+        Pattern frame = Pattern.compile("<div class=\"frame\"[^>]*width: (\\d+(?:\\.\\d+)?)px[^>]*>"
+                + Pattern.quote(Samples.HOT_METHOD) + "</div>");
+        Matcher matcher = frame.matcher(dom);
+        double widest = 0;
+        while (matcher.find()) {
+            widest = Math.max(widest, Double.parseDouble(matcher.group(1)));
+        }
+        // compute under main holds 700 of 1400 ms: about half the chart's width.
+        assertTrue(widest > 450, "the hottest method's widest frame is " + widest + " px wide in:\n" + dom);
+        assertTrue(dom.contains("Total 1,400.0 ms"), "status line missing:\n" + dom);
+
+        Path png = dir.resolve("app.png");
+        browser(html, "--screenshot=" + png);
+        BufferedImage image = ImageIO.read(png.toFile());
+        int warm = 0;
+        for (int y = 0; y < image.getHeight(); y++) {
+            for (int x = 0; x < image.getWidth(); x++) {
+                int rgb = image.getRGB(x, y);
+                int r = (rgb >> 16) & 0xFF;
+                int g = (rgb >> 8) & 0xFF;
+                int b = rgb & 0xFF;
+                if (r > 180 && b < 160 && r > g) {
+                    warm++;
+                }
+            }
+        }
+        assertTrue(warm > 20_000, "only " + warm + " flame-coloured pixels on screen");
+    }
+
+    @Test
+    void aSearchInTheAddressMarksTheMatchesAndSumsThemOnce() throws Exception {
+        Path html = flameGraph();
+        String dom = browser(html.toUri() + "#search=work%5C.compute", "--dump-dom");
+        Matcher marked = Pattern.compile("<div class=\"frame match\"[^>]*>([^<]*)</div>").matcher(dom);
+        List<String> names = new ArrayList<>();
+        while (marked.find()) {
+            names.add(marked.group(1));
+        }
+        assertEquals(List.of(Samples.HOT_METHOD, Samples.HOT_METHOD), names.stream().sorted().toList());
+        assertTrue(dom.contains("matched 1,000.0 ms (71.43%)"), dom);
+    }
+}
