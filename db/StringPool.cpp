@@ -1,6 +1,7 @@
 #include "db/StringPool.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 #include "agent/Logger.h"
@@ -10,8 +11,28 @@
 #include "foundation/UptimeProvider.h"
 #include "foundation/ZMap.h"
 
-// Keys are the texts that the StringRecords own; the map owns nothing.
-static ZMap<const char*, int>& ourString2ID = *new ZMap<const char*, int>(10000);
+// An interned text with its hash and string index. Probing compares hashes
+// first and reads a text only when they agree; the index comes with the key,
+// so a lookup touches no further array.
+struct StringEntry {
+    const char* myText;
+    int32_t myHash;
+    int32_t myIndex;
+
+    bool operator==(const StringEntry& other) const {
+        return myHash == other.myHash && (myText == other.myText || strcmp(myText, other.myText) == 0);
+    }
+};
+inline int32_t zmap_hashCode(const StringEntry& entry) {
+    return entry.myHash;
+}
+static StringEntry entryOf(const char* text, int index) {
+    return StringEntry{text, zmap_hashCode(text), index};
+}
+
+// Text to string index. The texts are those that the StringRecords own; the
+// set owns nothing.
+static ZSet<StringEntry>& ourString2ID = *new ZSet<StringEntry>(10000);
 static ZSet<int>& ourPinnedStrIDs = *new ZSet<int>(1000);
 static int ourSizeAfterLastCollection = 0;
 static int ourCollectionCounter = 0;
@@ -26,17 +47,21 @@ static void ensurePinned(int strId, const char* text) {
 
 int StringPool::getStrIDImpl(const LockHolder&, const char* text, bool pin) {
     if (text == nullptr) return 0;
-    int* known = ourString2ID.getPtr(text);
-    if (known != nullptr) {
-        if (pin) ensurePinned(*known, text);
-        return *known;
+    StringEntry entry = entryOf(text, 0);
+    int slot = ourString2ID.get_index(entry);
+    if (slot >= 0) {
+        int known = ourString2ID.keyAt(slot).myIndex;
+        if (pin) ensurePinned(known, text);
+        return known;
     }
     char* copy = z_strdup(text);
     if (copy == nullptr) throw std::bad_alloc();
     DB* db = KZT_DB();
     StringTable* table = db->getStringTable();
     int index = table->nextIndex();
-    ourString2ID.put(copy, index);
+    entry.myText = copy;
+    entry.myIndex = index;
+    ourString2ID.add(entry);
     if (pin) ensurePinned(index, copy);
     StringRecord* record = table->getPtr(index, true);
     record->myText = copy;
@@ -126,7 +151,7 @@ void StringPool::collectGarbageStrings(const LockHolder&) {
             keptTele++;
             return;
         }
-        ourString2ID.remove(r.myText);
+        ourString2ID.remove(entryOf(r.myText, 0));
         free(r.myText);
         r.myText = nullptr;
         r.myStamp = -generation;
