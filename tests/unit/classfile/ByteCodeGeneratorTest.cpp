@@ -1,0 +1,131 @@
+#include <gtest/gtest.h>
+
+#include "ClassBuilder.h"
+#include "classfile/ByteCodeGenerator.h"
+
+static QuietErrors ourQuiet;
+
+static Bytes bytesOf(const ByteCodeGenerator& g) { return Bytes(g.getCode(), g.getCode() + g.getLength()); }
+
+template <typename Emit>
+static Bytes emit(Emit e) {
+    ByteCodeGenerator g;
+    e(g);
+    return bytesOf(g);
+}
+
+TEST(ByteCodeGenerator, PicksTheShortestFormsWhereAllowed) {
+    EXPECT_EQ(Bytes({18, 255}), emit([](ByteCodeGenerator& g) { g.ldc(255); }));
+    EXPECT_EQ(Bytes({19, 1, 0}), emit([](ByteCodeGenerator& g) { g.ldc(256); }));
+    EXPECT_EQ(Bytes({45}), emit([](ByteCodeGenerator& g) { g.aload(3); }));
+    EXPECT_EQ(Bytes({25, 4}), emit([](ByteCodeGenerator& g) { g.aload(4); }));
+    EXPECT_EQ(Bytes({196, 25, 1, 0}), emit([](ByteCodeGenerator& g) { g.aload(256); }));
+    EXPECT_EQ(Bytes({71}), emit([](ByteCodeGenerator& g) { g.dstore(0); }));
+    EXPECT_EQ(Bytes({2}), emit([](ByteCodeGenerator& g) { g.sipushExt(-1); }));
+    EXPECT_EQ(Bytes({8}), emit([](ByteCodeGenerator& g) { g.sipushExt(5); }));
+    EXPECT_EQ(Bytes({16, 6}), emit([](ByteCodeGenerator& g) { g.sipushExt(6); }));
+    EXPECT_EQ(Bytes({16, 0x80}), emit([](ByteCodeGenerator& g) { g.sipushExt(-128); }));
+    EXPECT_EQ(Bytes({17, 0, 128}), emit([](ByteCodeGenerator& g) { g.sipushExt(128); }));
+    EXPECT_EQ(Bytes({17, 0x80, 0}), emit([](ByteCodeGenerator& g) { g.sipush(32768); }));  // a line above 32767
+}
+
+TEST(ByteCodeGenerator, WideFormsHaveAFixedLength) {
+    EXPECT_EQ(Bytes({196, 54, 0, 1}), emit([](ByteCodeGenerator& g) { g.wide_istore(1); }));
+    EXPECT_EQ(Bytes({196, 22, 1, 2}), emit([](ByteCodeGenerator& g) { g.wide_lload(258); }));
+    EXPECT_EQ(Bytes({184, 1, 2, 183, 0, 3, 182, 0, 4, 189, 0, 5, 192, 0, 6, 193, 0, 7, 20, 0, 8}),
+              emit([](ByteCodeGenerator& g) {
+                  g.invokestatic(258);
+                  g.invokespecial(3);
+                  g.invokevirtual(4);
+                  g.anewarray(5);
+                  g.checkCast(6);
+                  g.instanceOf(7);
+                  g.ldc2_w(8);
+              }));
+}
+
+TEST(ByteCodeGenerator, IfEndPatchesTheDistanceAndRecordsTheTarget) {
+    ByteCodeGenerator g;
+    g.opcode(OpCodes::ICONST_0);
+    g.ifeq_start();
+    g.opcode(OpCodes::NOP);
+    g.ifeq_start();
+    g.opcode(OpCodes::NOP);
+    g.if_end();
+    g.if_end();
+    EXPECT_EQ(Bytes({3, 153, 0, 8, 0, 153, 0, 4, 0}), bytesOf(g));
+    ASSERT_EQ(2, g.getBranchTargets().getSize());
+    EXPECT_EQ(9, g.getBranchTargets()[0]);
+    EXPECT_EQ(9, g.getBranchTargets()[1]);
+}
+
+TEST(ByteCodeGenerator, ApplyNeedsEveryIfClosed) {
+    ClassBuilder b;
+    b.method("f", "()V").code = {0xb1};
+    auto cf = parseClass(b.build());
+    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    ByteCodeGenerator g;
+    g.ifeq_start();
+    EXPECT_THROW(g.applyTo(code), KZTRuntimeException);
+    EXPECT_EQ(1, code->getCodeLength());
+    g.if_end();
+    g.opcode(OpCodes::RETURN);
+    int length = code->getAttributeLength();
+    g.applyTo(code);
+    EXPECT_EQ(4, code->getCodeLength());
+    EXPECT_EQ(length + 3, code->getAttributeLength());
+}
+
+TEST(OffsetTable, KeepsBranchPositionsAndChecksIndices) {
+    OffsetTable table;
+    table.addOffsetToTable(10, 11, true);
+    table.addOffsetToTable(20, 24, false);
+    EXPECT_EQ(2, table.size());
+    EXPECT_EQ(20, table.getInstructionIndex(1));
+    EXPECT_EQ(24, table.getOffsetIndex(1));
+    EXPECT_TRUE(table.isShort(0));
+    EXPECT_FALSE(table.isShort(1));
+    EXPECT_THROW(table.getOffsetIndex(2), KZTRuntimeException);
+    EXPECT_THROW(table.addOffsetToTable(-1, 1, true), KZTRuntimeException);
+    EXPECT_THROW(table.addOffsetToTable(0, 0, true), KZTRuntimeException);
+}
+
+TEST(OpCodes, LengthsFollowTheInstructionSet) {
+    EXPECT_EQ(-1, ourOpCodeLength[170]);
+    EXPECT_EQ(-1, ourOpCodeLength[171]);
+    EXPECT_EQ(-1, ourOpCodeLength[196]);
+    for (int op = 203; op <= 253; op++) EXPECT_EQ(-1, ourOpCodeLength[op]) << op;
+    for (int op : {202, 254, 255, 0, 177, 190}) EXPECT_EQ(1, ourOpCodeLength[op]) << op;
+    for (int op : {169, 188, 16, 18, 21, 25, 54, 58}) EXPECT_EQ(2, ourOpCodeLength[op]) << op;
+    for (int op = 153; op <= 168; op++) EXPECT_EQ(3, ourOpCodeLength[op]) << op;
+    for (int op : {178, 181, 182, 184, 187, 189, 192, 193, 198, 199, 17, 19, 20, 132}) EXPECT_EQ(3, ourOpCodeLength[op]) << op;
+    for (int op : {185, 186, 200, 201}) EXPECT_EQ(5, ourOpCodeLength[op]) << op;
+    EXPECT_EQ(4, ourOpCodeLength[197]);
+
+    // tableswitch at 1: two bytes of padding, default, low 0, high 1, two offsets
+    Bytes table = {0, 170, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0};
+    EXPECT_EQ(23, OpCodes::instructionLength(table.data(), (int)table.size(), 1));
+    Bytes lookup = {171, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};  // no pairs
+    EXPECT_EQ(12, OpCodes::instructionLength(lookup.data(), (int)lookup.size(), 0));
+    Bytes wide = {196, 132, 0, 1, 0, 1, 196, 21, 0, 1};
+    EXPECT_EQ(6, OpCodes::instructionLength(wide.data(), (int)wide.size(), 0));
+    EXPECT_EQ(4, OpCodes::instructionLength(wide.data(), (int)wide.size(), 6));
+    Bytes bad = {230};
+    EXPECT_THROW(OpCodes::instructionLength(bad.data(), 1, 0), KZTRuntimeException);
+    Bytes cut = {17, 0};  // sipush without its second byte
+    EXPECT_THROW(OpCodes::instructionLength(cut.data(), 2, 0), KZTRuntimeException);
+    table[15] = 0x7f;  // a high bound far beyond the code
+    EXPECT_THROW(OpCodes::instructionLength(table.data(), (int)table.size(), 1), KZTRuntimeException);
+}
+
+TEST(ByteConversions, ReadAndWriteBigEndianWithChecks) {
+    unsigned char code[4] = {0xff, 0xfe, 0x01, 0x02};
+    EXPECT_EQ(-2, ByteConversions::readS2(code, 0));
+    EXPECT_EQ(0xfffe, ByteConversions::readU2(code, 0));
+    EXPECT_EQ(-1, ByteConversions::readS1(code, 0));
+    EXPECT_EQ((int)0xfffe0102, ByteConversions::readS4(code, 0));
+    ByteConversions::writeS4(code, 0, -3);
+    EXPECT_EQ(-3, ByteConversions::readS4(code, 0));
+    EXPECT_THROW(ByteConversions::readU2(nullptr, 0), KZTRuntimeException);
+    EXPECT_THROW(ByteConversions::writeU2(code, -1, 0), KZTRuntimeException);
+}

@@ -1,0 +1,149 @@
+#include <gtest/gtest.h>
+
+#include "ClassBuilder.h"
+#include "classfile/ByteConversions.h"
+#include "classfile/CodeEditor.h"
+
+static QuietErrors ourQuiet;
+
+static const unsigned char THREE[] = {0, 0, 0};
+
+// static int f(int): a tableswitch, a conditional branch, four returns.
+//  0 iload_0; 1 tableswitch (case 0 -> 20, default -> 22)
+// 20 iconst_1; 21 ireturn; 22 iload_0; 23 ifeq 28; 26 iconst_2; 27 ireturn
+// 28 iconst_3; 29 ireturn
+static Bytes switchClass() {
+    ClassBuilder b;
+    MethodSpec& m = b.method("f", "(I)I");
+    m.code = {0x1a, 0xaa, 0, 0, 0, 0, 0, 21, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 19,
+              0x04, 0xac, 0x1a, 0x99, 0, 5, 0x05, 0xac, 0x06, 0xac};
+    m.maxLocals = 1;
+    m.exceptions = {{22, 28, 28, 0}};
+    m.lines = {{0, 1}, {20, 2}, {22, 3}, {28, 4}};
+    m.locals = {{0, 30, b.utf8("x"), b.utf8("I"), 0}};
+    m.withStackMap = true;
+    m.stackMap = {0, 3, 20, 1, 5};  // frames at 20, 22, 28
+    return b.build();
+}
+
+static int s4(const unsigned char* p) { return ByteConversions::readS4(p, 0); }
+
+TEST(CodeEditor, InsertsAndMovesEverythingThatHoldsAnOffset) {
+    auto cf = parseClass(switchClass());
+    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    CodeEditor editor;
+    editor.begin(code);
+    // Out of order on purpose; insertions are sorted by position.
+    editor.insertBefore(27, THREE, 3);
+    editor.insertBefore(21, THREE, 3);
+    editor.insertAtStart(THREE, 3);
+    editor.insertBefore(29, THREE, 3);
+    ASSERT_TRUE(editor.apply());
+
+    ASSERT_EQ(43, code->getCodeLength());
+    const unsigned char* c = code->getCode();
+    EXPECT_EQ(0x1a, c[3]);
+    EXPECT_EQ(0xaa, c[4]);                  // switch now at 4: three bytes of padding
+    EXPECT_EQ(0, c[5] | c[6] | c[7]);
+    EXPECT_EQ(29 - 4, s4(c + 8));           // default: old 22, now 29
+    EXPECT_EQ(0, s4(c + 12));
+    EXPECT_EQ(0, s4(c + 16));
+    EXPECT_EQ(24 - 4, s4(c + 20));          // case 0: old 20, now 24
+    EXPECT_EQ(0xac, c[28]);                 // the first return behind its inserted code
+    EXPECT_EQ(0x99, c[30]);
+    EXPECT_EQ(38 - 30, ByteConversions::readS2(c, 31));  // to old 28, now 38
+    EXPECT_EQ(0xac, c[42]);
+
+    EXPECT_EQ(3, editor.getBlockOffset(0));
+    EXPECT_EQ(25, editor.getBlockOffset(21));
+    EXPECT_EQ(28, editor.getInstructionOffset(21));
+    EXPECT_EQ(43, editor.getBlockOffset(30));
+
+    auto* e = code->getExceptionTable()[0];
+    EXPECT_EQ(29, e->startPc);
+    EXPECT_EQ(38, e->endPc);
+    EXPECT_EQ(38, e->handlerPc);
+    LineNumberTableAttribute* lines = code->getLineNumberTable();
+    EXPECT_EQ(0, lines->getLine(0).startPc);  // covers the code at the start
+    EXPECT_EQ(24, lines->getLine(1).startPc);
+    EXPECT_EQ(29, lines->getLine(2).startPc);
+    EXPECT_EQ(38, lines->getLine(3).startPc);
+    LocalVariable& x = code->getLocalVariableTable()->getVariable(0);
+    EXPECT_EQ(0, x.getStartPc());
+    EXPECT_EQ(43, x.getLength());
+    ZVector<StackMapFrame*, 10>& frames = code->getFrames();
+    ASSERT_EQ(4, frames.getSize());
+    EXPECT_EQ(24, frames[1]->getOffset());
+    EXPECT_EQ(29, frames[2]->getOffset());
+    EXPECT_EQ(38, frames[3]->getOffset());
+
+    // The written class holds exactly that.
+    auto again = parseClass(writeClass(*cf));
+    CodeAttribute* written = again->getMethods()[0]->getCodeAttribute();
+    EXPECT_EQ(0, memcmp(code->getCode(), written->getCode(), 43));
+    EXPECT_EQ(38, written->getFrames()[3]->getOffset());
+}
+
+TEST(CodeEditor, UninitializedItemsFollowTheirNewInstruction) {
+    ClassBuilder b;
+    int cls = b.cls("java/lang/Object");
+    MethodSpec& m = b.method("f", "()V");
+    // nop x4; new; nop; pop; return, with a frame at 7 holding the new object
+    m.code = {0, 0, 0, 0, 0xbb, (uint8_t)(cls >> 8), (uint8_t)cls, 0, 0x57, 0xb1};
+    m.withStackMap = true;
+    m.stackMap = {0, 1, 255, 0, 7, 0, 0, 0, 1, 8, 0, 4};
+    auto cf = parseClass(b.build());
+    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    CodeEditor editor;
+    editor.begin(code);
+    editor.insertBefore(4, THREE, 2);
+    editor.insertAfter(4, THREE, 1);
+    ASSERT_TRUE(editor.apply());
+    StackMapFrame* frame = code->getFrames()[1];
+    EXPECT_EQ(10, frame->getOffset());
+    EXPECT_EQ(6, frame->getStack()[0].getData());
+    EXPECT_EQ(0xbb, code->getCode()[6]);
+}
+
+TEST(CodeEditor, RefusesWhatDoesNotFitAndChangesNothing) {
+    Bytes bytes = switchClass();
+    auto cf = parseClass(bytes);
+    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    std::vector<unsigned char> big(32770, 0);
+    CodeEditor editor;
+    editor.begin(code);
+    editor.insertBefore(26, big.data(), (int)big.size());  // inside the ifeq's reach
+    EXPECT_FALSE(editor.apply());
+    EXPECT_EQ(bytes, writeClass(*cf));
+
+    editor.begin(code);
+    std::vector<unsigned char> huge(65510, 0);
+    editor.insertAtStart(huge.data(), (int)huge.size());
+    EXPECT_FALSE(editor.apply());
+    EXPECT_EQ(bytes, writeClass(*cf));
+
+    editor.begin(code);
+    editor.insertBefore(24, THREE, 3);  // inside the ifeq at 23
+    EXPECT_THROW(editor.apply(), KZTRuntimeException);
+    editor.begin(code);
+    EXPECT_THROW(editor.insertAfter(30, THREE, 3), KZTRuntimeException);
+}
+
+TEST(CodeEditor, LongBranchesStretch) {
+    ClassBuilder b;
+    MethodSpec& m = b.method("f", "()V");
+    m.code = {0xc8, 0, 0, 0, 5, 0xb1};  // goto_w +5; return
+    m.withStackMap = true;
+    m.stackMap = {0, 1, 5};
+    auto cf = parseClass(b.build());
+    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    std::vector<unsigned char> big(40000, 0);
+    CodeEditor editor;
+    editor.begin(code);
+    editor.insertBefore(5, big.data(), (int)big.size());
+    ASSERT_TRUE(editor.apply());
+    // A branch to the return now lands on the inserted code in front of it.
+    EXPECT_EQ(5, ByteConversions::readS4(code->getCode(), 1));
+    EXPECT_EQ(5, code->getFrames()[1]->getOffset());
+    EXPECT_EQ(40006, code->getCodeLength());
+}
