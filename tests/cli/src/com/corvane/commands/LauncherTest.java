@@ -126,6 +126,18 @@ class LauncherTest {
     }
 
     @Test
+    void aProgramOtherThanJavaGetsTheAgentThroughTheEnvironment() throws Exception {
+        Path script = dir.resolve("app.sh");
+        Files.writeString(script, "#!/bin/sh\necho \"tool options: $JAVA_TOOL_OPTIONS\"\n");
+        Files.setPosixFilePermissions(script, PosixFilePermissions.fromString("rwxr-xr-x"));
+        Result r = corvane(Map.of("JAVA_TOOL_OPTIONS", "-Xmx64m"), "", "run", "--dir", dir.toString(), "--",
+                script.toString());
+        assertEquals(0, r.code(), r.err());
+        assertEquals("tool options: -agentpath:" + fakeLibrary + "=sampling,onexit=snapshot,dir=" + dir
+                + " -Xmx64m\n", r.out());
+    }
+
+    @Test
     void runErrorsAreOneLine() throws Exception {
         Result missing = corvane(Map.of(), "", "run", "--", dir.resolve("nowhere/java").toString());
         assertEquals(1, missing.code());
