@@ -4,6 +4,7 @@
 #include "agent/AgentState.h"
 #include "agent/JvmGlue.h"
 #include "agent/Logger.h"
+#include "agent/NativeTable.h"
 #include "agent/Options.h"
 #include "foundation/System.h"
 #include "foundation/ZLock.h"
@@ -18,7 +19,9 @@ void agentStart(JNIEnv* env) {
     Logger::message("agentStart: 1");
     Logger::message("agentStart: 2");
     jclass callbackClass = findClass(env, "com/corvane/runtime/Callback");
-    jint result = env->RegisterNatives(callbackClass, ourAgentNativeMethods, ourAgentNativeMethodCount);
+    int count = 0;
+    const JNINativeMethod* natives = getAgentNativeMethods(&count);
+    jint result = env->RegisterNatives(callbackClass, natives, count);
     if (result != 0) {
         env->ExceptionClear();
         Logger::error(ZString("error: RegisterNatives for Callback failed with code ") + ZString::fromLong(result),

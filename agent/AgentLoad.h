@@ -83,10 +83,6 @@ void JNICALL dynamic_code_generated(jvmtiEnv* jvmti, const char* name, const voi
 void JNICALL detector_thread_entry(jvmtiEnv* jvmti, JNIEnv* env, void* arg);
 void oome_snapshot_detector();
 
-// The natives of com.corvane.runtime.Callback, registered by agentStart.
-extern JNINativeMethod ourAgentNativeMethods[];
-extern const int ourAgentNativeMethodCount;
-
 // Joints to the later stages of the data path, driven by the load sequence.
 void createDatabase(int telemetryLimit);
 void advanceGenerationOnLoad(const class LockHolder& lock, const char* description);

@@ -1,9 +1,11 @@
-// The natives of com.corvane.runtime.Callback, registered from one table
-// sorted by name. Each body runs inside the boundary rule.
+// The natives of com.corvane.runtime.Callback that the agent core serves:
+// time, status, messages, process facts and the dispatch keys. Each body runs
+// inside the boundary rule.
 #include "agent/AgentLoad.h"
 #include "agent/AgentState.h"
 #include "agent/JvmGlue.h"
 #include "agent/Logger.h"
+#include "agent/NativeTable.h"
 #include "agent/Options.h"
 #include "foundation/System.h"
 #include "foundation/UptimeProvider.h"
@@ -145,27 +147,24 @@ JNIEXPORT jobject JNICALL NATIVE(dispatchNullable)(JNIEnv* env, jclass, jstring 
 
 }  // extern "C"
 
-#define ROW(name, signature) {(char*)#name, (char*)signature, (void*)NATIVE(name)}
-
-// Sorted by name.
-JNINativeMethod ourAgentNativeMethods[] = {
-    ROW(correctUptimeMs, "(J)V"),
-    ROW(dispatchLong, "(Ljava/lang/String;)J"),
-    ROW(dispatchNullable, "(Ljava/lang/String;[Ljava/lang/String;)Ljava/lang/Object;"),
-    ROW(getAllocationRecordingSettingsRecordEach, "()I"),
-    ROW(getAllocationRecordingSettingsSizeLimit, "()I"),
-    ROW(getCapabilities, "()J"),
-    ROW(getPhase, "()I"),
-    ROW(getProcessCpuTimeNs, "(Z)J"),
-    ROW(getProcessMemoryUsage, "()J"),
-    ROW(getProcessPhysicalMemoryUsage, "()J"),
-    ROW(getStatus, "()J"),
-    ROW(getTelemetryPeriodMs, "()I"),
-    ROW(getTimeNsForTracing, "()J"),
-    ROW(getUptimeMs, "()J"),
-    ROW(messageToLogFile, "(Ljava/lang/String;)V"),
-    ROW(messageToStderr, "(Ljava/lang/String;)V"),
-    ROW(messageToStdout, "(Ljava/lang/String;)V"),
+static const JNINativeMethod ourAgentCoreNatives[] = {
+    KZT_NATIVE_ROW(correctUptimeMs, "(J)V"),
+    KZT_NATIVE_ROW(dispatchLong, "(Ljava/lang/String;)J"),
+    KZT_NATIVE_ROW(dispatchNullable, "(Ljava/lang/String;[Ljava/lang/String;)Ljava/lang/Object;"),
+    KZT_NATIVE_ROW(getAllocationRecordingSettingsRecordEach, "()I"),
+    KZT_NATIVE_ROW(getAllocationRecordingSettingsSizeLimit, "()I"),
+    KZT_NATIVE_ROW(getCapabilities, "()J"),
+    KZT_NATIVE_ROW(getPhase, "()I"),
+    KZT_NATIVE_ROW(getProcessCpuTimeNs, "(Z)J"),
+    KZT_NATIVE_ROW(getProcessMemoryUsage, "()J"),
+    KZT_NATIVE_ROW(getProcessPhysicalMemoryUsage, "()J"),
+    KZT_NATIVE_ROW(getStatus, "()J"),
+    KZT_NATIVE_ROW(getTelemetryPeriodMs, "()I"),
+    KZT_NATIVE_ROW(getTimeNsForTracing, "()J"),
+    KZT_NATIVE_ROW(getUptimeMs, "()J"),
+    KZT_NATIVE_ROW(messageToLogFile, "(Ljava/lang/String;)V"),
+    KZT_NATIVE_ROW(messageToStderr, "(Ljava/lang/String;)V"),
+    KZT_NATIVE_ROW(messageToStdout, "(Ljava/lang/String;)V"),
 };
 
-const int ourAgentNativeMethodCount = sizeof(ourAgentNativeMethods) / sizeof(ourAgentNativeMethods[0]);
+KZT_NATIVE_GROUP(agentCore, ourAgentCoreNatives);
