@@ -134,6 +134,8 @@ struct FrameRecord {
     int32_t myCodePoint = 0;
     int32_t myFirstChild = -1;
     int32_t myNextSibling = -1;
+    // Not streamed: tells the frame storage when to find children by hash.
+    int32_t myChildCount = 0;
 
     void writeRecord(AbstractWriter& writer) const {
         writer.writeInt(myParent);

@@ -130,4 +130,5 @@ void ZFrameStorage::resetForTests() {
     ourLineCache.clear();
     ourMethodID2MethodIndex.clear();
     ownLineNumberMethod = 0;
+    clearWideChildIndex();
 }

@@ -2,6 +2,7 @@
 
 #include "agent/Logger.h"
 #include "db/DB.h"
+#include "foundation/ZMap.h"
 
 int ownLineNumberMethod = 0;
 
@@ -10,18 +11,20 @@ static FrameRecord* getFrameRecord(int frame) {
     return ourFrameTable->getPtr(frame, true);
 }
 
-int ZFrameStorage::getChild(const LockHolder&, int parentFrame, int codePoint) {
-    FrameTable* table = ourFrameTable;
-    KZT_ASSERT_NOT_NULL(table);
-    FrameRecord* parent = table->getPtr(parentFrame, true);
-    FrameRecord* last = nullptr;
-    for (int child = parent->myFirstChild; child != -1;) {
-        FrameRecord* record = table->getPtr(child, true);
-        if (record->myCodePoint == codePoint) return child;
-        last = record;
-        child = record->myNextSibling;
-    }
-    // Records never move, so the pointers above stay valid while we add.
+// Children of a parent with this many are also found by hash: a dispatcher
+// with hundreds of callees would otherwise cost a long walk a lookup.
+static const int WIDE_PARENT_CHILDREN = 16;
+// (parent, code point) to child, and parent to its last child, for wide parents.
+static ZMap<long, int>& ourWideChildren = *new ZMap<long, int>(1024);
+static ZMap<int, int>& ourLastWideChild = *new ZMap<int, int>(64);
+
+static long childKey(int parentFrame, int codePoint) {
+    return (long)(((uint64_t)(uint32_t)parentFrame << 32) | (uint32_t)codePoint);
+}
+
+// A new frame as the last child; `last` is the present last child or null.
+// Records never move, so the pointers stay valid while the table grows.
+static int appendChild(FrameTable* table, int parentFrame, FrameRecord* parent, FrameRecord* last, int codePoint) {
     int generation = ourDB->getCurrentGeneration();
     int frame = table->nextIndex();
     FrameRecord* created = table->getPtr(frame, true);
@@ -31,6 +34,7 @@ int ZFrameStorage::getChild(const LockHolder&, int parentFrame, int codePoint) {
     created->myNextSibling = -1;
     created->myStamp = generation;
     parent->myStamp = generation;
+    parent->myChildCount++;
     if (last == nullptr) {
         parent->myFirstChild = frame;
     } else {
@@ -38,6 +42,46 @@ int ZFrameStorage::getChild(const LockHolder&, int parentFrame, int codePoint) {
         last->myStamp = generation;
     }
     return frame;
+}
+
+static void indexChildren(FrameTable* table, int parentFrame, FrameRecord* parent) {
+    int last = -1;
+    for (int child = parent->myFirstChild; child != -1; child = table->getPtr(child, true)->myNextSibling) {
+        ourWideChildren.put(childKey(parentFrame, table->getPtr(child, true)->myCodePoint), child);
+        last = child;
+    }
+    ourLastWideChild.put(parentFrame, last);
+}
+
+int ZFrameStorage::getChild(const LockHolder&, int parentFrame, int codePoint) {
+    FrameTable* table = ourFrameTable;
+    KZT_ASSERT_NOT_NULL(table);
+    FrameRecord* parent = table->getPtr(parentFrame, true);
+    if (parent->myChildCount >= WIDE_PARENT_CHILDREN) {
+        long key = childKey(parentFrame, codePoint);
+        int* known = ourWideChildren.getPtr(key);
+        if (known != nullptr) return *known;
+        FrameRecord* last = table->getPtr(ourLastWideChild.get(parentFrame), true);
+        int frame = appendChild(table, parentFrame, parent, last, codePoint);
+        ourWideChildren.put(key, frame);
+        ourLastWideChild.put(parentFrame, frame);
+        return frame;
+    }
+    FrameRecord* last = nullptr;
+    for (int child = parent->myFirstChild; child != -1;) {
+        FrameRecord* record = table->getPtr(child, true);
+        if (record->myCodePoint == codePoint) return child;
+        last = record;
+        child = record->myNextSibling;
+    }
+    int frame = appendChild(table, parentFrame, parent, last, codePoint);
+    if (parent->myChildCount == WIDE_PARENT_CHILDREN) indexChildren(table, parentFrame, parent);
+    return frame;
+}
+
+void ZFrameStorage::clearWideChildIndex() {
+    ourWideChildren.clear();
+    ourLastWideChild.clear();
 }
 
 int ZFrameStorage::getMethodByFrame(int frame) {

@@ -74,4 +74,6 @@ public:
     static int fillCurrentFrameJvmtiForRoots(const LockHolder& lock, JNIEnv* env, const jvmtiStackInfo& stack);
 
     static void resetForTests();
+    // Forgets the hash index of wide parents; with the frame table only.
+    static void clearWideChildIndex();
 };

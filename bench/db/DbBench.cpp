@@ -130,6 +130,35 @@ Result benchFrameLookup(int runs) {
     return {median(ours), median(baseline)};
 }
 
+// A dispatcher with a thousand callees, looked up in random order: the
+// child list is walked, so this is the tree's worst ordinary case.
+Result benchFrameLookupWide(int runs) {
+    freshDatabase();
+    LockHolder lock(&ourLock, LOCK_SITE);
+    const int children = 1000;
+    int parent = ZFrameStorage::getChild(lock, 0, 1, 0);
+    std::unordered_map<uint64_t, int> index;
+    for (int i = 0; i < children; i++) {
+        index.emplace(((uint64_t)(uint32_t)parent << 32) | (uint32_t)(2 + i), ZFrameStorage::getChild(lock, parent, 2 + i));
+    }
+    Random random;
+    std::vector<int> order;
+    for (int i = 0; i < 1000000; i++) order.push_back(2 + random.below(children));
+    std::vector<double> ours;
+    std::vector<double> baseline;
+    long check = 0;
+    for (int run = 0; run < runs; run++) {
+        double start = seconds();
+        for (int codePoint : order) check += ZFrameStorage::getChild(lock, parent, codePoint);
+        ours.push_back(order.size() / (seconds() - start));
+        start = seconds();
+        for (int codePoint : order) check += index.find(((uint64_t)(uint32_t)parent << 32) | (uint32_t)codePoint)->second;
+        baseline.push_back(order.size() / (seconds() - start));
+    }
+    if (check == 42) printf("#\n");
+    return {median(ours), median(baseline)};
+}
+
 Result benchFrameCreation(int runs) {
     const int frames = 2000000;
     std::vector<double> ours;
@@ -233,6 +262,7 @@ int main(int argc, char** argv) {
     if (runs < 1) runs = 1;
     Logger::ourQuiet = true;
     print("db_frame_lookup", "std_unordered_map", benchFrameLookup(runs));
+    print("db_frame_lookup_wide", "std_unordered_map", benchFrameLookupWide(runs));
     print("db_frame_create", "std_unordered_map", benchFrameCreation(runs));
     print("db_string_intern_known", "std_unordered_map", benchInternKnown(runs));
     print("db_string_intern_new", "std_unordered_map", benchInternNew(runs));
