@@ -90,5 +90,3 @@ int64_t getDatabaseSessionId();
 void startCpuProfilingFromOptions(JNIEnv* env, int64_t modeWord);
 void startAllocationRecordingFromOptions(JNIEnv* env);
 void startMonitorProfilingFromOptions(JNIEnv* env);
-// Records a snapshot the JVM wrote by itself (the out-of-memory heap dump).
-void addSnapshotInfo(const ZString& path, int64_t kind);

@@ -2,14 +2,17 @@
 // modes. Each joint does what its stage offers.
 #include "agent/AgentLoad.h"
 #include "agent/Logger.h"
+#include "db/DB.h"
 #include "foundation/ZLock.h"
 
-void createDatabase(int telemetryLimit) {}
+void createDatabase(int telemetryLimit) {
+    DB::createAndInitializeDB(telemetryLimit);
+}
 
 void advanceGenerationOnLoad(const LockHolder& lock, const char* description) {}
 
 int64_t getDatabaseSessionId() {
-    return 0;
+    return KZT_DB()->getSessionId();
 }
 
 void startCpuProfilingFromOptions(JNIEnv* env, int64_t modeWord) {}
@@ -17,7 +20,3 @@ void startCpuProfilingFromOptions(JNIEnv* env, int64_t modeWord) {}
 void startAllocationRecordingFromOptions(JNIEnv* env) {}
 
 void startMonitorProfilingFromOptions(JNIEnv* env) {}
-
-void addSnapshotInfo(const ZString& path, int64_t kind) {
-    Logger::message(ZString("Snapshot written by the JVM: ") + path);
-}

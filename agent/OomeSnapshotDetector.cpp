@@ -3,6 +3,7 @@
 #include "agent/AgentLoad.h"
 #include "agent/Logger.h"
 #include "agent/Options.h"
+#include "db/DB.h"
 #include "foundation/System.h"
 
 static const int64_t HPROF_SNAPSHOT_KIND = 4113;

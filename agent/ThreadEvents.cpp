@@ -5,6 +5,7 @@
 #include "agent/JvmGlue.h"
 #include "agent/Logger.h"
 #include "agent/Options.h"
+#include "db/DB.h"
 #include "foundation/System.h"
 #include "recording/ThreadInfo.h"
 
@@ -42,6 +43,7 @@ void JNICALL threadEnd(jvmtiEnv* jvmti, JNIEnv* env, jthread thread) {
         LockHolder holder(&ourLock, LOCK_SITE);
         ThreadInfo* info = getThreadInfoJvmti(ourJVMTI, thread);
         if (info == nullptr) return;
+        KZT_DB();
         if (info->isNamePending()) info->applyThreadNameToDB(holder);
         check_JVMTI_error(ourJVMTI->SetThreadLocalStorage(thread, nullptr));
         if (info->getThreadReference() != nullptr) {

@@ -9,7 +9,7 @@ ZSet<ThreadInfo*>& ourAllThreadInfos = *new ZSet<ThreadInfo*>(64);
 static int ourLastTRN = 0;
 
 ThreadInfo::ThreadInfo(int64_t nativeThreadId, jobject threadReference, const ZString& name, const ZString& groupName)
-    : myNativeThreadId(nativeThreadId), myThreadReference(threadReference), myTRN(0), myAgentThread(false),
+    : myPendingLine(0), myNativeThreadId(nativeThreadId), myThreadReference(threadReference), myTRN(0), myAgentThread(false),
       myExcludedFromTracing(false), myExcludedFromSampling(false), myNameKnown(false), myGroupName(groupName) {
     if (!name.isEmpty()) setName(name);
 }
@@ -30,6 +30,10 @@ void ThreadInfo::retrieveThreadNameJava(jthread thread) {
     setName(ZString(info.name != nullptr ? info.name : ""));
     deallocate(info.name);
 }
+
+void ThreadInfo::onMethodEntry(JNIEnv* env, int methodId) {}
+
+void ThreadInfo::onMethodExit(JNIEnv* env, int methodId) {}
 
 void ThreadInfo::applyThreadNameToDB(const LockHolder& lock) {}
 

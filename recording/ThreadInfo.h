@@ -21,6 +21,15 @@ public:
     const ZString& getName() const { return myName; }
     bool isNamePending() const { return !myNameKnown; }
     bool isAgentThread() const { return myAgentThread; }
+    bool isExcludedFromTracing() const { return myExcludedFromTracing; }
+    bool isExcludedFromSampling() const { return myExcludedFromSampling; }
+    // The line set by line instrumentation, taken by the next method entry.
+    void setPendingLine(int line) { myPendingLine = line; }
+
+    // Tracing events of this thread, called by the instrumentation's natives
+    // on the thread itself: no lock, no allocation on the fast path.
+    void onMethodEntry(JNIEnv* env, int methodId);
+    void onMethodExit(JNIEnv* env, int methodId);
 
     // Reads name and group of the thread from Java.
     void retrieveThreadNameJava(jthread thread);
@@ -33,6 +42,9 @@ public:
 private:
     void setName(const ZString& name);
 
+    // First member by contract: injected code stores a line here with one
+    // Unsafe.putInt at the ThreadInfo's address.
+    int32_t myPendingLine;
     int64_t myNativeThreadId;
     jobject myThreadReference;
     int myTRN;
