@@ -25,10 +25,11 @@ void AttributeInfo::deleteAll(ZVector<AttributeInfo*, 10>& attributes) {
     attributes.clear();
 }
 
-void AttributeInfo::readAll(DataInput& in, ConstantPool* pool, ZVector<AttributeInfo*, 10>& attributes) {
+void AttributeInfo::readAll(DataInput& in, ConstantPool* pool, ZVector<AttributeInfo*, 10>& attributes,
+                            ClassArena* arena) {
     try {
         int count = in.readUnsignedShort();
-        for (int i = 0; i < count; i++) attributes.push(AttributeInfoReader::create(in, pool));
+        for (int i = 0; i < count; i++) attributes.push(AttributeInfoReader::create(in, pool, arena));
     } catch (...) {
         deleteAll(attributes);
         throw;
@@ -46,58 +47,58 @@ static bool named(const ConstantUtf8Info* name, const char* text, int length) {
 
 // Names by length first: a class has few attribute names, but many attributes.
 static AttributeInfo* createByName(const ConstantUtf8Info* name, DataInput& in, ConstantPool* pool, int nameIndex,
-                                   int length) {
+                                   int length, ClassArena* arena) {
     switch (name->getByteLength()) {
     case 4:
-        if (named(name, "Code", 4)) return new CodeAttribute(in, pool, nameIndex, length);
+        if (named(name, "Code", 4)) return new (arena) CodeAttribute(in, pool, nameIndex, length, arena);
         break;
     case 9:
-        if (named(name, "Synthetic", 9)) return new SyntheticAttribute(nameIndex, length);
+        if (named(name, "Synthetic", 9)) return new (arena) SyntheticAttribute(nameIndex, length);
         break;
     case 10:
-        if (named(name, "Deprecated", 10)) return new DeprecatedAttribute(nameIndex, length);
-        if (named(name, "Exceptions", 10)) return new ExceptionsAttribute(in, pool, nameIndex, length);
-        if (named(name, "SourceFile", 10)) return new SourceFileAttribute(in, pool, nameIndex, length);
+        if (named(name, "Deprecated", 10)) return new (arena) DeprecatedAttribute(nameIndex, length);
+        if (named(name, "Exceptions", 10)) return new (arena) ExceptionsAttribute(in, pool, nameIndex, length);
+        if (named(name, "SourceFile", 10)) return new (arena) SourceFileAttribute(in, pool, nameIndex, length);
         break;
     case 12:
-        if (named(name, "InnerClasses", 12)) return new InnerClassesAttribute(in, pool, nameIndex, length);
+        if (named(name, "InnerClasses", 12)) return new (arena) InnerClassesAttribute(in, pool, nameIndex, length);
         break;
     case 13:
-        if (named(name, "ConstantValue", 13)) return new ConstantValueAttribute(in, nameIndex, length);
-        if (named(name, "StackMapTable", 13)) return new StackMapTableAttribute(in, nameIndex, length);
+        if (named(name, "ConstantValue", 13)) return new (arena) ConstantValueAttribute(in, nameIndex, length);
+        if (named(name, "StackMapTable", 13)) return new (arena) StackMapTableAttribute(in, nameIndex, length, arena);
         break;
     case 15:
-        if (named(name, "LineNumberTable", 15)) return new LineNumberTableAttribute(in, nameIndex, length);
+        if (named(name, "LineNumberTable", 15)) return new (arena) LineNumberTableAttribute(in, nameIndex, length);
         break;
     case 18:
-        if (named(name, "LocalVariableTable", 18)) return new LocalVariableTableAttribute(in, pool, nameIndex, length);
+        if (named(name, "LocalVariableTable", 18)) return new (arena) LocalVariableTableAttribute(in, pool, nameIndex, length);
         break;
     case 22:
-        if (named(name, "LocalVariableTypeTable", 22)) return new LocalVariableTypeTableAttribute(in, pool, nameIndex, length);
+        if (named(name, "LocalVariableTypeTable", 22)) return new (arena) LocalVariableTypeTableAttribute(in, pool, nameIndex, length);
         break;
     case 25:
-        if (named(name, "RuntimeVisibleAnnotations", 25)) return new AnnotationsAttribute(in, nameIndex, length);
+        if (named(name, "RuntimeVisibleAnnotations", 25)) return new (arena) AnnotationsAttribute(in, nameIndex, length, arena);
         break;
     case 27:
-        if (named(name, "RuntimeInvisibleAnnotations", 27)) return new AnnotationsAttribute(in, nameIndex, length);
+        if (named(name, "RuntimeInvisibleAnnotations", 27)) return new (arena) AnnotationsAttribute(in, nameIndex, length, arena);
         break;
     case 36:
         if (named(name, "RuntimeInvisibleParameterAnnotations", 36)) {
-            return new ParameterAnnotationsAttribute(in, nameIndex, length);
+            return new (arena) ParameterAnnotationsAttribute(in, nameIndex, length, arena);
         }
         break;
     }
-    return new UnknownAttribute(in, nameIndex, length);
+    return new (arena) UnknownAttribute(in, nameIndex, length, arena);
 }
 
-AttributeInfo* AttributeInfoReader::create(DataInput& in, ConstantPool* pool) {
+AttributeInfo* AttributeInfoReader::create(DataInput& in, ConstantPool* pool, ClassArena* arena) {
     int nameIndex = in.readUnsignedShort();
     int length = in.readInt();
     KZT_ASSERT(nameIndex >= 1);
     KZT_ASSERT(length >= 0);
     const ConstantUtf8Info* name = ConstantPoolInfo::getUtf8Entry(pool, nameIndex);
     int start = in.getPosition();
-    AttributeInfo* attribute = createByName(name, in, pool, nameIndex, length);
+    AttributeInfo* attribute = createByName(name, in, pool, nameIndex, length, arena);
     if (in.getPosition() - start != length) {
         delete attribute;
         Logger::error("assertion failed", __FILE__, __LINE__);
@@ -105,19 +106,23 @@ AttributeInfo* AttributeInfoReader::create(DataInput& in, ConstantPool* pool) {
     return attribute;
 }
 
-RawAttribute::RawAttribute(Kind kind, DataInput& in, int nameIndex, int length) : AttributeInfo(kind, nameIndex, length) {
+RawAttribute::RawAttribute(Kind kind, DataInput& in, int nameIndex, int length, ClassArena* arena)
+    : AttributeInfo(kind, nameIndex, length), myBytes(nullptr), myLength(length), myOwnsBytes(arena == nullptr) {
     in.peek(length);  // fail on a bad length before allocating for it
-    myBytes.resize(length);
-    in.readFully(myBytes.getElements(), length);
+    myBytes = arena != nullptr ? (unsigned char*)arena->allocate(length) : new unsigned char[length];
+    in.readFully(myBytes, length);
 }
 
 RawAttribute::RawAttribute(Kind kind, int nameIndex, const unsigned char* bytes, int length)
-    : AttributeInfo(kind, nameIndex, length) {
-    myBytes.resize(length);
-    if (length > 0) memcpy(myBytes.getElements(), bytes, length);
+    : AttributeInfo(kind, nameIndex, length), myBytes(new unsigned char[length]), myLength(length), myOwnsBytes(true) {
+    if (length > 0) memcpy(myBytes, bytes, length);
 }
 
-void RawAttribute::writeTo(DataOutput& out) { out.write(myBytes.getElements(), myBytes.getSize()); }
+RawAttribute::~RawAttribute() {
+    if (myOwnsBytes) delete[] myBytes;
+}
+
+void RawAttribute::writeTo(DataOutput& out) { out.write(myBytes, myLength); }
 
 ConstantValueAttribute::ConstantValueAttribute(DataInput& in, int nameIndex, int length)
     : AttributeInfo(CONSTANT_VALUE, nameIndex, length), myConstantValueIndex(in.readUnsignedShort()) {}

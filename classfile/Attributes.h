@@ -3,13 +3,14 @@
 // the toolkit does not model pass through as raw bytes, in place.
 #pragma once
 
+#include "classfile/ArenaObject.h"
 #include "classfile/ConstantPool.h"
 #include "classfile/DataInput.h"
 #include "classfile/DataOutput.h"
 #include "foundation/ZString.h"
 #include "foundation/ZVector.h"
 
-class AttributeInfo {
+class AttributeInfo : public ArenaObject {
 public:
     // What a reader made of the attribute; saves comparing names.
     enum Kind {
@@ -33,9 +34,11 @@ public:
 
     // Deletes the attributes and empties the vector.
     static void deleteAll(ZVector<AttributeInfo*, 10>& attributes);
-    // Reads a u2 count and that many attributes into `attributes`. On a
-    // failure the ones read so far are deleted before the failure goes on.
-    static void readAll(DataInput& in, ConstantPool* pool, ZVector<AttributeInfo*, 10>& attributes);
+    // Reads a u2 count and that many attributes into `attributes`, in
+    // `arena` when given. On a failure the ones read so far are deleted
+    // before the failure goes on.
+    static void readAll(DataInput& in, ConstantPool* pool, ZVector<AttributeInfo*, 10>& attributes,
+                        ClassArena* arena = nullptr);
     static void writeAll(DataOutput& out, ZVector<AttributeInfo*, 10>& attributes);
 
 protected:
@@ -48,39 +51,47 @@ class AttributeInfoReader {
 public:
     // Chooses the class by the exact name text. A known attribute must
     // consume exactly its declared length.
-    static AttributeInfo* create(DataInput& in, ConstantPool* pool);
+    static AttributeInfo* create(DataInput& in, ConstantPool* pool, ClassArena* arena = nullptr);
 };
 
 // Any attribute kept as its bytes: unknown ones, and those read on demand.
+// The bytes live in the arena the attribute came from, else on the heap.
 class RawAttribute : public AttributeInfo {
 public:
-    RawAttribute(Kind kind, DataInput& in, int nameIndex, int length);
+    RawAttribute(Kind kind, DataInput& in, int nameIndex, int length, ClassArena* arena = nullptr);
     RawAttribute(Kind kind, int nameIndex, const unsigned char* bytes, int length);
+    ~RawAttribute() override;
+    RawAttribute(const RawAttribute&) = delete;
+    RawAttribute& operator=(const RawAttribute&) = delete;
     void writeTo(DataOutput& out) override;
-    const unsigned char* getBytes() const { return myBytes.getElements(); }
-    ZVector<unsigned char, 10>& getByteVector() { return myBytes; }
+    const unsigned char* getBytes() const { return myBytes; }
+    int getLength() const { return myLength; }
 
 protected:
-    ZVector<unsigned char, 10> myBytes;
+    unsigned char* myBytes;
+    int myLength;
+    bool myOwnsBytes;
 };
 
 class UnknownAttribute : public RawAttribute {
 public:
-    UnknownAttribute(DataInput& in, int nameIndex, int length) : RawAttribute(UNKNOWN, in, nameIndex, length) {}
+    UnknownAttribute(DataInput& in, int nameIndex, int length, ClassArena* arena = nullptr)
+        : RawAttribute(UNKNOWN, in, nameIndex, length, arena) {}
 };
 
 // "RuntimeVisibleAnnotations" and "RuntimeInvisibleAnnotations"; the probe
 // readers walk the bytes when they need them.
 class AnnotationsAttribute : public RawAttribute {
 public:
-    AnnotationsAttribute(DataInput& in, int nameIndex, int length) : RawAttribute(ANNOTATIONS, in, nameIndex, length) {}
+    AnnotationsAttribute(DataInput& in, int nameIndex, int length, ClassArena* arena = nullptr)
+        : RawAttribute(ANNOTATIONS, in, nameIndex, length, arena) {}
 };
 
 // "RuntimeInvisibleParameterAnnotations".
 class ParameterAnnotationsAttribute : public RawAttribute {
 public:
-    ParameterAnnotationsAttribute(DataInput& in, int nameIndex, int length)
-        : RawAttribute(PARAMETER_ANNOTATIONS, in, nameIndex, length) {}
+    ParameterAnnotationsAttribute(DataInput& in, int nameIndex, int length, ClassArena* arena = nullptr)
+        : RawAttribute(PARAMETER_ANNOTATIONS, in, nameIndex, length, arena) {}
 };
 
 class ConstantValueAttribute : public AttributeInfo {
@@ -155,7 +166,8 @@ private:
 // from the frames just for the moment of a write.
 class StackMapTableAttribute : public RawAttribute {
 public:
-    StackMapTableAttribute(DataInput& in, int nameIndex, int length) : RawAttribute(STACK_MAP_TABLE, in, nameIndex, length) {}
+    StackMapTableAttribute(DataInput& in, int nameIndex, int length, ClassArena* arena = nullptr)
+        : RawAttribute(STACK_MAP_TABLE, in, nameIndex, length, arena) {}
     StackMapTableAttribute(int nameIndex, const unsigned char* bytes, int length)
         : RawAttribute(STACK_MAP_TABLE, nameIndex, bytes, length) {}
 };

@@ -39,8 +39,8 @@ void ClassFile::parse(DataInput& in) {
     myMinorVersion = in.readUnsignedShort();
     myMajorVersion = in.readUnsignedShort();
     int count = in.readUnsignedShort();
-    // Pool entries and their bytes take about twice the class's size.
-    myArena.reserve(in.available() * 2 + 256);
+    // The parts of a class take about three times its size.
+    myArena.reserve(in.available() * 3 + 256);
     myConstantPool.push(nullptr);
     for (int i = 1; i < count;) {
         ConstantPoolInfo* entry = ConstantPoolInfoReader::create(in, &myArena);
@@ -71,10 +71,10 @@ void ClassFile::parse(DataInput& in) {
         KZT_ASSERT(myInterfaces[i] >= 1);
     }
     int fieldCount = in.readUnsignedShort();
-    for (int i = 0; i < fieldCount; i++) myFields.push(new FieldInfo(in, &myConstantPool));
+    for (int i = 0; i < fieldCount; i++) myFields.push(new (&myArena) FieldInfo(in, &myConstantPool, &myArena));
     int methodCount = in.readUnsignedShort();
-    for (int i = 0; i < methodCount; i++) myMethods.push(new MethodInfo(in, &myConstantPool));
-    AttributeInfo::readAll(in, &myConstantPool, myAttributes);
+    for (int i = 0; i < methodCount; i++) myMethods.push(new (&myArena) MethodInfo(in, &myConstantPool, &myArena));
+    AttributeInfo::readAll(in, &myConstantPool, myAttributes, &myArena);
 
     if (myMajorVersion >= 50) {
         for (int i = 0; i < myMethods.getSize(); i++) myMethods[i]->parseStackMapTable(this);
@@ -204,7 +204,7 @@ int ClassFile::findOrCreateMethod(const ZString& name, const ZString& descriptor
     }
     int nameIndex = findOrCreateUtf8(name);
     int descriptorIndex = findOrCreateUtf8(descriptor);
-    return myMethods.push(new MethodInfo(&myConstantPool, access, nameIndex, descriptorIndex));
+    return myMethods.push(new (&myArena) MethodInfo(&myConstantPool, access, nameIndex, descriptorIndex, &myArena));
 }
 
 // ---- new constants ----

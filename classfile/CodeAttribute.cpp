@@ -3,46 +3,53 @@
 #include "agent/Logger.h"
 #include "classfile/ClassFile.h"
 
-CodeAttribute::CodeAttribute(DataInput& in, ConstantPool* pool, int nameIndex, int length)
+CodeAttribute::CodeAttribute(DataInput& in, ConstantPool* pool, int nameIndex, int length, ClassArena* arena)
     : AttributeInfo(CODE, nameIndex, length), myMaxStack(0), myMaxLocals(0), myCodeLength(0), myCode(nullptr),
-      myConstantPool(pool), myStackMapNameIndex(0), myStackMapsEnabled(false), myHighestPoolReference(0) {
+      myCodeInArena(false), myConstantPool(pool), myArena(arena), myStackMapNameIndex(0), myStackMapsEnabled(false),
+      myHighestPoolReference(0) {
     try {
         myMaxStack = in.readUnsignedShort();
         myMaxLocals = in.readUnsignedShort();
         int codeLength = in.readInt();
         KZT_ASSERT(codeLength >= 1 && codeLength <= 65535);
         in.peek(codeLength);
-        myCode = new unsigned char[codeLength];
+        myCodeInArena = arena != nullptr;
+        myCode = myCodeInArena ? (unsigned char*)arena->allocate(codeLength) : new unsigned char[codeLength];
         myCodeLength = codeLength;
         in.readFully(myCode, codeLength);
         int count = in.readUnsignedShort();
         for (int i = 0; i < count; i++) {
-            ExceptionTableElement* e = new ExceptionTableElement;
-            myExceptionTable.push(e);
-            e->startPc = in.readUnsignedShort();
-            e->endPc = in.readUnsignedShort();
-            e->handlerPc = in.readUnsignedShort();
-            e->catchType = in.readUnsignedShort();
-            KZT_ASSERT(e->endPc > e->startPc);
+            int start = in.readUnsignedShort();
+            int end = in.readUnsignedShort();
+            int handler = in.readUnsignedShort();
+            int type = in.readUnsignedShort();
+            KZT_ASSERT(end > start);
+            myExceptionTable.push(new (arena) ExceptionTableElement(start, end, handler, type));
         }
-        AttributeInfo::readAll(in, pool, myAttributes);
+        AttributeInfo::readAll(in, pool, myAttributes, arena);
     } catch (...) {
         release();
         throw;
     }
 }
 
-CodeAttribute::CodeAttribute(ConstantPool* pool, int nameIndex)
+CodeAttribute::CodeAttribute(ConstantPool* pool, int nameIndex, ClassArena* arena)
     : AttributeInfo(CODE, nameIndex, 13), myMaxStack(0), myMaxLocals(0), myCodeLength(1), myCode(new unsigned char[1]),
-      myConstantPool(pool), myStackMapNameIndex(0), myStackMapsEnabled(false), myHighestPoolReference(0) {
+      myCodeInArena(false), myConstantPool(pool), myArena(arena), myStackMapNameIndex(0), myStackMapsEnabled(false),
+      myHighestPoolReference(0) {
     myCode[0] = 177;  // return
 }
 
 CodeAttribute::~CodeAttribute() { release(); }
 
-void CodeAttribute::release() {
-    delete[] myCode;
+void CodeAttribute::freeCode() {
+    if (!myCodeInArena) delete[] myCode;
     myCode = nullptr;
+    myCodeInArena = false;
+}
+
+void CodeAttribute::release() {
+    freeCode();
     myCodeLength = 0;
     for (int i = 0; i < myExceptionTable.getSize(); i++) delete myExceptionTable[i];
     myExceptionTable.clear();
@@ -113,8 +120,8 @@ void CodeAttribute::setCode(const unsigned char* bytes, int length) {
 void CodeAttribute::adoptCode(unsigned char* bytes, int length) {
     KZT_ASSERT_NOT_NULL(bytes);
     KZT_ASSERT(length >= 1);
-    delete[] myCode;
     setAttributeLength(myAttributeLength + length - myCodeLength);
+    freeCode();
     myCode = bytes;
     myCodeLength = length;
 }
@@ -209,7 +216,7 @@ void CodeAttribute::addExceptionHandler(int start, int end, int handler, const V
     KZT_ASSERT(start >= 0);
     KZT_ASSERT(end > start);
     KZT_ASSERT(handler >= 0);
-    ExceptionTableElement* added = new ExceptionTableElement{start, end, handler, 0};
+    ExceptionTableElement* added = new (myArena) ExceptionTableElement(start, end, handler, 0);
     myExceptionTable.push(added);
     setAttributeLength(myAttributeLength + 8);
 
@@ -218,7 +225,7 @@ void CodeAttribute::addExceptionHandler(int start, int end, int handler, const V
         ZVector<StackMapFrame*, 10> frames;
         int i = 0;
         while (i < myFrames.getSize() && myFrames[i]->getOffset() < handler) frames.push(myFrames[i++]);
-        StackMapFrame* frame = new StackMapFrame(*myFrames[0], handler, exceptionType, -1);
+        StackMapFrame* frame = new (myArena) StackMapFrame(*myFrames[0], handler, exceptionType, -1);
         wipe(frame);
         frames.push(frame);
         while (i < myFrames.getSize()) frames.push(myFrames[i++]);
@@ -373,15 +380,16 @@ void CodeAttribute::parseStackMapTable(ClassFile* classFile, const MethodInfo* m
     myStackMapsEnabled = classFile->getMajorVersion() > 49;
     if (!myStackMapsEnabled) return;
     KZT_ASSERT(myFrames.isEmpty());
-    myFrames.push(new StackMapFrame(classFile, method));
+    myFrames.push(new (myArena) StackMapFrame(classFile, method));
     myStackMapNameIndex = classFile->findOrCreateUtf8("StackMapTable");
     AttributeInfo* table = findByKind(myAttributes, STACK_MAP_TABLE);
     if (table == nullptr) return;
     KZT_ASSERT(myFrames.getSize() == 1);
-    DataInput in(static_cast<StackMapTableAttribute*>(table)->getByteVector());
+    StackMapTableAttribute* raw = static_cast<StackMapTableAttribute*>(table);
+    DataInput in(raw->getBytes(), raw->getLength());
     int count = in.readUnsignedShort();
     int thisClass = classFile->getThisClass();
-    for (int i = 0; i < count; i++) myFrames.push(new StackMapFrame(*myFrames.peek(), in, thisClass));
+    for (int i = 0; i < count; i++) myFrames.push(new (myArena) StackMapFrame(*myFrames.peek(), in, thisClass));
     KZT_ASSERT(in.available() == 0);
     int kept = 0;
     for (int i = 0; i < myAttributes.getSize(); i++) {
@@ -420,7 +428,7 @@ void CodeAttribute::addStackMapFrames(const ZVector<int, 10>& pcs, int base, con
         while (cursor < myFrames.getSize() && myFrames[cursor]->getOffset() <= target) frames.push(myFrames[cursor++]);
         StackMapFrame* last = frames.peek();
         if (last->getOffset() >= target) continue;
-        StackMapFrame* frame = new StackMapFrame(*last, target, stackItem, superOffset);
+        StackMapFrame* frame = new (myArena) StackMapFrame(*last, target, stackItem, superOffset);
         if (known != nullptr) {
             frame->getLocals() = *known;
         } else if (wipeLocals) {
@@ -514,7 +522,7 @@ void CodeAttribute::resetForEmptyMethodBody(ClassFile* classFile, const MethodIn
     myMaxStack = maxStack;
     myMaxLocals = maxLocals;
     deleteFrames();
-    if (myStackMapsEnabled) myFrames.push(new StackMapFrame(classFile, method));
+    if (myStackMapsEnabled) myFrames.push(new (myArena) StackMapFrame(classFile, method));
     for (int i = 0; i < myExceptionTable.getSize(); i++) delete myExceptionTable[i];
     setAttributeLength(myAttributeLength - 8 * myExceptionTable.getSize());
     myExceptionTable.clear();

@@ -15,7 +15,9 @@ class MethodInfo;
 
 class CodeAttribute : public AttributeInfo {
 public:
-    struct ExceptionTableElement {
+    struct ExceptionTableElement : public ArenaObject {
+        ExceptionTableElement(int start, int end, int handler, int type)
+            : startPc(start), endPc(end), handlerPc(handler), catchType(type) {}
         int startPc;
         int endPc;
         int handlerPc;
@@ -26,9 +28,10 @@ public:
 
     // Reads max stack, max locals, code (1 to 65535 bytes), exception table
     // and attributes. Stack maps stay off until parseStackMapTable.
-    CodeAttribute(DataInput& in, ConstantPool* pool, int nameIndex, int length);
+    // With an arena, the code, its tables and frames take memory from it.
+    CodeAttribute(DataInput& in, ConstantPool* pool, int nameIndex, int length, ClassArena* arena = nullptr);
     // A new body of one `return`, for a method that had none.
-    CodeAttribute(ConstantPool* pool, int nameIndex);
+    CodeAttribute(ConstantPool* pool, int nameIndex, ClassArena* arena = nullptr);
     ~CodeAttribute() override;
     CodeAttribute(const CodeAttribute&) = delete;
     CodeAttribute& operator=(const CodeAttribute&) = delete;
@@ -113,6 +116,7 @@ public:
 
 private:
     void release();
+    void freeCode();
     bool hasFramesToWrite() const { return myStackMapsEnabled && myFrames.getSize() >= 2; }
     void encodeFrames(DataOutput& out);
     void writeBody(DataOutput& out, int extraAttributes);
@@ -124,7 +128,9 @@ private:
     int myMaxLocals;
     int myCodeLength;
     unsigned char* myCode;
+    bool myCodeInArena;
     ConstantPool* myConstantPool;
+    ClassArena* myArena;
     ZVector<AttributeInfo*, 10> myAttributes;
     ZVector<ExceptionTableElement*, 10> myExceptionTable;
     ZVector<int, 10> myPreservedVariables;

@@ -1,6 +1,6 @@
-// Big-endian reader over class-file bytes it does not own. Every read goes
-// through the vector's bounds check, so running off the end fails with the
-// vector's own "zvector::[]" rather than reading garbage.
+// Big-endian reader over class-file bytes it does not own. Every read is
+// bounds-checked, and running off the end fails with the vector's own
+// "zvector::[]" rather than reading garbage.
 #pragma once
 
 #include <cstring>
@@ -11,9 +11,11 @@
 
 class DataInput {
 public:
-    explicit DataInput(ZVector<unsigned char, 10>& bytes) : myBytes(bytes), myPosition(0) {}
+    explicit DataInput(ZVector<unsigned char, 10>& bytes) : myData(bytes.getElements()), mySize(bytes.getSize()), myPosition(0) {}
+    // Over bytes held elsewhere (a raw attribute); they must stay put while read.
+    DataInput(const unsigned char* bytes, int size) : myData(bytes), mySize(size), myPosition(0) {}
 
-    int readUnsignedByte() { return myBytes[myPosition++]; }
+    int readUnsignedByte() { return *take(1); }
     int readUnsignedShort() {
         const unsigned char* p = take(2);
         return (p[0] << 8) | p[1];
@@ -43,8 +45,8 @@ public:
     }
 
     int getPosition() const { return myPosition; }
-    int available() const { return myBytes.getSize() - myPosition; }
-    // The bytes from the current position on, after checking that `count` exist.
+    int available() const { return mySize - myPosition; }
+    // The next `count` bytes, after checking that they exist; not consumed.
     const unsigned char* peek(int count) {
         const unsigned char* p = take(count);
         myPosition -= count;
@@ -52,18 +54,16 @@ public:
     }
 
 private:
-    // Checks the whole range at once; past the end it fails exactly as the
-    // vector's per-byte check would.
     const unsigned char* take(int count) {
-        int size = myBytes.getSize();
-        if (myPosition < 0 || (long long)myPosition + count > size) {
-            (void)myBytes[myPosition < size ? size : myPosition];
+        if (count < 0 || (long long)myPosition + count > mySize) {
+            zvectorFail("zvector::[]", myPosition < mySize ? mySize : myPosition, mySize);
         }
-        const unsigned char* p = myBytes.getElements() + myPosition;
+        const unsigned char* p = myData + myPosition;
         myPosition += count;
         return p;
     }
 
-    ZVector<unsigned char, 10>& myBytes;
+    const unsigned char* myData;
+    int mySize;
     int myPosition;
 };

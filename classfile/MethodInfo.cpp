@@ -4,15 +4,16 @@
 #include "classfile/ClassFile.h"
 #include "classfile/CodeAttribute.h"
 
-MethodInfo::MethodInfo(DataInput& in, ConstantPool* pool) : myConstantPool(pool) {
+MethodInfo::MethodInfo(DataInput& in, ConstantPool* pool, ClassArena* arena) : myConstantPool(pool), myArena(arena) {
     myAccessFlags = in.readUnsignedShort();
     myNameIndex = in.readUnsignedShort();
     myDescriptorIndex = in.readUnsignedShort();
-    AttributeInfo::readAll(in, pool, myAttributes);
+    AttributeInfo::readAll(in, pool, myAttributes, arena);
 }
 
-MethodInfo::MethodInfo(ConstantPool* pool, int accessFlags, int nameIndex, int descriptorIndex)
-    : myAccessFlags(accessFlags), myNameIndex(nameIndex), myDescriptorIndex(descriptorIndex), myConstantPool(pool) {
+MethodInfo::MethodInfo(ConstantPool* pool, int accessFlags, int nameIndex, int descriptorIndex, ClassArena* arena)
+    : myAccessFlags(accessFlags), myNameIndex(nameIndex), myDescriptorIndex(descriptorIndex), myConstantPool(pool),
+      myArena(arena) {
     KZT_ASSERT(accessFlags >= 0);
 }
 
@@ -54,7 +55,7 @@ CodeAttribute* MethodInfo::createCodeAttribute() {
         }
     }
     KZT_ASSERT(nameIndex > 0);
-    CodeAttribute* code = new CodeAttribute(myConstantPool, nameIndex);
+    CodeAttribute* code = new (myArena) CodeAttribute(myConstantPool, nameIndex, myArena);
     myAttributes.push(code);
     return code;
 }
@@ -70,7 +71,7 @@ void MethodInfo::copyAttributesFrom(MethodInfo* other) {
     in.readUnsignedShort();
     in.readUnsignedShort();
     in.readUnsignedShort();
-    AttributeInfo::readAll(in, myConstantPool, myAttributes);
+    AttributeInfo::readAll(in, myConstantPool, myAttributes, myArena);
 }
 
 void MethodInfo::parseStackMapTable(ClassFile* classFile) {
@@ -118,11 +119,11 @@ void MethodInfo::fillExceptions(ZVectorSafe<ZString>& names) const {
     }
 }
 
-FieldInfo::FieldInfo(DataInput& in, ConstantPool* pool) {
+FieldInfo::FieldInfo(DataInput& in, ConstantPool* pool, ClassArena* arena) {
     myAccessFlags = in.readUnsignedShort();
     myNameIndex = in.readUnsignedShort();
     myDescriptorIndex = in.readUnsignedShort();
-    AttributeInfo::readAll(in, pool, myAttributes);
+    AttributeInfo::readAll(in, pool, myAttributes, arena);
 }
 
 void FieldInfo::writeTo(DataOutput& out) {

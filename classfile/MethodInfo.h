@@ -8,11 +8,12 @@
 class ClassFile;
 class CodeAttribute;
 
-class MethodInfo {
+class MethodInfo : public ArenaObject {
 public:
-    MethodInfo(DataInput& in, ConstantPool* pool);
+    // With an arena, the attributes take their memory from it.
+    MethodInfo(DataInput& in, ConstantPool* pool, ClassArena* arena = nullptr);
     // A bare method without attributes.
-    MethodInfo(ConstantPool* pool, int accessFlags, int nameIndex, int descriptorIndex);
+    MethodInfo(ConstantPool* pool, int accessFlags, int nameIndex, int descriptorIndex, ClassArena* arena = nullptr);
     ~MethodInfo();
     MethodInfo(const MethodInfo&) = delete;
     MethodInfo& operator=(const MethodInfo&) = delete;
@@ -66,11 +67,12 @@ private:
     int myDescriptorIndex;
     ZVector<AttributeInfo*, 10> myAttributes;
     ConstantPool* myConstantPool;
+    ClassArena* myArena;
 };
 
-class FieldInfo {
+class FieldInfo : public ArenaObject {
 public:
-    FieldInfo(DataInput& in, ConstantPool* pool);
+    FieldInfo(DataInput& in, ConstantPool* pool, ClassArena* arena = nullptr);
     ~FieldInfo() { AttributeInfo::deleteAll(myAttributes); }
     FieldInfo(const FieldInfo&) = delete;
     FieldInfo& operator=(const FieldInfo&) = delete;

@@ -3,6 +3,7 @@
 // entry, with no Top after it.
 #pragma once
 
+#include "classfile/ArenaObject.h"
 #include "classfile/DataInput.h"
 #include "classfile/DataOutput.h"
 #include "classfile/VerificationType.h"
@@ -10,7 +11,7 @@
 class ClassFile;
 class MethodInfo;
 
-class StackMapFrame {
+class StackMapFrame : public ArenaObject {
 public:
     // The initial frame of a method, at offset -1: `this` (UninitializedThis
     // in a constructor) and one entry per parameter.
