@@ -1,4 +1,6 @@
 // The library's door to the JVM: the exported entry points.
+#include <dlfcn.h>
+
 #include <cstdio>
 #include <cstdlib>
 
@@ -10,6 +12,14 @@
 
 void doExit(int code) {
     exit(code);
+}
+
+// Once natives are registered the library must stay mapped, even if the JVM
+// unloads it after a failed attach.
+static void pinLibrary() {
+    Dl_info info;
+    if (dladdr((void*)&pinLibrary, &info) != 0 && info.dli_fname != nullptr)
+        dlopen(info.dli_fname, RTLD_NOW | RTLD_NODELETE | RTLD_NOLOAD);
 }
 
 static void logEntry(const char* word, const char* options, const ZString& fullOptions) {
@@ -28,6 +38,7 @@ extern "C" {
 
 JNIEXPORT jint JNICALL Agent_OnLoad(JavaVM* vm, char* options, void* reserved) {
     try {
+        pinLibrary();
         ZString fullOptions = getFullOptions(options);
         ourOptions.initializeLogger(fullOptions);
         logEntry("Agent_OnLoad", options, fullOptions);
@@ -43,6 +54,7 @@ JNIEXPORT jint JNICALL Agent_OnLoad(JavaVM* vm, char* options, void* reserved) {
 
 JNIEXPORT jint JNICALL Agent_OnAttach(JavaVM* vm, char* options, void* reserved) {
     try {
+        pinLibrary();
         ZString fullOptions = getFullOptions(options);
         if (ourJVMTI == nullptr) ourOptions.initializeLogger(fullOptions);
         logEntry("Agent_OnAttach", options, fullOptions);

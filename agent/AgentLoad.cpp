@@ -102,14 +102,13 @@ static void requestCapabilities(jvmtiCapabilities& wanted, const jvmtiCapabiliti
     }
     REQUEST_CAPABILITY(can_get_source_file_name, false,
                        "can_get_source_file_name: optional capability is not available");
-    if (!ourOptions.isWithDebugger()) {
-        if (potential.can_suspend) {
-            wanted.can_suspend = 1;
-        } else {
-            ourCapabilities |= CAP_NO_SUSPEND;
-            Logger::message(ZString("can_suspend: optional capability is not available; is_debugger=") +
-                            (ourOptions.isWithDebugger() ? "1" : "0"));
-        }
+    // With a debugger present the capability is left to the debugger.
+    if (!ourOptions.isWithDebugger() && potential.can_suspend) {
+        wanted.can_suspend = 1;
+    } else {
+        ourCapabilities |= CAP_NO_SUSPEND;
+        Logger::message(ZString("can_suspend: optional capability is not available; is_debugger=") +
+                        (ourOptions.isWithDebugger() ? "1" : "0"));
     }
     if (ourCapabilities & CAP_ASYNC_SAMPLING) wanted.can_generate_compiled_method_load_events = 1;
     if (ourCapabilities & CAP_HEAP_SAMPLING) {

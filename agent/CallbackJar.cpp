@@ -4,6 +4,7 @@
 #include "agent/Logger.h"
 #include "agent/Options.h"
 #include "foundation/System.h"
+#include <cstdio>
 #include <cstring>
 
 #include "runtime/RuntimeArchive.h"
@@ -53,16 +54,19 @@ static ZString placeArchive(const ZVector<unsigned char>& bytes) {
         }
         Logger::message(ZString("Jar file exists but has wrong size or content: ") + path);
     }
-    FILE* out = z_fopen(path.c_str(), "wb");
+    // Written aside and renamed over the old file, so that a JVM still reading
+    // the old archive keeps its own copy.
+    ZString partPath = path + ".part" + ZString::fromLong(z_getpid());
+    FILE* out = z_fopen(partPath.c_str(), "wb");
     if (out == nullptr) {
         Logger::message(ZString("Cannot start: failed to create jar file: ") + path + adviceText(), stderr);
         return ZString();
     }
     bool written = fwrite(bytes.getElements(), 1, bytes.getSize(), out) == (size_t)bytes.getSize();
     written = fclose(out) == 0 && written;
-    if (!written) {
+    if (!written || rename(partPath.c_str(), path.c_str()) != 0) {
         Logger::message(ZString("Cannot start: failed to create jar file: ") + path + adviceText(), stderr);
-        z_deleteFile(path.c_str());
+        z_deleteFile(partPath.c_str());
         return ZString();
     }
     Logger::message(ZString("Jar file created: ") + path);

@@ -1,5 +1,6 @@
 #include "agent/Logger.h"
 
+#include <pthread.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 #include <cstdlib>
@@ -27,6 +28,15 @@ bool Logger::ourShouldExitOnException = false;
 
 static FILE* ourLogFile = nullptr;
 static bool ourStderrModeDecided = false;
+// Serialises messages, so that a log file is never closed under a writer.
+// Recursive: opening a file writes its header through message().
+static pthread_mutex_t ourLogMutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+
+class LogMutexHolder {
+public:
+    LogMutexHolder() { pthread_mutex_lock(&ourLogMutex); }
+    ~LogMutexHolder() { pthread_mutex_unlock(&ourLogMutex); }
+};
 
 static void getJvmArguments(ZVectorSafe<ZString>& arguments) {
     getCommandLineParameters(arguments);
@@ -62,6 +72,7 @@ void Logger::message(const char* text, FILE* stream) {
 void Logger::message(const ZString& text, FILE* stream) {
     int64_t uptimeMs = ourUptimeProvider.getUptimeMs();
     if (text.isEmpty()) return;
+    LogMutexHolder holder;
     if (!ourStderrModeDecided) {
         ourStderrModeDecided = true;
         ourLogToStderr = shouldLogToStdErr();
@@ -145,7 +156,8 @@ void Logger::openLogFile() {
     if (z_getenv("CORVANE_UNITED_LOG").equals("1")) ourUnitedLog = true;
     ZString oldPath;
     if (ourLogFile != nullptr) {
-        fputs("warning: log file will be changed\n", ourLogFile);
+        ZString line = formatLinePrefix(ourUptimeProvider.getUptimeMs(), ourUnitedLog) + "warning: log file will be changed\n";
+        fwrite(line.c_str(), 1, line.getLength(), ourLogFile);
         fclose(ourLogFile);
         ourLogFile = nullptr;
         oldPath = ourLogFilePath;

@@ -1,6 +1,7 @@
 // Watches for the heap dump that the JVM itself writes on OutOfMemoryError,
 // and reports the first one.
 #include "agent/AgentLoad.h"
+#include "agent/AgentState.h"
 #include "agent/Logger.h"
 #include "agent/Options.h"
 #include "db/DB.h"
@@ -9,6 +10,20 @@
 static const int64_t HPROF_SNAPSHOT_KIND = 4113;
 static const int POLL_PERIOD_MS = 3000;
 
+// Waits in a raw monitor rather than a native sleep: the JVM treats a thread
+// in a raw monitor wait as blocked and does not hold up its exit for it.
+static void waitBlocked(int ms) {
+    static jrawMonitorID monitor = nullptr;
+    if (monitor == nullptr && ourJVMTI->CreateRawMonitor("KZTAgent-OomeSnapshotDetector", &monitor) != JVMTI_ERROR_NONE) {
+        monitor = nullptr;
+        z_sleep_ms(ms);
+        return;
+    }
+    ourJVMTI->RawMonitorEnter(monitor);
+    ourJVMTI->RawMonitorWait(monitor, ms);
+    ourJVMTI->RawMonitorExit(monitor);
+}
+
 void oome_snapshot_detector() {
     ZString path = ourOptions.getHeapDumpPath();
     if (path.isEmpty()) return;
@@ -16,7 +31,7 @@ void oome_snapshot_detector() {
     int64_t pathSize = getFileSize(path.c_str());
     int64_t perProcessSize = getFileSize(perProcessPath.c_str());
     for (;;) {
-        z_sleep_ms(POLL_PERIOD_MS);
+        waitBlocked(POLL_PERIOD_MS);
         int64_t size = getFileSize(perProcessPath.c_str());
         if (size != -1 && size != perProcessSize) {
             addSnapshotInfo(perProcessPath, HPROF_SNAPSHOT_KIND);

@@ -24,6 +24,8 @@ void threadStartImpl(JNIEnv* env, jthread thread, int64_t nativeThreadId, int64_
     LockHolder holder(&ourLock, LOCK_SITE);
     ThreadInfo* existing = getThreadInfoJvmti(ourJVMTI, thread);
     if (existing != nullptr) {
+        // On attach the agent's own threads started meanwhile are already known.
+        if (nativeThreadId == 0) return;
         Logger::message(ZString("warning: multiple ThreadStart events: TRN=") + ZString::fromLong(existing->getTRN()) +
                         " name=" + existing->getName());
         return;
