@@ -5,7 +5,8 @@
 ClassFile::ClassFile(DataInput& in)
     : myMagic(0), myMajorVersion(0), myMinorVersion(0), myAccessFlags(0), myThisClass(0), mySuperClass(0),
       myInterfaceCount(0), myInterfaces(nullptr), myUtf8Cache(10), myClassCache(10), myStringCache(3), myInvalid(false),
-      myParsedPoolSize(0), myProvisionalPoolSize(0), myProvisionalUsed(false), myParsing(true) {
+      myParsedPoolSize(0), myProvisionalPoolSize(0), myProvisionalUsed(false), myParsing(true), myPoolBytes(nullptr),
+      myPoolByteLength(0), myPoolEdits(0), myClassesByName(10), myClassesByNameBuilt(false) {
     try {
         parse(in);
     } catch (...) {
@@ -19,9 +20,11 @@ ClassFile::ClassFile(DataInput& in)
 ClassFile::~ClassFile() { release(); }
 
 void ClassFile::release() {
-    // Entries live in the arena: destroyed here, their memory freed with it.
+    // Entries live in the arena: their memory goes with it. Only Utf8
+    // entries hold anything of their own.
     for (int i = 0; i < myConstantPool.getSize(); i++) {
-        if (myConstantPool[i] != nullptr) myConstantPool[i]->~ConstantPoolInfo();
+        ConstantPoolInfo* entry = myConstantPool[i];
+        if (entry != nullptr && entry->getTag() == ConstantPoolInfo::UTF8) entry->~ConstantPoolInfo();
     }
     myConstantPool.clear();
     for (int i = 0; i < myFields.getSize(); i++) delete myFields[i];
@@ -42,6 +45,8 @@ void ClassFile::parse(DataInput& in) {
     // The parts of a class take about three times its size.
     myArena.reserve(in.available() * 3 + 256);
     myConstantPool.push(nullptr);
+    const unsigned char* poolStart = in.peek(0);
+    int poolPosition = in.getPosition();
     for (int i = 1; i < count;) {
         ConstantPoolInfo* entry = ConstantPoolInfoReader::create(in, &myArena);
         if (entry == nullptr) {
@@ -51,12 +56,19 @@ void ClassFile::parse(DataInput& in) {
         }
         myConstantPool.push(entry);
         i++;
-        if (entry->getTag() == ConstantPoolInfo::LONG || entry->getTag() == ConstantPoolInfo::DOUBLE) {
+        if (entry->getTag() == ConstantPoolInfo::UTF8) {
+            static_cast<ConstantUtf8Info*>(entry)->setEditCounter(&myPoolEdits);
+        } else if (entry->getTag() == ConstantPoolInfo::LONG || entry->getTag() == ConstantPoolInfo::DOUBLE) {
+            KZT_ASSERT(i < count);  // its second slot must be inside the pool
             myConstantPool.push(nullptr);
             i++;
         }
     }
     myParsedPoolSize = myConstantPool.getSize();
+    myPoolByteLength = in.getPosition() - poolPosition;
+    unsigned char* poolCopy = (unsigned char*)myArena.allocate(myPoolByteLength);
+    memcpy(poolCopy, poolStart, myPoolByteLength);
+    myPoolBytes = poolCopy;
 
     myAccessFlags = in.readUnsignedShort();
     myThisClass = in.readUnsignedShort();
@@ -104,7 +116,12 @@ void ClassFile::writeClass(DataOutput& out) {
     int countAt = out.getSize();
     out.writeUnsignedShort(myConstantPool.getSize());
     int provisionalAt = -1;
-    for (int i = 1; i < myConstantPool.getSize(); i++) {
+    int from = 1;
+    if (myPoolEdits == 0) {
+        out.write(myPoolBytes, myPoolByteLength);
+        from = myParsedPoolSize;
+    }
+    for (int i = from; i < myConstantPool.getSize(); i++) {
         if (i == myParsedPoolSize) provisionalAt = out.getSize();
         ConstantPoolInfo* entry = myConstantPool[i];
         if (entry != nullptr) entry->writeTo(out);
@@ -282,6 +299,45 @@ int ClassFile::findOrCreateConstantClass(int nameIndex) {
     return index > 0 ? noteFound(index) : appendEntry(ConstantPoolInfo::make<ConstantClassInfo>(&myArena, nameIndex));
 }
 
+int ClassFile::findOrCreateClassByName(const char* chars, int length) {
+    if (!myClassesByNameBuilt) {
+        myClassesByNameBuilt = true;
+        int classes = 0;
+        for (int i = 1; i < myConstantPool.getSize(); i++) {
+            ConstantPoolInfo* entry = myConstantPool[i];
+            if (entry != nullptr && entry->getTag() == ConstantPoolInfo::CLASS) classes++;
+        }
+        myClassesByName.rehash(PrimeFinder::nextPrime(classes * 2 + 10));  // no growth while filling
+        for (int i = 1; i < myConstantPool.getSize(); i++) {
+            ConstantPoolInfo* entry = myConstantPool[i];
+            if (entry == nullptr || entry->getTag() != ConstantPoolInfo::CLASS) continue;
+            int nameIndex = static_cast<ConstantClassInfo*>(entry)->getNameIndex();
+            ConstantPoolInfo* name = nameIndex < myConstantPool.getSize() ? myConstantPool[nameIndex] : nullptr;
+            if (name == nullptr || name->getTag() != ConstantPoolInfo::UTF8) continue;
+            const char* key = static_cast<ConstantUtf8Info*>(name)->getChars();
+            if (!myClassesByName.containsKey(key)) myClassesByName.put(key, i);
+        }
+    }
+    char buffer[256];
+    if (length < (int)sizeof(buffer)) {
+        memcpy(buffer, chars, length);
+        buffer[length] = 0;
+        int index = myClassesByName.get(buffer, 0);
+        if (index > 0) {
+            // Verify: a name with a zero byte inside would match a shorter key.
+            const ConstantClassInfo* entry = static_cast<ConstantClassInfo*>(myConstantPool[index]);
+            if (ConstantPoolInfo::getUtf8Entry(&myConstantPool, entry->getNameIndex())->equals(chars, length)) {
+                return noteFound(index);
+            }
+        }
+    }
+    int nameIndex = findOrCreateUtf8(chars, length);
+    int index = findOrCreateConstantClass(nameIndex);
+    const char* key = ConstantPoolInfo::getUtf8Entry(&myConstantPool, nameIndex)->getChars();
+    if (!myClassesByName.containsKey(key)) myClassesByName.put(key, index);
+    return index;
+}
+
 int ClassFile::findOrCreateStringInfo(const ZString& value) {
     int utf8 = findOrCreateUtf8(value);
     int index = findCached<ConstantStringInfo>(myConstantPool, myStringCache, ConstantPoolInfo::STRING, utf8);
@@ -354,6 +410,8 @@ void ClassFile::patchConstantPool(const ZVectorSafe<ZString>& from, const ZVecto
     }
     // The cache keys are the entries' own buffers, which a new value frees.
     if (myUtf8Cache.isInitialized()) myUtf8Cache.clear();
+    if (myClassesByName.isInitialized()) myClassesByName.clear();
+    myClassesByNameBuilt = false;
 }
 
 void ClassFile::removeUnusedMacroMethods() {

@@ -67,6 +67,9 @@ public:
     int findOrCreateNameAndType(int nameIndex, int descriptorIndex);
     int findOrCreateMethodRef(int classIndex, int nameIndex, int descriptorIndex);
     int findOrCreateStringInfo(const ZString& value);
+    // A Class entry named `chars`, for frame types: any equal entry will do,
+    // so an index of the class names answers most calls without a scan.
+    int findOrCreateClassByName(const char* chars, int length);
     int findOrCreateIntInfo(int value);
     int findOrCreateLongInfo(long long value);
 
@@ -111,4 +114,12 @@ private:
     int myProvisionalPoolSize;
     bool myProvisionalUsed;
     bool myParsing;
+
+    // The pool as read, written back in one piece while no entry changed.
+    const unsigned char* myPoolBytes;
+    int myPoolByteLength;
+    int myPoolEdits;
+    // Class entries by name, built on first use.
+    ZMap<const char*, int> myClassesByName;
+    bool myClassesByNameBuilt;
 };

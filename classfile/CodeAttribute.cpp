@@ -69,13 +69,16 @@ void CodeAttribute::writeBody(DataOutput& out, int extraAttributes) {
     out.writeUnsignedShort(myMaxLocals);
     out.writeInt(myCodeLength);
     out.write(myCode, myCodeLength);
-    out.writeUnsignedShort(myExceptionTable.getSize());
-    for (int i = 0; i < myExceptionTable.getSize(); i++) {
+    int count = myExceptionTable.getSize();
+    unsigned char* p = out.reserve(2 + 8 * count);
+    DataOutput::putU2(p, count);
+    p += 2;
+    for (int i = 0; i < count; i++, p += 8) {
         const ExceptionTableElement* e = myExceptionTable[i];
-        out.writeUnsignedShort(e->startPc);
-        out.writeUnsignedShort(e->endPc);
-        out.writeUnsignedShort(e->handlerPc);
-        out.writeUnsignedShort(e->catchType);
+        DataOutput::putU2(p, e->startPc);
+        DataOutput::putU2(p + 2, e->endPc);
+        DataOutput::putU2(p + 4, e->handlerPc);
+        DataOutput::putU2(p + 6, e->catchType);
     }
     out.writeUnsignedShort(myAttributes.getSize() + extraAttributes);
     for (int i = 0; i < myAttributes.getSize(); i++) myAttributes[i]->write(out);

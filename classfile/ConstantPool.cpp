@@ -17,7 +17,8 @@ ConstantUtf8Info* ConstantPoolInfo::getUtf8Entry(const ConstantPool* pool, int i
 const ZString& ConstantPoolInfo::getUtf8(const ConstantPool* pool, int index) { return getUtf8Entry(pool, index)->getValue(); }
 
 ConstantUtf8Info::ConstantUtf8Info(DataInput& in, ClassArena* arena)
-    : ConstantPoolInfo(UTF8), myChars(nullptr), myByteLength(0), myValue(nullptr), myOwnsChars(arena == nullptr) {
+    : ConstantPoolInfo(UTF8), myChars(nullptr), myByteLength(0), myValue(nullptr), myEditCounter(nullptr),
+      myOwnsChars(arena == nullptr) {
     int length = in.readUnsignedShort();
     in.peek(length);
     char* chars = arena != nullptr ? (char*)arena->allocate(length + 1) : new char[length + 1];
@@ -29,7 +30,7 @@ ConstantUtf8Info::ConstantUtf8Info(DataInput& in, ClassArena* arena)
 
 ConstantUtf8Info::ConstantUtf8Info(const ZString& value)
     : ConstantPoolInfo(UTF8), myChars(nullptr), myByteLength(value.getLength()), myValue(new ZString(value)),
-      myOwnsChars(false) {
+      myEditCounter(nullptr), myOwnsChars(false) {
     myChars = myValue->c_str();
 }
 
@@ -44,6 +45,7 @@ const ZString& ConstantUtf8Info::getValue() const {
 }
 
 void ConstantUtf8Info::setValue(const ZString& value) {
+    if (myEditCounter != nullptr) (*myEditCounter)++;
     if (myValue == nullptr) {
         myValue = new ZString(value);
     } else {

@@ -67,11 +67,15 @@ public:
     int getByteLength() const { return myByteLength; }
     const ZString& getValue() const;
     void setValue(const ZString& value);
+    // Counted up by every setValue, so that a class can tell that its pool
+    // is no longer the one it read.
+    void setEditCounter(int* counter) { myEditCounter = counter; }
 
 private:
     const char* myChars;
     int myByteLength;
     mutable ZString* myValue;
+    int* myEditCounter;
     bool myOwnsChars;
 };
 

@@ -64,13 +64,18 @@ public:
         myBytes.resize(myBytes.getSize() - (to - from));
     }
 
-private:
+    // Room for `count` more bytes, to be filled by the caller.
     unsigned char* reserve(int count) {
         int at = myBytes.getSize();
         myBytes.resize(at + count);
         return myBytes.getElements() + at;
     }
+    static void putU2(unsigned char* p, int value) {
+        p[0] = (unsigned char)(value >> 8);
+        p[1] = (unsigned char)value;
+    }
 
+private:
     ZVector<unsigned char, 10>& myBytes;
     int myHighestPoolReference;
 };

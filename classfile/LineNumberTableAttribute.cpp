@@ -14,10 +14,13 @@ LineNumberTableAttribute::LineNumberTableAttribute(DataInput& in, int nameIndex,
 }
 
 void LineNumberTableAttribute::writeTo(DataOutput& out) {
-    out.writeUnsignedShort(myLines.getSize());
-    for (int i = 0; i < myLines.getSize(); i++) {
-        out.writeUnsignedShort(myLines[i].startPc);
-        out.writeUnsignedShort(myLines[i].lineNumber);
+    int count = myLines.getSize();
+    unsigned char* p = out.reserve(2 + 4 * count);
+    DataOutput::putU2(p, count);
+    const LineNumber* lines = myLines.getElements();
+    for (int i = 0; i < count; i++, p += 4) {
+        DataOutput::putU2(p + 2, lines[i].startPc);
+        DataOutput::putU2(p + 4, lines[i].lineNumber);
     }
 }
 

@@ -19,14 +19,18 @@ LocalVariableTableAttribute::LocalVariableTableAttribute(Kind kind, DataInput& i
 }
 
 void LocalVariableTableAttribute::writeTo(DataOutput& out) {
-    out.writeUnsignedShort(myVariables.getSize());
-    for (int i = 0; i < myVariables.getSize(); i++) {
-        const LocalVariable& v = myVariables[i];
-        out.writeUnsignedShort(v.myStartPc);
-        out.writeUnsignedShort(v.myLength);
-        out.writeUnsignedShort(v.myNameIndex);
-        out.writeUnsignedShort(v.myDescriptorIndex);
-        out.writeUnsignedShort(v.myIndex);
+    int count = myVariables.getSize();
+    unsigned char* p = out.reserve(2 + 10 * count);
+    DataOutput::putU2(p, count);
+    p += 2;
+    const LocalVariable* variables = myVariables.getElements();
+    for (int i = 0; i < count; i++, p += 10) {
+        const LocalVariable& v = variables[i];
+        DataOutput::putU2(p, v.myStartPc);
+        DataOutput::putU2(p + 2, v.myLength);
+        DataOutput::putU2(p + 4, v.myNameIndex);
+        DataOutput::putU2(p + 6, v.myDescriptorIndex);
+        DataOutput::putU2(p + 8, v.myIndex);
     }
 }
 
