@@ -2,6 +2,7 @@
 
 #include "agent/Logger.h"
 #include "classfile/CodeAttribute.h"
+#include "foundation/System.h"
 
 AttributeInfo::AttributeInfo(Kind kind, int nameIndex, int length)
     : myAttributeNameIndex(nameIndex), myAttributeLength(length), myKind(kind) {
@@ -183,3 +184,54 @@ SourceFileAttribute::SourceFileAttribute(DataInput& in, ConstantPool* pool, int 
     : AttributeInfo(SOURCE_FILE, nameIndex, length), myConstantPool(pool), mySourceFileIndex(in.readUnsignedShort()) {}
 
 void SourceFileAttribute::writeTo(DataOutput& out) { out.writeUnsignedShort(mySourceFileIndex); }
+
+// Nesting is bounded so that a hostile class cannot run the stack out.
+static const int MAX_ANNOTATION_DEPTH = 64;
+
+void AnnotationsAttribute::skipAnnotationPairs(DataInput& in, int depth) {
+    KZT_ASSERT(depth < MAX_ANNOTATION_DEPTH);
+    int pairs = in.readUnsignedShort();
+    for (int i = 0; i < pairs; i++) {
+        in.readUnsignedShort();  // element name
+        skipAnnotationElementByTag(in.readUnsignedByte(), in, depth);
+    }
+}
+
+void AnnotationsAttribute::skipAnnotationElementByTag(int tag, DataInput& in, int depth) {
+    KZT_ASSERT(depth < MAX_ANNOTATION_DEPTH);
+    switch (tag) {
+    case '@':
+        in.readUnsignedShort();
+        skipAnnotationPairs(in, depth + 1);
+        break;
+    case '[': {
+        int count = in.readUnsignedShort();
+        for (int i = 0; i < count; i++) skipAnnotationElementByTag(in.readUnsignedByte(), in, depth + 1);
+        break;
+    }
+    case 'e':
+        in.readUnsignedShort();
+        in.readUnsignedShort();
+        break;
+    default:
+        in.readUnsignedShort();
+        break;
+    }
+}
+
+bool AnnotationsAttribute::hasMatchingAnnotation(const ZString& pattern, ZVector<AttributeInfo*, 10>& attributes,
+                                                 const ConstantPool* pool) {
+    if (pattern.isEmpty()) return true;
+    for (int i = 0; i < attributes.getSize(); i++) {
+        if (attributes[i]->getKind() != ANNOTATIONS) continue;
+        AnnotationsAttribute* annotations = static_cast<AnnotationsAttribute*>(attributes[i]);
+        DataInput in(annotations->getBytes(), annotations->getLength());
+        int count = in.readUnsignedShort();
+        for (int a = 0; a < count; a++) {
+            const ZString& type = ConstantPoolInfo::getUtf8(pool, in.readUnsignedShort());
+            if (wildcardMatchZS(pattern, type)) return true;
+            skipAnnotationPairs(in);
+        }
+    }
+    return false;
+}

@@ -85,6 +85,16 @@ class AnnotationsAttribute : public RawAttribute {
 public:
     AnnotationsAttribute(DataInput& in, int nameIndex, int length, ClassArena* arena = nullptr)
         : RawAttribute(ANNOTATIONS, in, nameIndex, length, arena) {}
+
+    // True for an empty pattern, or when the type descriptor of an
+    // annotation in one of `attributes` matches the wildcard pattern.
+    static bool hasMatchingAnnotation(const ZString& pattern, ZVector<AttributeInfo*, 10>& attributes,
+                                      const ConstantPool* pool);
+    // Skips one element value of the given tag: "@" a nested annotation,
+    // "[" an array, "e" two indices, anything else one index.
+    static void skipAnnotationElementByTag(int tag, DataInput& in, int depth = 0);
+    // Skips an annotation's element pairs, its type index already read.
+    static void skipAnnotationPairs(DataInput& in, int depth = 0);
 };
 
 // "RuntimeInvisibleParameterAnnotations".

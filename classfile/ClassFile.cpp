@@ -66,9 +66,11 @@ void ClassFile::parse(DataInput& in) {
     }
     myParsedPoolSize = myConstantPool.getSize();
     myPoolByteLength = in.getPosition() - poolPosition;
-    unsigned char* poolCopy = (unsigned char*)myArena.allocate(myPoolByteLength);
-    memcpy(poolCopy, poolStart, myPoolByteLength);
-    myPoolBytes = poolCopy;
+    if (myPoolByteLength > 0) {
+        unsigned char* poolCopy = (unsigned char*)myArena.allocate(myPoolByteLength);
+        memcpy(poolCopy, poolStart, myPoolByteLength);
+        myPoolBytes = poolCopy;
+    }
 
     myAccessFlags = in.readUnsignedShort();
     myThisClass = in.readUnsignedShort();

@@ -52,6 +52,11 @@ public:
     int getInterfaceCount() const { return myInterfaceCount; }
     int getInterface(int i) const;
     bool hasDirectInterface(const ZString& name) const;
+    // An annotation of the class whose type descriptor matches the wildcard
+    // pattern ("Lcom/acme/*;"); an empty pattern always matches.
+    bool hasMatchingAnnotation(const ZString& pattern) {
+        return AnnotationsAttribute::hasMatchingAnnotation(pattern, myAttributes, &myConstantPool);
+    }
     void fillInnerClassNames(ZVectorSafe<ZString>& names) const;
 
     MethodInfo* findMethod(const ZString& name, const ZString& descriptor) const;

@@ -55,6 +55,11 @@ public:
     ZString getReturnType() const;
     void getParameterTypes(ZVectorSafe<ZString>& types) const;
     static void getParameterTypesBySignature(const ZString& descriptor, ZVectorSafe<ZString>& types);
+    // An annotation of the method whose type descriptor matches the wildcard
+    // pattern; an empty pattern always matches.
+    bool hasMatchingAnnotation(const ZString& pattern) {
+        return AnnotationsAttribute::hasMatchingAnnotation(pattern, myAttributes, myConstantPool);
+    }
     // Appends the internal names of the classes in "Exceptions".
     void fillExceptions(ZVectorSafe<ZString>& names) const;
 

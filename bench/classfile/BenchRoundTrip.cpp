@@ -60,6 +60,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     Logger::ourQuietErrorMode = true;
+    Logger::ourQuiet = true;
     int passes = atoi(argv[2]);
     std::vector<ZVector<unsigned char, 10>*> classes;
     long long totalBytes = 0;

@@ -149,6 +149,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     Logger::ourQuietErrorMode = true;
+    Logger::ourQuiet = true;
     std::vector<fs::path> files;
     for (auto& e : fs::recursive_directory_iterator(argv[1])) {
         if (e.is_regular_file() && e.path().extension() == ".class") files.push_back(e.path());

@@ -54,6 +54,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     Logger::ourQuietErrorMode = true;
+    Logger::ourQuiet = true;
     fs::path in(argv[1]), out(argv[2]);
     Counts counts;
     CodeEditor editor;

@@ -236,3 +236,59 @@ TEST(ClassFile, ParameterTypesComeFromTheDescriptor) {
     ZVectorSafe<ZString> broken;
     EXPECT_THROW(MethodInfo::getParameterTypesBySignature(ZString("(Ljava/lang/String"), broken), KZTRuntimeException);
 }
+
+TEST(ClassFile, AnnotationsMatchByTypeDescriptor) {
+    ClassBuilder b;
+    b.method("m", "()V").code = {0xb1};
+    int visible = b.utf8("RuntimeVisibleAnnotations");
+    int first = b.utf8("Lcom/acme/Other;");
+    int second = b.utf8("Lcom/acme/Traced;");
+    int element = b.utf8("value");
+    Bytes bytes = b.build();
+    // One class attribute: two annotations, the first with a nested
+    // annotation, an array and an enum among its pairs.
+    Bytes body;
+    putU2(body, 2);
+    putU2(body, first);
+    putU2(body, 3);
+    putU2(body, element);
+    body.push_back('@');
+    putU2(body, first);
+    putU2(body, 0);
+    putU2(body, element);
+    body.push_back('[');
+    putU2(body, 2);
+    body.push_back('I');
+    putU2(body, element);
+    body.push_back('s');
+    putU2(body, element);
+    putU2(body, element);
+    body.push_back('e');
+    putU2(body, first);
+    putU2(body, element);
+    putU2(body, second);
+    putU2(body, 0);
+    bytes.resize(bytes.size() - 2);
+    putU2(bytes, 1);
+    putU2(bytes, visible);
+    putU4(bytes, (uint32_t)body.size());
+    append(bytes, body);
+    auto cf = parseClass(bytes);
+    EXPECT_TRUE(cf->hasMatchingAnnotation(ZString("")));
+    EXPECT_TRUE(cf->hasMatchingAnnotation(ZString("Lcom/acme/Traced;")));
+    EXPECT_TRUE(cf->hasMatchingAnnotation(ZString("Lcom/acme/*")));
+    EXPECT_FALSE(cf->hasMatchingAnnotation(ZString("Lorg/*")));
+    EXPECT_FALSE(cf->getMethods()[0]->hasMatchingAnnotation(ZString("Lcom/acme/*")));
+    EXPECT_EQ(bytes, writeClass(*cf));
+}
+
+TEST(ClassFile, TinyAndEmptyPoolsFailCleanly) {
+    // Found by fuzzing: an empty pool once copied zero bytes from nowhere.
+    Bytes emptyPool = {0, 0, 0, 0, 0x28, 0, 0xcb, 0, 0, 0, 0, 0, 0, 0, 0x67};
+    EXPECT_THROW(parseClass(emptyPool), KZTRuntimeException);
+    Bytes minimal = {0xca, 0xfe, 0xba, 0xbe, 0, 0, 0, 52, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+    EXPECT_THROW(parseClass(minimal), KZTRuntimeException);  // this class 0
+    // A Long whose second slot would lie past the pool's end.
+    Bytes lastLong = {0xca, 0xfe, 0xba, 0xbe, 0, 0, 0, 52, 0, 2, 5, 0, 0, 0, 0, 0, 0, 0, 1};
+    EXPECT_THROW(parseClass(lastLong), KZTRuntimeException);
+}
