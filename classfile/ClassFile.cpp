@@ -2,6 +2,16 @@
 
 #include "agent/Logger.h"
 
+// The first entry with `tag` that `match` accepts, else 0.
+template <typename Entry, typename Match>
+static int scanPool(ConstantPool& pool, int tag, Match match) {
+    for (int i = 1; i < pool.getSize(); i++) {
+        ConstantPoolInfo* entry = pool[i];
+        if (entry != nullptr && entry->getTag() == tag && match(*static_cast<Entry*>(entry))) return i;
+    }
+    return 0;
+}
+
 ClassFile::ClassFile(DataInput& in)
     : myMagic(0), myMajorVersion(0), myMinorVersion(0), myAccessFlags(0), myThisClass(0), mySuperClass(0),
       myInterfaceCount(0), myInterfaces(nullptr), myUtf8Cache(10), myClassCache(10), myStringCache(3), myInvalid(false),
@@ -236,14 +246,8 @@ int ClassFile::noteFound(int index) {
 }
 
 int ClassFile::findUtf8InPool(const char* chars, int length) {
-    for (int i = 1; i < myConstantPool.getSize(); i++) {
-        ConstantPoolInfo* entry = myConstantPool[i];
-        if (entry != nullptr && entry->getTag() == ConstantPoolInfo::UTF8 &&
-            static_cast<ConstantUtf8Info*>(entry)->equals(chars, length)) {
-            return i;
-        }
-    }
-    return 0;
+    return scanPool<ConstantUtf8Info>(myConstantPool, ConstantPoolInfo::UTF8,
+                                      [&](ConstantUtf8Info& e) { return e.equals(chars, length); });
 }
 
 int ClassFile::findOrCreateUtf8(const ZString& value) { return findOrCreateUtf8(value.c_str(), value.getLength()); }
@@ -349,49 +353,33 @@ int ClassFile::findOrCreateStringInfo(const ZString& value) {
 int ClassFile::findOrCreateNameAndType(int nameIndex, int descriptorIndex) {
     KZT_ASSERT(nameIndex >= 1);
     KZT_ASSERT(descriptorIndex >= 1);
-    for (int i = 1; i < myConstantPool.getSize(); i++) {
-        ConstantPoolInfo* entry = myConstantPool[i];
-        if (entry != nullptr && entry->getTag() == ConstantPoolInfo::NAME_AND_TYPE &&
-            static_cast<ConstantNameAndTypeInfo*>(entry)->equals(nameIndex, descriptorIndex)) {
-            return noteFound(i);
-        }
-    }
+    int index = scanPool<ConstantNameAndTypeInfo>(myConstantPool, ConstantPoolInfo::NAME_AND_TYPE,
+        [&](ConstantNameAndTypeInfo& e) { return e.equals(nameIndex, descriptorIndex); });
+    if (index > 0) return noteFound(index);
     return appendEntry(ConstantPoolInfo::make<ConstantNameAndTypeInfo>(&myArena, nameIndex, descriptorIndex));
 }
 
 int ClassFile::findOrCreateMethodRef(int classIndex, int nameIndex, int descriptorIndex) {
     KZT_ASSERT(classIndex >= 1);
     int nameAndType = findOrCreateNameAndType(nameIndex, descriptorIndex);
-    for (int i = 1; i < myConstantPool.getSize(); i++) {
-        ConstantPoolInfo* entry = myConstantPool[i];
-        if (entry != nullptr && entry->getTag() == ConstantPoolInfo::METHOD_REF &&
-            static_cast<ConstantRefInfo*>(entry)->equals(classIndex, nameAndType)) {
-            return noteFound(i);
-        }
-    }
+    int index = scanPool<ConstantRefInfo>(myConstantPool, ConstantPoolInfo::METHOD_REF,
+        [&](ConstantRefInfo& e) { return e.equals(classIndex, nameAndType); });
+    if (index > 0) return noteFound(index);
     return appendEntry(ConstantPoolInfo::make<ConstantMethodRefInfo>(&myArena, classIndex, nameAndType));
 }
 
 int ClassFile::findOrCreateIntInfo(int value) {
-    for (int i = 1; i < myConstantPool.getSize(); i++) {
-        ConstantPoolInfo* entry = myConstantPool[i];
-        if (entry != nullptr && entry->getTag() == ConstantPoolInfo::INTEGER &&
-            static_cast<ConstantIntInfo*>(entry)->getValue() == value) {
-            return noteFound(i);
-        }
-    }
+    int index = scanPool<ConstantIntInfo>(myConstantPool, ConstantPoolInfo::INTEGER,
+        [&](ConstantIntInfo& e) { return e.getValue() == value; });
+    if (index > 0) return noteFound(index);
     return appendEntry(ConstantPoolInfo::make<ConstantIntInfo>(&myArena, value));
 }
 
 int ClassFile::findOrCreateLongInfo(long long value) {
-    for (int i = 1; i < myConstantPool.getSize(); i++) {
-        ConstantPoolInfo* entry = myConstantPool[i];
-        if (entry != nullptr && entry->getTag() == ConstantPoolInfo::LONG &&
-            static_cast<ConstantLongInfo*>(entry)->getValue() == value) {
-            return noteFound(i);
-        }
-    }
-    int index = appendEntry(ConstantPoolInfo::make<ConstantLongInfo>(&myArena, value));
+    int index = scanPool<ConstantLongInfo>(myConstantPool, ConstantPoolInfo::LONG,
+        [&](ConstantLongInfo& e) { return e.getValue() == value; });
+    if (index > 0) return noteFound(index);
+    index = appendEntry(ConstantPoolInfo::make<ConstantLongInfo>(&myArena, value));
     appendEntry(nullptr);
     return index;
 }
