@@ -34,6 +34,8 @@ public:
     int getAccessFlags() const { return myAccessFlags; }
     int getThisClass() const { return myThisClass; }
     int getSuperClass() const { return mySuperClass; }
+    // Entries are added only through the findOrCreate functions and never
+    // replaced; a Utf8 text changes only through its setValue.
     ConstantPool* getConstantPool() { return &myConstantPool; }
     ZVector<MethodInfo*, 10>& getMethods() { return myMethods; }
     ZVector<FieldInfo*, 10>& getFields() { return myFields; }
