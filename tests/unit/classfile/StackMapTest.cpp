@@ -300,3 +300,21 @@ TEST(LineNumberTable, LookupStopsAtTheFirstEntryPastThePc) {
     EXPECT_EQ(1, lines->getLineNumber(3));  // the walk stops at the entry for 4
     EXPECT_EQ(2, lines->getLineNumber(6));
 }
+
+TEST(CodeAttribute, StreamedTableEqualsAddWriteRemove) {
+    auto cf = parseClass(methodWithFrame(52));
+    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    ZVector<int, 10> pcs;
+    pcs.push(2);
+    code->addStackMapFrames(pcs, 0, type(VerificationType::INTEGER), -1, false, nullptr);
+    ZVector<unsigned char, 10> streamed, stepwise;
+    DataOutput a(streamed), b(stepwise);
+    code->writeWithStackMapTable(a);
+    int length = code->getAttributeLength();
+    code->addStackMapTableAttributeBeforeWrite();
+    code->write(b);
+    code->removeAttributes("StackMapTable");
+    EXPECT_EQ(length, code->getAttributeLength());
+    ASSERT_EQ(streamed.getSize(), stepwise.getSize());
+    EXPECT_EQ(0, memcmp(streamed.getElements(), stepwise.getElements(), streamed.getSize()));
+}
