@@ -17,6 +17,19 @@ static void throwUnexpectedKey(JNIEnv* env, const ZString& key) {
     throwException(env, (ZString("unexpected dispatch key '") + key + "'").c_str());
 }
 
+// The arguments of the environment keys: a count and a non-empty key.
+static bool checkEnvironmentArguments(JNIEnv* env, const ZVectorSafe<ZString>& args, int count, const char* usage) {
+    if (args.getSize() != count) {
+        throwException(env, usage);
+        return false;
+    }
+    if (args[0].isEmpty()) {
+        throwException(env, "key must not be empty");
+        return false;
+    }
+    return true;
+}
+
 extern "C" {
 
 JNIEXPORT jlong JNICALL NATIVE(getTimeNsForTracing)(JNIEnv* env, jclass) {
@@ -118,25 +131,11 @@ JNIEXPORT jobject JNICALL NATIVE(dispatchNullable)(JNIEnv* env, jclass, jstring 
     if (key.equals("d_get_platform")) return newJavaString(env, getPresentablePlatformName());
     if (key.equals("d_getHostName")) return newJavaString(env, getHostName());
     if (key.equals("d_get_env")) {
-        if (args.getSize() != 1) {
-            throwException(env, "expected: key");
-            return nullptr;
-        }
-        if (args[0].isEmpty()) {
-            throwException(env, "key must not be empty");
-            return nullptr;
-        }
+        if (!checkEnvironmentArguments(env, args, 1, "expected: key")) return nullptr;
         return newJavaString(env, z_getenv(args[0].c_str()));
     }
     if (key.equals("d_set_env")) {
-        if (args.getSize() != 2) {
-            throwException(env, "expected: key value");
-            return nullptr;
-        }
-        if (args[0].isEmpty()) {
-            throwException(env, "key must not be empty");
-            return nullptr;
-        }
+        if (!checkEnvironmentArguments(env, args, 2, "expected: key value")) return nullptr;
         z_setenv(args[0].c_str(), args[1].c_str());
         return nullptr;
     }
