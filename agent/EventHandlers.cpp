@@ -4,13 +4,21 @@
 #include "agent/AgentLoad.h"
 #include "agent/AgentState.h"
 #include "agent/Logger.h"
+#include "instrumentation/Instrumentation.h"
 
 void JNICALL object_free_handler(jvmtiEnv* jvmti, jlong tag) {}
 void JNICALL object_free_handler_JVMTI_ClassUnload(jvmtiEnv* jvmti, jlong tag) {}
 void JNICALL object_free_handler_JVMTI_PersistentObjectIDs(jvmtiEnv* jvmti, jlong tag) {}
 
+// Objects made inside the JVM get no bytecode call.
 void JNICALL vm_object_alloc_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jobject object,
-                                     jclass objectClass, jlong size) {}
+                                     jclass objectClass, jlong size) {
+    try {
+        kztInitImpl(env, object, nullptr, 0, -1, 0, 0);
+    } catch (...) {
+        Logger::exceptionCaught(__FILE__, __LINE__);
+    }
+}
 
 void JNICALL sampled_object_alloc_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jobject object,
                                           jclass objectClass, jlong size) {}
@@ -18,7 +26,10 @@ void JNICALL sampled_object_alloc_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread 
 void JNICALL class_file_load_hook_handler(jvmtiEnv* jvmti, JNIEnv* env, jclass classBeingRedefined,
                                           jobject loader, const char* name, jobject protectionDomain,
                                           jint classDataLength, const unsigned char* classData,
-                                          jint* newClassDataLength, unsigned char** newClassData) {}
+                                          jint* newClassDataLength, unsigned char** newClassData) {
+    classFileLoadHook(jvmti, env, classBeingRedefined, name, classDataLength, classData, newClassDataLength,
+                      newClassData);
+}
 
 // Wanted for its side effect in the JVM, not its content.
 void JNICALL class_load_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jclass klass) {}
@@ -32,6 +43,7 @@ void JNICALL class_prepare_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread thread,
             if (jvmti->GetClassMethods(klass, &count, &methods) == JVMTI_ERROR_NONE)
                 jvmti->Deallocate((unsigned char*)methods);
         }
+        if (ourCapabilities & CAP_ALLOC_BCI) kztInitImpl(env, klass, nullptr, 0, -1, 0, 0);
     } catch (...) {
         Logger::exceptionCaught(__FILE__, __LINE__);
     }

@@ -8,6 +8,218 @@ public final class Callback {
     private Callback() {
     }
 
+    // ---- Instrumentation entry points ----
+    // Rewritten classes call the four public stubs below. As loaded they do
+    // nothing; when a mode starts, the agent redefines this class with the
+    // body of one of the private variants copied into each stub, so a mode
+    // that is off costs an empty static call, which the JIT removes.
+
+    public static final int ADAPTIVE_TRACING_CACHE_CAPACITY = 8000000;
+    public static final long ADAPTIVE_TRACING_SHOULD_INVOKE_EXIT_CALLBACK = 0;
+    public static final long ADAPTIVE_TRACING_SHOULD_SKIP_EXIT_CALLBACK = 1;
+
+    private static final int TAO_ELEMENT_PADDING_POW = 3;
+    private static final int TAO_ELEMENT_PADDING = 1 << TAO_ELEMENT_PADDING_POW;
+    private static final int TAO_EFFECTIVE_ELEMENTS = 256;
+    private static final int TAO_FIRST_EFFECTIVE_INDEX = TAO_ELEMENT_PADDING;
+
+    private static final int FACTOR_4 = 4;
+    private static final int FACTOR_8 = 8;
+    private static final int COUNTERS_PER_BLOCK_POW = 12;
+    private static final int COUNTERS_PER_BLOCK = 1 << COUNTERS_PER_BLOCK_POW;
+    // log2 of the bytes of one stripe: COUNTERS_PER_BLOCK longs.
+    private static final int COUNTERS_PER_BLOCK_SHIFT = COUNTERS_PER_BLOCK_POW + 3;
+
+    // One bit a method id; set bits are methods that the adaptive filter took out.
+    static volatile int[] ourAdaptiveTracingExcludedMethods;
+    static volatile sun.misc.Unsafe ourUnsafe;
+    static volatile boolean ourUnsafeCreated;
+    // Striped count of the objects created by instrumented code.
+    static volatile long[] ourTAO;
+
+    public static long kztMethodEntry(int methodId, long counter) {
+        return 0;
+    }
+
+    public static void kztMethodExit(int methodId, long entryResult) {
+    }
+
+    public static void kztMethodLine(int line, long entryResult) {
+    }
+
+    public static int kztInit(Object o, int cachedFrame, int classMethodId, short line, long counter) {
+        return 0;
+    }
+
+    private static long methodEntry_NA(int methodId, long counter) {
+        return kztMethodEntry0(methodId);
+    }
+
+    private static long methodEntry_A(int methodId, long counter) {
+        if (isAdaptiveFiltered(methodId)) {
+            return ADAPTIVE_TRACING_SHOULD_SKIP_EXIT_CALLBACK;
+        }
+        return kztMethodEntry0(methodId);
+    }
+
+    private static long methodEntry_CF4(int methodId, long counter) {
+        long address = counter + ((Thread.currentThread().getId() & (FACTOR_4 - 1)) << COUNTERS_PER_BLOCK_SHIFT);
+        sun.misc.Unsafe unsafe = ourUnsafe;
+        unsafe.putLong(address, unsafe.getLong(address) + 1);
+        return 0;
+    }
+
+    private static long methodEntry_CF8(int methodId, long counter) {
+        long address = counter + ((Thread.currentThread().getId() & (FACTOR_8 - 1)) << COUNTERS_PER_BLOCK_SHIFT);
+        sun.misc.Unsafe unsafe = ourUnsafe;
+        unsafe.putLong(address, unsafe.getLong(address) + 1);
+        return 0;
+    }
+
+    private static void methodExit_NA(int methodId, long entryResult) {
+        kztMethodExit0(methodId, entryResult);
+    }
+
+    private static void methodExit_A(int methodId, long entryResult) {
+        if (entryResult != ADAPTIVE_TRACING_SHOULD_SKIP_EXIT_CALLBACK) {
+            kztMethodExit0(methodId, entryResult);
+        }
+    }
+
+    // entryResult is 0 (ask the agent), 1 (not traced) or the address of the
+    // thread's record, whose first field is the pending line.
+    private static void methodLine(int line, long entryResult) {
+        if (entryResult == 0) {
+            kztMethodLine0(line);
+        } else if (entryResult != ADAPTIVE_TRACING_SHOULD_SKIP_EXIT_CALLBACK) {
+            ourUnsafe.putInt(entryResult, line);
+        }
+    }
+
+    private static int init_A(Object o, int cachedFrame, int classMethodId, short line, long counter) {
+        return kztInit0(o, cachedFrame, classMethodId, line);
+    }
+
+    private static int init_CF4(Object o, int cachedFrame, int classMethodId, short line, long counter) {
+        long threadId = Thread.currentThread().getId();
+        incTAO(threadId);
+        long address = counter + ((threadId & (FACTOR_4 - 1)) << COUNTERS_PER_BLOCK_SHIFT);
+        sun.misc.Unsafe unsafe = ourUnsafe;
+        unsafe.putLong(address, unsafe.getLong(address) + 1);
+        return 0;
+    }
+
+    private static int init_CF8(Object o, int cachedFrame, int classMethodId, short line, long counter) {
+        long threadId = Thread.currentThread().getId();
+        incTAO(threadId);
+        long address = counter + ((threadId & (FACTOR_8 - 1)) << COUNTERS_PER_BLOCK_SHIFT);
+        sun.misc.Unsafe unsafe = ourUnsafe;
+        unsafe.putLong(address, unsafe.getLong(address) + 1);
+        return 0;
+    }
+
+    static boolean isAdaptiveFiltered(int methodId) {
+        int[] bits = ourAdaptiveTracingExcludedMethods;
+        if (methodId < 0 || bits == null) {
+            return false;
+        }
+        int word = methodId >>> 5;
+        return word < bits.length && (bits[word] & (1 << (methodId & 31))) != 0;
+    }
+
+    // Only ids below the array's length are taken: the test is against the
+    // word count, on purpose.
+    static void excludeByAdaptiveTracing(int methodId) {
+        int[] bits = ourAdaptiveTracingExcludedMethods;
+        if (bits == null || methodId < 0) {
+            return;
+        }
+        synchronized (bits) {
+            if (methodId >= bits.length) {
+                return;
+            }
+            bits[methodId >>> 5] |= 1 << (methodId & 31);
+        }
+    }
+
+    static boolean setupTracing() {
+        int[] bits = ourAdaptiveTracingExcludedMethods;
+        if (bits == null) {
+            ourAdaptiveTracingExcludedMethods = new int[ADAPTIVE_TRACING_CACHE_CAPACITY / 32];
+        } else {
+            synchronized (bits) {
+                java.util.Arrays.fill(bits, 0);
+            }
+        }
+        return ensureUnsafeCreated();
+    }
+
+    static void setupAllocationCounter() {
+        if (ensureUnsafeCreated()) {
+            ourTAO = new long[TAO_FIRST_EFFECTIVE_INDEX + TAO_EFFECTIVE_ELEMENTS * TAO_ELEMENT_PADDING];
+        }
+    }
+
+    // Raw offsets: the array base is not added, the leading padding takes it in.
+    private static void incTAO(long threadId) {
+        long[] tao = ourTAO;
+        if (tao == null) {
+            return;
+        }
+        sun.misc.Unsafe unsafe = ourUnsafe;
+        long offset = (TAO_FIRST_EFFECTIVE_INDEX + (threadId & (TAO_EFFECTIVE_ELEMENTS - 1)) * TAO_ELEMENT_PADDING) * 8;
+        long value;
+        do {
+            value = unsafe.getLongVolatile(tao, offset);
+        } while (!unsafe.compareAndSwapLong(tao, offset, value, value + 1));
+    }
+
+    public static long getTotalCreatedObjectCount() {
+        long result = getNativeAllocationCounterResult();
+        long[] tao = ourTAO;
+        if (tao == null) {
+            if (ourUnsafe != null) {
+                messageToLogFile("error: ourTAO == null");
+            }
+            return result;
+        }
+        sun.misc.Unsafe unsafe = ourUnsafe;
+        for (int i = TAO_FIRST_EFFECTIVE_INDEX; i < tao.length; i += TAO_ELEMENT_PADDING) {
+            result += unsafe.getLongVolatile(tao, i * 8L);
+        }
+        return result;
+    }
+
+    static boolean ensureUnsafeCreated() {
+        if (ourUnsafeCreated) {
+            return ourUnsafe != null;
+        }
+        try {
+            ourUnsafe = sun.misc.Unsafe.getUnsafe();
+        } catch (Throwable e) {
+            java.io.StringWriter text = new java.io.StringWriter();
+            e.printStackTrace(new java.io.PrintWriter(text));
+            messageToLogFile(text.toString());
+        }
+        ourUnsafeCreated = true;
+        messageToLogFile("ourUnsafe: " + (ourUnsafe != null));
+        return ourUnsafe != null;
+    }
+
+    private static native long kztMethodEntry0(int methodId);
+
+    private static native void kztMethodExit0(int methodId, long entryResult);
+
+    private static native void kztMethodLine0(int line);
+
+    private static native int kztInit0(Object o, int cachedFrame, int classMethodId, short line);
+
+    public static native long getNativeAllocationCounterResult();
+
+    public static native long getTotalCreatedObjectSize();
+
+    public static native byte[] patchTemplateClass(String[] macroAndValuePairs);
+
     // Time and properties
     public static native long getTimeNsForTracing();
 
@@ -25,6 +237,51 @@ public final class Callback {
     public static native int getAllocationRecordingSettingsRecordEach();
 
     public static native int getAllocationRecordingSettingsSizeLimit();
+
+    /** Null on success, else why the mode did not start. A null settings text means the settings file. */
+    public static native String startCpuProfiling(long mode, String settings);
+
+    public static native void stopCpuProfiling(boolean force);
+
+    public static native void clearCpuData();
+
+    public static native void advanceGeneration(String description);
+
+    public static native void startStackTelemetry();
+
+    public static native void stopStackTelemetry();
+
+    public static native void startExceptionProfiling();
+
+    public static native void stopExceptionProfiling();
+
+    // Snapshots and tables
+    /** Null on success, else the error text; the file is then gone. */
+    public static native String captureSnapshot(String path, int progressSocket, long flags);
+
+    /** As captureSnapshot, with whatever the native side throws turned into the error text. */
+    public static String captureSnapshotSafe(String path, int progressSocket, long flags) {
+        try {
+            return captureSnapshot(path, progressSocket, flags);
+        } catch (OutOfMemoryError e) {
+            return "out of memory";
+        } catch (Throwable e) {
+            return String.valueOf(e.getMessage() != null ? e.getMessage() : e);
+        }
+    }
+
+    public static native void addSnapshotInfo(String path, long time);
+
+    public static native boolean findSnapshot(String name);
+
+    public static native void writeTables(int socket, int tableMask, int[] sinceGenerations);
+
+    public static native String getDatabaseStatistics();
+
+    // Threads
+    public static native void onUncaughtException();
+
+    public static native boolean shouldSkipThread();
 
     // Processes and session
     public static native long getProcessCpuTimeNs(boolean kernelOnly);

@@ -43,6 +43,21 @@ public final class Core {
         }
     }
 
+    /** Called by the agent when the adaptive filter takes a method out of tracing. */
+    public static void excludeByAdaptiveTracing(int methodId) {
+        Callback.excludeByAdaptiveTracing(methodId);
+    }
+
+    /** Called by the agent when tracing starts; tells whether lines can be stored without a native call. */
+    public static boolean setupTracing() {
+        return Callback.setupTracing();
+    }
+
+    /** Called by the agent before a mode that counts through Unsafe. */
+    public static boolean ensureUnsafeCreated() {
+        return Callback.ensureUnsafeCreated();
+    }
+
     /** Runs the actions of the triggers that fire at JVM exit. */
     public static void runOnJvmExitTriggers() {
     }

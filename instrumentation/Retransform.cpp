@@ -1,0 +1,129 @@
+// Classes handed back to the JVM to pass the hook again: those with large
+// methods when tracing starts and stops, and on an attached agent those that
+// were loaded before it came. RetransformClasses re-enters the hook on this
+// thread, so it always runs without ourLock.
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+#include "agent/AgentState.h"
+#include "agent/JvmGlue.h"
+#include "agent/Logger.h"
+#include "agent/Options.h"
+#include "db/SignatureNames.h"
+#include "instrumentation/Instrumentation.h"
+
+// Local references of the classes chosen from the loaded ones, with names.
+struct ChosenClasses {
+    ZVector<jclass, 10> classes;
+    ZVectorSafe<ZString> names;
+};
+
+static void deleteLocalReferences(JNIEnv* env, ZVector<jclass, 10>& classes) {
+    for (int i = 0; i < classes.getSize(); i++) env->DeleteLocalRef(classes[i]);
+    classes.clear();
+}
+
+void retransformClassesWithLargeMethods(JNIEnv* env) {
+    {
+        LockHolder holder(&ourLock, LOCK_SITE);
+        if (ourClassesWithLargeMethods.getSize() == 0) return;
+    }
+    jint count = 0;
+    JvmtiMemory<jclass> loaded;
+    check_JVMTI_error(ourJVMTI->GetLoadedClasses(&count, loaded.out()));
+    ChosenClasses chosen;
+    {
+        LockHolder holder(&ourLock, LOCK_SITE);
+        for (int i = 0; i < count; i++) {
+            jclass klass = loaded.get()[i];
+            ZString name = convertClassSignatureToFullName(getClassNameJvmti(klass, __FILE__).c_str());
+            if (ourClassesWithLargeMethods.contains(name)) {
+                chosen.classes.push(klass);
+                chosen.names.push(name);
+            } else {
+                env->DeleteLocalRef(klass);
+            }
+        }
+    }
+    if (chosen.classes.isEmpty()) return;
+    ZString text = ZString("Retransform LMC: ") + ZString::fromLong(chosen.classes.getSize());
+    for (int i = 0; i < chosen.names.getSize(); i++) text += ZString("\n  ") + chosen.names[i];
+    Logger::message(text);
+    jvmtiError error = ourJVMTI->RetransformClasses(chosen.classes.getSize(), chosen.classes.getElements());
+    if (error == JVMTI_ERROR_NONE) {
+        Logger::message("Retransform LMC completed");
+    } else {
+        Logger::message(ZString("warning: retransform LMC failed: ") + getJvmtiErrorName(ourJVMTI, error));
+        cleanupAfterRetransformClassesFailure(env);
+    }
+    deleteLocalReferences(env, chosen.classes);
+}
+
+static int compareNames(const void* a, const void* b) {
+    return ((const ZString*)a)->compareTo(*(const ZString*)b);
+}
+
+void retransformClassesLoadedBeforeAgentAttached(JNIEnv* env) {
+    ChosenClasses chosen;
+    jint count = 0;
+    JvmtiMemory<jclass> loaded;
+    {
+        LockHolder holder(&ourLock, LOCK_SITE);
+        jvmtiEnv* tags = ourJVMTI_ClassesLoadedBeforeAttach;
+        if (tags == nullptr) return;
+        check_JVMTI_error(ourJVMTI->GetLoadedClasses(&count, loaded.out()));
+        for (int i = 0; i < count; i++) {
+            jclass klass = loaded.get()[i];
+            jlong tag = 0;
+            if (tags->GetTag(klass, &tag) == JVMTI_ERROR_NONE && tag == 1) {
+                ZString name = convertClassSignatureToFullName(getClassNameJvmti(klass, __FILE__).c_str());
+                if (!shouldNeverRetransform(name)) {
+                    chosen.classes.push(klass);
+                    chosen.names.push(name);
+                    tags->SetTag(klass, 0);
+                    continue;
+                }
+            }
+            env->DeleteLocalRef(klass);
+        }
+        ZVectorSafe<ZString> sorted = chosen.names;
+        qsort(sorted.getElements(), sorted.getSize(), sizeof(ZString), compareNames);
+        ZString text = ZString("Classes to retransform: ") + ZString::fromLong(sorted.getSize()) +
+                       " (loaded before agent attached)";
+        for (int i = 0; i < sorted.getSize(); i++) text += ZString("\n  ") + sorted[i];
+        Logger::message(text);
+        // Only once: the tag space goes with its environment.
+        tags->DisposeEnvironment();
+        ourJVMTI_ClassesLoadedBeforeAttach = nullptr;
+    }
+
+    int total = chosen.classes.getSize();
+    int batch = ourOptions.getInternalInt("_on_attach_retransform_batch_size", 0);
+    if (batch < 1) {
+        int parts = ourOptions.getInternalInt("_on_attach_retransform_batch_count", 10);
+        if (parts < 1) parts = 1;
+        batch = (total + parts - 1) / parts;
+        if (batch < 1) batch = 1;
+    }
+    int pauseMs = ourOptions.getInternalInt("_on_attach_retransform_pause_ms", 0);
+    Logger::message(ZString("Classes to retransform: ") + ZString::fromLong(total) + ", batch size: " + ZString::fromLong(batch));
+    int batchNumber = 0;
+    for (int done = 0; done < total;) {
+        int size = total - done < batch ? total - done : batch;
+        jvmtiError error = ourJVMTI->RetransformClasses(size, chosen.classes.getElements() + done);
+        if (error != JVMTI_ERROR_NONE) {
+            Logger::message(ZString("error: class retransform failed: ") + getJvmtiErrorName(ourJVMTI, error));
+            cleanupAfterRetransformClassesFailure(env);
+        }
+        done += size;
+        batchNumber++;
+        Logger::message(ZString("Class retransform: ") + ZString::fromLong(batchNumber) + " done, " +
+                        ZString::fromLong(total - done) + " remains");
+        if (done < total && pauseMs > 0) {
+            Logger::message(ZString("Class retransform: sleeping for ") + ZString::fromLong(pauseMs) + " ms...");
+            usleep((useconds_t)pauseMs * 1000);
+        }
+    }
+    deleteLocalReferences(env, chosen.classes);
+}

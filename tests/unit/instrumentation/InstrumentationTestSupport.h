@@ -1,0 +1,105 @@
+// Shared pieces of the instrumentation tests: a fresh database and option
+// set per test, the hook run on bytes, and a JDK to compile and verify with.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "agent/AgentState.h"
+#include "agent/Options.h"
+#include "db/DB.h"
+#include "db/StringPool.h"
+#include "db/ZMethod.h"
+#include "instrumentation/Instrumentation.h"
+#include "unit/classfile/ClassBuilder.h"
+
+inline std::string javaHome() {
+    const char* home = getenv("CORVANE_TEST_JAVA_HOME");
+    return home != nullptr ? home : "/usr/lib/jvm/java-17-openjdk-amd64";
+}
+
+// Runs a shell command, returning its exit code and its output (stdout and stderr).
+inline int runCommand(const std::string& command, std::string* output) {
+    std::string full = command + " 2>&1";
+    FILE* pipe = popen(full.c_str(), "r");
+    if (pipe == nullptr) return -1;
+    char buffer[4096];
+    size_t n;
+    while ((n = fread(buffer, 1, sizeof(buffer), pipe)) > 0) output->append(buffer, n);
+    int status = pclose(pipe);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+inline Bytes readBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+inline void writeBytes(const std::string& path, const Bytes& bytes) {
+    std::ofstream(path, std::ios::binary).write((const char*)bytes.data(), bytes.size());
+}
+
+class InstrumentationTest : public testing::Test {
+protected:
+    void SetUp() override {
+        Logger::ourQuietErrorMode = true;
+        mySavedCapabilities = ourCapabilities;
+        mySavedStatus = ourStatus;
+        ourCapabilities = CAP_TRACING | CAP_ALLOC_BCI;
+        ourStatus = 0;
+        setOptions("");
+        DB::resetForTests();
+        DB::createAndInitializeDB(100);
+    }
+    void TearDown() override {
+        DB::resetForTests();
+        ourCapabilities = mySavedCapabilities;
+        ourStatus = mySavedStatus;
+        setOptions("");
+    }
+
+    // A fresh option set: internal options accumulate in a parsed instance.
+    static void setOptions(const char* text) {
+        ourOptions.~Options();
+        new (&ourOptions) Options();
+        uint64_t capabilities = ourCapabilities;
+        bool showUsage = false;
+        if (text[0] != 0) ourOptions.parseOptions(ZString(text), &capabilities, &showUsage, true);
+    }
+
+    // The hook on one class: the new bytes, or empty when the class stays as it came.
+    static Bytes hook(const Bytes& in, const char* name = nullptr) {
+        std::string className = name != nullptr ? name : "";
+        if (name == nullptr) {
+            std::unique_ptr<ClassFile> parsed = parseClass(in);
+            className = parsed->getSignature().c_str();
+        }
+        int length = 0;
+        unsigned char* bytes = nullptr;
+        {
+            LockHolder lock(&ourLock, LOCK_SITE);
+            classFileLoadHookHandlerImpl(lock, ZString(className.c_str()), (int)in.size(), in.data(), &length, &bytes,
+                                         false, false);
+        }
+        Bytes out(bytes, bytes + length);
+        free(bytes);
+        return out;
+    }
+
+    static std::string methodName(int id) {
+        MethodRecord* record = ZMethod::getRecord(id);
+        if (record == nullptr) return "?";
+        LockHolder lock(&ourLock, LOCK_SITE);
+        const char* cls = StringPool::getString(lock, record->myClass);
+        const char* name = StringPool::getString(lock, record->myName);
+        return std::string(cls ? cls : "?") + "." + (name ? name : "?");
+    }
+
+    uint64_t mySavedCapabilities = 0;
+    uint64_t mySavedStatus = 0;
+};
