@@ -1,0 +1,93 @@
+#!/bin/bash
+# javac with the agent loaded: every class it loads is rewritten (tracing with
+# all methods instrumented, then allocation instrumentation as well), and
+# linked under -Xverify:all. It compiles java.util and java.util.concurrent
+# from the JDK's sources; the class files must be the same as without the
+# agent, the log must show no failed rewrite, and classes must really have
+# been rewritten.
+# Usage: run_javac_with_agent.sh <libcorvane.so> <java-home> <work-dir>
+set -euo pipefail
+library=$1
+java_home=$2
+work=$3
+java=$java_home/bin/java
+
+src_zip=$java_home/lib/src.zip
+if [ ! -f "$src_zip" ]; then
+    echo "src.zip missing: installing openjdk-17-source"
+    apt-get install -y openjdk-17-source > /dev/null 2>&1 || { apt-get update > /dev/null 2>&1 && apt-get install -y openjdk-17-source > /dev/null; }
+fi
+
+rm -rf "$work"
+mkdir -p "$work/sources"
+(cd "$work/sources" && unzip -q "$src_zip" 'java.base/java/util/*')
+find "$work/sources" -name '*.java' | sort > "$work/files.txt"
+count=$(wc -l < "$work/files.txt")
+options=(--patch-module java.base="$work/sources/java.base" -nowarn -XDignore.symbol.file -implicit:none -proc:none)
+
+compile() {  # <name> [agent options]
+    local name=$1
+    local agent=()
+    if [ $# -gt 1 ]; then agent=(-agentpath:"$library=$2,logdir=$work/log-$name,_dump_classes=$work/dump-$name"); fi
+    mkdir -p "$work/out-$name"
+    local start
+    start=$(date +%s)
+    if ! "$java" -Xverify:all "${agent[@]}" -m jdk.compiler/com.sun.tools.javac.Main "${options[@]}" \
+            -d "$work/out-$name" @"$work/files.txt" > "$work/$name.out" 2>&1; then
+        cat "$work/$name.out"
+        echo "FAIL: javac ($name) failed"
+        exit 1
+    fi
+    echo "javac ($name): $(( $(date +%s) - start )) s"
+}
+
+# Checks a run with the agent against the run without.
+check() {  # <name> <a call every rewritten class must hold>
+    local name=$1
+    local call=$2
+    local log
+    log=$(ls "$work/log-$name"/*.log | head -1)
+    if ! diff -r -q "$work/out-plain" "$work/out-$name"; then
+        echo "FAIL: javac ($name) produced other class files"
+        exit 1
+    fi
+    if ! diff -q <(grep -v '^\[Corvane' "$work/plain.out") <(grep -v '^\[Corvane' "$work/$name.out") > /dev/null; then
+        echo "FAIL: javac ($name) printed something else"
+        diff "$work/plain.out" "$work/$name.out" | head -20
+        exit 1
+    fi
+    if grep -E "exception caught at [^ ]*/instrumentation/|the previous exception happened|bytecode too long|constant pool is too big|invalid class|cannot instrument method|Wrong instruction|unexpected (type|instruction kind|primitive type|bytecode)|Illegal instruction type|INVOKESPECIAL in" "$log"; then
+        echo "FAIL: ($name) the log shows a failed rewrite"
+        exit 1
+    fi
+    local totals processed instrumented
+    totals=$(grep -o 'total classes: processed=[0-9]* instrumented=[0-9]*' "$log" | tail -1)
+    processed=$(echo "$totals" | sed 's/.*processed=\([0-9]*\).*/\1/')
+    instrumented=$(echo "$totals" | sed 's/.*instrumented=\([0-9]*\).*/\1/')
+    echo "($name) classes processed: $processed, rewritten: $instrumented"
+    if [ -z "$instrumented" ] || [ "$instrumented" -lt 1000 ]; then
+        echo "FAIL: ($name) too few classes were rewritten"
+        exit 1
+    fi
+    # The classes as handed to the JVM were dumped: count those that call the stub.
+    local calling
+    calling=$(find "$work/dump-$name" -name '*.class' ! -name '*_before.class' -print0 | xargs -0 grep -l "$call" | wc -l)
+    echo "($name) rewritten classes that call $call: $calling"
+    if [ "$calling" -lt 500 ]; then
+        echo "FAIL: ($name) too few classes call $call"
+        exit 1
+    fi
+}
+
+compile plain
+produced=$(find "$work/out-plain" -name '*.class' | wc -l)
+echo "sources: $count, classes produced: $produced"
+if [ "$produced" -lt 300 ]; then
+    echo "FAIL: too little was compiled"
+    exit 1
+fi
+compile tracing "tracing,_instrument_all_methods,debug=bci_times"
+check tracing kztMethodEntry
+compile allocation "tracing,alloceach=1,disable_heap_sampling,_instrument_all_methods,debug=bci_times"
+check allocation kztInit
+echo "2 passed, 0 failed"

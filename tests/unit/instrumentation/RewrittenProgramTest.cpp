@@ -1,0 +1,123 @@
+// A real program compiled by javac, rewritten class by class through the
+// hook, and run under -Xverify:all: it must print what it printed before,
+// and every call the stubs received must make sense.
+#include <filesystem>
+#include <regex>
+#include <sstream>
+
+#include "InstrumentationTestSupport.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string sourceDir() { return fs::path(__FILE__).parent_path().string() + "/java"; }
+
+class RewrittenProgramTest : public InstrumentationTest {
+protected:
+    // Compiles the test program for a release into <work>/classes.
+    void compile(const std::string& release) {
+        myWork = fs::temp_directory_path() / ("corvane-instr-" + std::to_string(getpid()) + "-" + release);
+        fs::remove_all(myWork);
+        fs::create_directories(myWork / "classes");
+        std::string output;
+        std::string command = javaHome() + "/bin/javac --release " + release + " -Xlint:-options -d " +
+                              (myWork / "classes").string() + " " + sourceDir() + "/Shapes.java " + sourceDir() +
+                              "/com/corvane/runtime/Callback.java";
+        ASSERT_EQ(0, runCommand(command, &output)) << output;
+    }
+    void TearDown() override {
+        fs::remove_all(myWork);
+        InstrumentationTest::TearDown();
+    }
+
+    // Every class but the stand-in Callback, through the hook; the count of rewritten ones.
+    int rewriteAll() {
+        int rewritten = 0;
+        fs::path in = myWork / "classes";
+        for (auto& entry : fs::recursive_directory_iterator(in)) {
+            if (!entry.is_regular_file()) continue;
+            fs::path target = myWork / "patched" / fs::relative(entry.path(), in);
+            fs::create_directories(target.parent_path());
+            Bytes original = readBytes(entry.path().string());
+            std::string name = fs::relative(entry.path(), in).replace_extension("").string();
+            Bytes out = name.rfind("com/corvane/", 0) == 0 ? Bytes() : hook(original, name.c_str());
+            writeBytes(target.string(), out.empty() ? original : out);
+            if (!out.empty()) rewritten++;
+        }
+        return rewritten;
+    }
+
+    std::string run(const std::string& folder, const std::string& args) {
+        std::string output;
+        int code = runCommand(javaHome() + "/bin/java -Xverify:all -Xshare:off -cp " + (myWork / folder).string() +
+                                  " Shapes " + args,
+                              &output);
+        EXPECT_EQ(0, code) << output;
+        return output;
+    }
+
+    // Runs both programs and checks what the stubs saw; returns the report.
+    std::string runAndCompare() {
+        std::string original = run("classes", "");
+        std::string rewritten = run("patched", "report");
+        EXPECT_EQ(0u, rewritten.find(original)) << "original:\n" << original << "\nrewritten:\n" << rewritten;
+        std::string report = rewritten.substr(std::min(original.size(), rewritten.size()));
+        std::smatch calls;
+        EXPECT_TRUE(std::regex_search(report, calls, std::regex("errors=0"))) << report;
+        // Each allocation reports the class it made, under the pseudo method of that class.
+        std::istringstream lines(report);
+        std::string line;
+        int allocated = 0;
+        while (std::getline(lines, line)) {
+            std::smatch m;
+            if (!std::regex_match(line, m, std::regex("allocated (-?[0-9]+) (.*)"))) continue;
+            allocated++;
+            EXPECT_EQ(m[2].str() + ".<<init>>", methodName(std::stoi(m[1].str()))) << line;
+        }
+        EXPECT_GE(allocated, 10) << report;
+        return report;
+    }
+
+    static long count(const std::string& report, const std::string& key) {
+        std::smatch m;
+        if (!std::regex_search(report, m, std::regex(key + "=([0-9]+)"))) return -1;
+        return std::stol(m[1].str());
+    }
+
+    fs::path myWork;
+};
+
+}  // namespace
+
+TEST_F(RewrittenProgramTest, EveryShapeVerifiesAndRunsTheSame) {
+    setOptions("_instrument_all_methods");
+    for (const char* release : {"17", "8"}) {
+        SCOPED_TRACE(release);
+        compile(release);
+        EXPECT_GE(rewriteAll(), 6);
+        std::string report = runAndCompare();
+        EXPECT_GT(count(report, "entries"), 50) << report;
+        EXPECT_GT(count(report, "exits"), 50) << report;
+        EXPECT_GT(count(report, "lines"), 100) << report;
+        EXPECT_GT(count(report, "vanished"), 3) << report;  // the frames an exception left
+    }
+}
+
+TEST_F(RewrittenProgramTest, AllocationOnlyAndTracingOnlyVerifyToo) {
+    setOptions("");
+    compile("11");
+    ourCapabilities = CAP_ALLOC_BCI;
+    rewriteAll();
+    std::string report = runAndCompare();
+    EXPECT_EQ(0, count(report, "entries"));
+    EXPECT_GT(count(report, "inits"), 20);
+
+    fs::remove_all(myWork / "patched");
+    ourCapabilities = CAP_TRACING;
+    rewriteAll();
+    std::string original = run("classes", "");
+    std::string rewritten = run("patched", "report");
+    EXPECT_EQ(0u, rewritten.find(original)) << rewritten;
+    EXPECT_EQ(0, count(rewritten, "inits"));
+}
