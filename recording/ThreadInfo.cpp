@@ -2,21 +2,82 @@
 
 #include "agent/AgentState.h"
 #include "agent/JvmGlue.h"
+#include "agent/Logger.h"
+#include "db/DB.h"
+#include "foundation/System.h"
+#include "foundation/UptimeProvider.h"
 
 ZSet<ThreadInfo*>& ourAllThreadInfos = *new ZSet<ThreadInfo*>(64);
+ZMap<int, ThreadInfo*>& ThreadInfo::ourTRN2ThreadInfo = *new ZMap<int, ThreadInfo*>(128);
+int ThreadInfo::ourRunningNumber = 0;
+IndexPool& ThreadInfo::ourIndexForTFIPool = *new IndexPool(1);
+int64_t ThreadInfo::ourCreatedObjectCountInDeadThreads = 0;
+int64_t ThreadInfo::ourCreatedObjectSizeInDeadThreads = 0;
 
-// Thread running numbers start at 1 and are never reused.
-static int ourLastTRN = 0;
-
-ThreadInfo::ThreadInfo(int64_t nativeThreadId, jobject threadReference, const ZString& name, const ZString& groupName)
-    : myPendingLine(0), myNativeThreadId(nativeThreadId), myThreadReference(threadReference), myTRN(0), myAgentThread(false),
-      myExcludedFromTracing(false), myExcludedFromSampling(false), myNameKnown(false), myGroupName(groupName) {
-    if (!name.isEmpty()) setName(name);
+ThreadInfo::ThreadInfo(const LockHolder& lock, const ZString& name, const ZString& group, int64_t nativeThreadId,
+                       int64_t secondId, jobject threadReference, bool daemon)
+    : myPendingLine(0), mySeenTracingGeneration(-1), myStackKnown(false), myMonitorEventRow(0), myNodeTree(nullptr),
+      myNodeToFrame(nullptr), myEventBuffer(nullptr), myEventWriteIndex(0), myEventReadIndex(0),
+      myNativeThreadId(nativeThreadId), myThreadReference(threadReference), myThreadRow(0), myTFIIndex(0), myTRN(0),
+      myLastSampleFrame(-1), myLastStateFrame(-1), myLastStateCpuTime(-1), myLastStateUptime(-1), mySkipCounter(0),
+      myCreatedObjectCount(0), myCreatedObjectSize(0), myAgentThread(false), myExcludedFromTracing(false),
+      myExcludedFromSampling(false), myNameKnown(false), myDaemon(daemon), myGroupName(group), myTouched(false),
+      myNameStrId(-1), myPendingExceptionClass(-1), myPendingThrowNode(-1), myCurrentFrame(-1),
+      myLastExceptionId(0), myLastExceptionRow(0), myLastWallSampleTime(0), myLastCpuSampleTime(0) {
+    DB* db = KZT_DB();
+    // Java code reaches the pending line through this address.
+    KZT_ASSERT(((uintptr_t)this & 3) == 0);
+    ThreadTable* table = db->getThreadTable();
+    myThreadRow = table->nextIndex();
+    myTFIIndex = ourIndexForTFIPool.nextIndex();
+    myTRN = ++ourRunningNumber;
+    ourTRN2ThreadInfo.put(myTRN, this);
+    if (!name.isEmpty()) {
+        setThreadName(name);
+        myNameKnown = true;
+    }
+    ThreadRecord* record = table->getPtr(myThreadRow, true);
+    *record = ThreadRecord();
+    record->myGroup = StringPool::getStrID(lock, group);
+    record->myDaemon = daemon ? 1 : 0;
+    record->mySecondThreadId = secondId;
+    record->myStartUptime = nativeThreadId != 0 ? ourUptimeProvider.getUptimeNs() : 0;
+    record->myTFIIndex = myTFIIndex;
+    record->myTRN = myTRN;
+    record->myStamp = db->getCurrentGeneration();
 }
 
-void ThreadInfo::setName(const ZString& name) {
+ThreadInfo::~ThreadInfo() {
+    ourTRN2ThreadInfo.remove(myTRN);
+    ourCreatedObjectCountInDeadThreads += myCreatedObjectCount;
+    ourCreatedObjectSizeInDeadThreads += myCreatedObjectSize;
+    delete[] myEventBuffer;
+    delete myNodeTree;
+    delete myNodeToFrame;
+}
+
+ThreadInfo* ThreadInfo::findByTRN(int trn) {
+    return ourTRN2ThreadInfo.get(trn, nullptr);
+}
+
+ZNodeTree* ThreadInfo::getNodeTree() {
+    if (myNodeTree == nullptr) myNodeTree = new ZNodeTree();
+    return myNodeTree;
+}
+
+int64_t ThreadInfo::getThreadCpuTimeNs() const {
+    if (myNativeThreadId != 0) {
+        int64_t time = ::getThreadCpuTimeNs(myNativeThreadId);
+        if (time >= 0) return time;
+    }
+    return getProcessCpuTimeNs(false);
+}
+
+// ---- Names ----
+
+void ThreadInfo::setThreadName(const ZString& name) {
     myName = name;
-    myNameKnown = true;
+    myNameStrId = -1;
     myAgentThread = name.startsWith("KZTAgent-");
     myExcludedFromTracing = myAgentThread || name.startsWith("KZT-Process-Exit-Listener");
     myExcludedFromSampling = name.startsWith("KZTAgent-AsyncSamplingEventsProcessor") ||
@@ -24,34 +85,95 @@ void ThreadInfo::setName(const ZString& name) {
                              name.startsWith("KZTAgent-OomeSnapshotDetector");
 }
 
-void ThreadInfo::retrieveThreadNameJava(jthread thread) {
+void ThreadInfo::retrieveThreadNameJava(JNIEnv* env, jobject thread, ZString* name, ZString* group, bool* daemon) {
     jvmtiThreadInfo info;
-    if (ourJVMTI->GetThreadInfo(thread, &info) != JVMTI_ERROR_NONE) return;
-    setName(ZString(info.name != nullptr ? info.name : ""));
+    if (ourJVMTI->GetThreadInfo((jthread)thread, &info) != JVMTI_ERROR_NONE) {
+        *name = ZString();
+        *group = ZString();
+        *daemon = false;
+        return;
+    }
+    *name = ZString(info.name != nullptr ? info.name : "");
+    *daemon = info.is_daemon == JNI_TRUE;
+    *group = ZString();
+    if (info.thread_group != nullptr) {
+        jvmtiThreadGroupInfo groupInfo;
+        if (ourJVMTI->GetThreadGroupInfo(info.thread_group, &groupInfo) == JVMTI_ERROR_NONE) {
+            *group = ZString(groupInfo.name != nullptr ? groupInfo.name : "");
+            deallocate(groupInfo.name);
+            if (groupInfo.parent != nullptr) env->DeleteLocalRef(groupInfo.parent);
+        }
+        env->DeleteLocalRef(info.thread_group);
+    }
+    if (info.context_class_loader != nullptr) env->DeleteLocalRef(info.context_class_loader);
     deallocate(info.name);
 }
 
-void ThreadInfo::onMethodEntry(JNIEnv* env, int methodId) {}
-
-void ThreadInfo::onMethodExit(JNIEnv* env, int methodId) {}
-
-void ThreadInfo::applyThreadNameToDB(const LockHolder& lock) {}
-
-void ThreadInfo::onThreadStart(const LockHolder& lock) {
-    myTRN = ++ourLastTRN;
-    ourAllThreadInfos.add(this);
+void ThreadInfo::ensureThreadHasName(JNIEnv* env, jobject thread, bool force) {
+    if (!force && myNameKnown) return;
+    ZString name;
+    ZString group;
+    bool daemon = false;
+    retrieveThreadNameJava(env, thread, &name, &group, &daemon);
+    // Snapshots read the name from other threads under the lock.
+    LockHolder lock(&ourLock, LOCK_SITE);
+    myGroupName = group;
+    myDaemon = daemon;
+    if (!myNameKnown || !name.equals(myName)) setThreadName(name);
+    myNameKnown = true;
 }
 
-void ThreadInfo::onThreadEnd(const LockHolder& lock) {
-    ourAllThreadInfos.remove(this);
+void ThreadInfo::applyThreadNameToDB(const LockHolder& lock, DB* db) {
+    ThreadRecord* record = db->getThreadTable()->getPtr(myThreadRow, false);
+    if (record == nullptr || record->myStamp < 1) return;
+    if (record->myName == myNameStrId) return;
+    myNameStrId = StringPool::getStrID(lock, myName);
+    if (record->myName == myNameStrId) return;
+    record->myName = myNameStrId;
+    record->myDaemon = myDaemon ? 1 : 0;
+    record->myGroup = StringPool::getStrID(lock, myGroupName);
+    record->myStamp = db->getCurrentGeneration();
 }
 
-int ThreadInfo::getLiveThreadCount(const LockHolder& lock) {
-    return ourAllThreadInfos.getSize();
-}
-
-ThreadInfo* getThreadInfoJvmti(jvmtiEnv* env, jthread thread) {
+ThreadInfo* getThreadInfoJvmti(JNIEnv* env, jobject thread) {
+    if (!ourVmInitCalled) {
+        jvmtiPhase phase = JVMTI_PHASE_LIVE;
+        if (ourJVMTI->GetPhase(&phase) == JVMTI_ERROR_NONE && phase == JVMTI_PHASE_START) return ourVMStartThread;
+    }
     void* data = nullptr;
-    if (env->GetThreadLocalStorage(thread, &data) != JVMTI_ERROR_NONE) return nullptr;
-    return (ThreadInfo*)data;
+    if (ourJVMTI->GetThreadLocalStorage((jthread)thread, &data) != JVMTI_ERROR_NONE || data == nullptr)
+        return nullptr;
+    ThreadInfo* info = (ThreadInfo*)data;
+    info->setTouched();
+    info->ensureThreadHasName(env, thread, false);
+    return info;
+}
+
+// ---- Events ----
+
+void ThreadInfo::addEvent(const int32_t* elements, int count, bool lockNeeded) {
+    if (myEventBuffer == nullptr) myEventBuffer = new int32_t[EVENT_BUFFER_SIZE];
+    int write = myEventWriteIndex;
+    if (write + count > EVENT_BUFFER_SIZE) {
+        LockHolder lock(lockNeeded ? &ourLock : nullptr, LOCK_SITE);
+        playEvents(lock);
+        myEventReadIndex = 0;
+        __atomic_store_n(&myEventWriteIndex, 0, __ATOMIC_RELEASE);
+        write = 0;
+    }
+    for (int i = 0; i < count; i++) myEventBuffer[write + i] = elements[i];
+    // A player on another thread reads up to this index: the elements first.
+    __atomic_store_n(&myEventWriteIndex, write + count, __ATOMIC_RELEASE);
+}
+
+CpuProfilingRecord* ThreadInfo::getCpuProfilingRecord(const LockHolder& lock, int frame) {
+    DB* db = KZT_DB();
+    int index = db->getThreadFrameIndex()->getTFI(lock, myTFIIndex, frame, true);
+    return db->getCpuProfilingTable()->getPtr(index, true);
+}
+
+void ThreadInfo::resetSampleTimes() {
+    myLastSampleFrame = -1;
+    myLastWallSampleTime = 0;
+    myLastCpuSampleTime = 0;
 }

@@ -1,63 +1,181 @@
 // ThreadInfo: the agent's record of one Java thread, attached to it through
-// JVMTI thread-local storage.
+// JVMTI thread-local storage. Hot paths append small integer events to the
+// thread's own buffer without a lock; the buffer is played into the tables
+// under ourLock when it fills, when the thread ends, or when somebody needs
+// the data (clear, stop, snapshot).
 #pragma once
 
 #include <jni.h>
 #include <jvmti.h>
 #include <cstdint>
 
+#include "db/ZNodeTree.h"
+#include "foundation/IndexPool.h"
 #include "foundation/ZLock.h"
 #include "foundation/ZMap.h"
 #include "foundation/ZString.h"
+#include "foundation/ZVector.h"
+
+struct CpuProfilingRecord;
+class DB;
 
 class ThreadInfo {
 public:
-    ThreadInfo(int64_t nativeThreadId, jobject threadReference, const ZString& name, const ZString& groupName);
+    static constexpr int EVENT_BUFFER_SIZE = 10240;
+
+    // Takes a "thread" row, a TFI index and the next TRN, and writes the row;
+    // the name column stays 0 until applyThreadNameToDB. Needs ourDB.
+    ThreadInfo(const LockHolder& lock, const ZString& name, const ZString& group, int64_t nativeThreadId,
+               int64_t secondId, jobject threadReference, bool daemon);
+    // Needs ourLock: leaves the registry, frees buffer and node tree.
+    ~ThreadInfo();
+    ThreadInfo(const ThreadInfo&) = delete;
+    ThreadInfo& operator=(const ThreadInfo&) = delete;
+
+    // ---- Tracing events, on the thread itself: no lock, no allocation ----
+    // The line set by line instrumentation, taken by the next method entry.
+    void setPendingLine(int line) { myPendingLine = line; }
+    void onMethodEntry(JNIEnv* env, int methodId);
+    void onMethodExit(JNIEnv* env, int methodId);
+    // Frames were left without exits (an exception): the next method event
+    // sends the whole stack again.
+    void clearTracingEventWords() {
+        myPendingLine = 0;
+        mySeenTracingGeneration = 0;
+    }
+    // Appends one event. A full buffer is played first, under ourLock when
+    // `lockNeeded` (the caller holds it otherwise).
+    void addEvent(const int32_t* elements, int count, bool lockNeeded);
+
+    // ---- Playing, under ourLock ----
+    void playEvents(const LockHolder& lock);
+    // The shared frame of one of this thread's nodes, made on need.
+    int getFrameFromNode(const LockHolder& lock, int node);
+    CpuProfilingRecord* getCpuProfilingRecord(const LockHolder& lock, int frame);
+    // Open frames are closed with the present time (CPU clock of this thread
+    // when `currentThread`, else read from outside); then reopened.
+    void resetStackTrace(const LockHolder& lock, bool currentThread);
+    void restoreStackTrace(const LockHolder& lock, bool currentThread);
+    // Forgets the stack: current frame unknown, no start times.
+    void resetStack();
+    void resetSampleTimes();
+
+    // ---- Names ----
+    void setThreadName(const ZString& name);
+    // Fetches name, group and daemon unless known (always with `force`).
+    void ensureThreadHasName(JNIEnv* env, jobject thread, bool force);
+    static void retrieveThreadNameJava(JNIEnv* env, jobject thread, ZString* name, ZString* group, bool* daemon);
+    void applyThreadNameToDB(const LockHolder& lock, DB* db);
+
+    // ---- Lifecycle, under ourLock ----
+    void onThreadStart(const LockHolder& lock);
+    void onThreadEnd(const LockHolder& lock);
 
     int getTRN() const { return myTRN; }
+    int getThreadRow() const { return myThreadRow; }
+    int getTFIIndex() const { return myTFIIndex; }
     int64_t getNativeThreadId() const { return myNativeThreadId; }
     jobject getThreadReference() const { return myThreadReference; }
     void clearThreadReference() { myThreadReference = nullptr; }
     const ZString& getName() const { return myName; }
-    bool isNamePending() const { return !myNameKnown; }
+    bool isNameKnown() const { return myNameKnown; }
+    bool isTouched() const { return myTouched; }
+    void setTouched() { myTouched = true; }
     bool isAgentThread() const { return myAgentThread; }
     bool isExcludedFromTracing() const { return myExcludedFromTracing; }
     bool isExcludedFromSampling() const { return myExcludedFromSampling; }
-    // The line set by line instrumentation, taken by the next method entry.
-    void setPendingLine(int line) { myPendingLine = line; }
+    bool isStackKnown() const { return myStackKnown; }
+    int getCurrentFrame() const { return myCurrentFrame; }
+    int getTimeStackSize() const { return myTimeStack.getSize(); }
+    int getEventWriteIndex() const { return myEventWriteIndex; }
+    int getEventReadIndex() const { return myEventReadIndex; }
+    ZNodeTree* getNodeTree();
+    // CPU time by the thread's own clock; process CPU time for a pseudo thread.
+    int64_t getThreadCpuTimeNs() const;
 
-    // Tracing events of this thread, called by the instrumentation's natives
-    // on the thread itself: no lock, no allocation on the fast path.
-    void onMethodEntry(JNIEnv* env, int methodId);
-    void onMethodExit(JNIEnv* env, int methodId);
+    static ThreadInfo* findByTRN(int trn);
+    // Players of events that belong to other recording stages (event tables,
+    // exceptions, monitors); an id without one is skipped.
+    typedef void (*ForeignEventPlayer)(const LockHolder& lock, ThreadInfo* thread, const int32_t* event);
+    static ForeignEventPlayer ourForeignEventPlayers[14];
+    // Told of the TRNs of finished threads just before they are merged away,
+    // so that rows that name them can be moved too.
+    static void (*ourBeforeThreadsMerged)(const LockHolder& lock, ZSet<int>& trns);
 
-    // Reads name and group of the thread from Java.
-    void retrieveThreadNameJava(jthread thread);
-    void applyThreadNameToDB(const LockHolder& lock);
-    void onThreadStart(const LockHolder& lock);
-    void onThreadEnd(const LockHolder& lock);
+    static ZMap<int, ThreadInfo*>& ourTRN2ThreadInfo;
+    static int ourRunningNumber;
+    static IndexPool& ourIndexForTFIPool;
+    static int64_t ourCreatedObjectCountInDeadThreads;
+    static int64_t ourCreatedObjectSizeInDeadThreads;
 
-    static int getLiveThreadCount(const LockHolder& lock);
+    // Removes the rows of finished, merged threads that nothing refers to.
+    static void collectGarbageTRNs(const LockHolder& lock);
+    // Forgets every thread and the pseudo threads; for tests, with the database.
+    static void resetForTests();
 
 private:
-    void setName(const ZString& name);
+    void playMethodEnter1(const LockHolder& lock, int node, int64_t wallTime, int64_t cpuTime, int generation);
+    void playMethodEnter2(const LockHolder& lock, int method, int64_t time, int generation, int line);
+    void playMethodExit(const LockHolder& lock, int method, int64_t time, int generation);
+    void playAllocation(const LockHolder& lock, int64_t size, int nodeOrFrame);
+    void pushStartTimes(const LockHolder& lock, int64_t wallTime, int64_t cpuTime);
+    void adaptiveFilter(const LockHolder& lock, int method, int64_t deltaNs);
+    void mergeOldFinishedThreads(const LockHolder& lock);
 
     // First member by contract: injected code stores a line here with one
     // Unsafe.putInt at the ThreadInfo's address.
     int32_t myPendingLine;
+    int32_t mySeenTracingGeneration;
+    bool myStackKnown;
+    int32_t myMonitorEventRow;
+    ZNodeTree* myNodeTree;
+    ZMap<int, int>* myNodeToFrame;
+    int32_t* myEventBuffer;
+    // Written by the owning thread with release order, read by players.
+    int32_t myEventWriteIndex;
+    int32_t myEventReadIndex;
     int64_t myNativeThreadId;
     jobject myThreadReference;
-    int myTRN;
+    int32_t myThreadRow;
+    int32_t myTFIIndex;
+    int32_t myTRN;
+    int32_t myLastSampleFrame;
+    int32_t myLastStateFrame;
+    int64_t myLastStateCpuTime;
+    int64_t myLastStateUptime;
+    int32_t mySkipCounter;
+    int64_t myCreatedObjectCount;
+    int64_t myCreatedObjectSize;
     bool myAgentThread;
     bool myExcludedFromTracing;
     bool myExcludedFromSampling;
     bool myNameKnown;
+    bool myDaemon;
     ZString myGroupName;
     ZString myName;
+    bool myTouched;
+    int32_t myNameStrId;
+    int32_t myPendingExceptionClass;
+    int32_t myPendingThrowNode;
+    int32_t myCurrentFrame;
+    ZVector<int64_t, 32> myTimeStack;
+    int32_t myLastExceptionId;
+    int32_t myLastExceptionRow;
+    int64_t myLastWallSampleTime;
+    int64_t myLastCpuSampleTime;
 };
 
 // Started, unfinished threads.
 extern ZSet<ThreadInfo*>& ourAllThreadInfos;
+// TRNs of ended threads not yet merged, in order of ending.
+extern ZVector<int>& ourFinishedThreadTRNs;
+// Pseudo threads, made with the database.
+extern ThreadInfo* ourOldestFinishedThreads;
+extern ThreadInfo* ourVMStartThread;
+extern ThreadInfo* ourUnknownAllocatorThread;
+extern ThreadInfo* ourThreadUnknown;
 
-// The ThreadInfo of a thread, or null.
-ThreadInfo* getThreadInfoJvmti(jvmtiEnv* env, jthread thread);
+// The ThreadInfo of a thread (null: the current one), or null. In the start
+// phase it is the VM start pseudo thread. Marks the thread touched and makes
+// sure its name is known.
+ThreadInfo* getThreadInfoJvmti(JNIEnv* env, jobject thread);

@@ -1,0 +1,84 @@
+// CPU tracing state shared by the tracing natives, the player and mode
+// control: the tracing generation, the pseudo lock, the profiling times, and
+// the operations that must see every thread's events (clear, stop, capture).
+#pragma once
+
+#include <cstdint>
+
+#include "agent/AgentState.h"
+#include "foundation/ZLock.h"
+#include "foundation/ZVector.h"
+
+// Status word values of the CPU modes.
+enum : uint64_t {
+    CPU_SAMPLING = 4,
+    CPU_TRACING = 12,
+    CPU_CALL_COUNTING = 4100,
+    CPU_PROFILING_MASK = 0x100c,
+    SAMPLING_MODE_MASK = 393216,
+};
+
+// Bumped by each clear of CPU data and each start of CPU tracing; every
+// method event carries the value it was made with, so older events are stale.
+extern volatile int32_t ourCpuTracingGeneration;
+// Set while Java code can store lines into a ThreadInfo (Unsafe works).
+extern bool ourTracingCanSetLineNumbers;
+// Uptime in ns at which CPU profiling began (moved by each clear) and stopped.
+extern int64_t ourCpuProfilingStartNs;
+extern int64_t ourCpuProfilingStopNs;
+// The last CPU mode started, 0 before any.
+extern int64_t ourLastCpuProfilingMode;
+
+// Adaptive filter counters by method index.
+extern ZVector<int32_t>& ourAdaptiveTracingMethodInvocationCounts;
+extern ZVector<int64_t>& ourAdaptiveTracingMethodTimesNs;
+
+// While set, the tracing natives produce their events under ourLock, so that
+// whoever set it (under ourLock) sees every buffer quiescent.
+class CpuTracingPseudoLock {
+public:
+    static volatile uint8_t ourLocked;
+};
+
+// Sets the pseudo lock for a scope, giving back the value it found, so that
+// scopes nest (a start of tracing clears the data inside its own scope).
+class CpuTracingPseudoLockScope {
+public:
+    explicit CpuTracingPseudoLockScope(const LockHolder&) : myPrevious(CpuTracingPseudoLock::ourLocked) {
+        CpuTracingPseudoLock::ourLocked = 1;
+    }
+    ~CpuTracingPseudoLockScope() { CpuTracingPseudoLock::ourLocked = myPrevious; }
+    CpuTracingPseudoLockScope(const CpuTracingPseudoLockScope&) = delete;
+    CpuTracingPseudoLockScope& operator=(const CpuTracingPseudoLockScope&) = delete;
+
+private:
+    uint8_t myPrevious;
+};
+
+// Bits 0x4 and 0x8 set, 0x1000 clear.
+inline bool isCpuTracingActive() { return (ourStatus & CPU_PROFILING_MASK) == CPU_TRACING; }
+
+class CpuTracing {
+public:
+    // Lines go into events unless "_tracing_disable_lines" or Java can't set them.
+    static bool areLinesOn();
+    // Nanoseconds from `start` to `now`; a negative delta is a clock fault:
+    // logged for the first ten in the process (`site` names the caller), 0.
+    static int64_t getTimeDeltaNs(int64_t now, int64_t start, int site);
+
+    // Plays every live thread's events; resets stacks and sample times of
+    // them and of the oldest finished threads; clears "cpu_profiling" and the
+    // adaptive counters; starts a new tracing generation at the present uptime.
+    static void clearCpuDataImpl(const LockHolder& lock);
+    // Plays every live thread's events and closes its open frames now.
+    static void stopTracingThreads(const LockHolder& lock);
+    // Around a capture: bring every thread's data into the tables, closing
+    // open frames; then reopen them with the present time.
+    static void foldOpenStacks(const LockHolder& lock);
+    static void reopenStacks(const LockHolder& lock);
+    // The properties of the table stream that CPU recording owns.
+    static void setTableProperties(const LockHolder& lock, int tableMask);
+
+    // Forgets the state above, for tests.
+    static void resetForTests();
+};

@@ -1,0 +1,160 @@
+#include "recording/TracingSettings.h"
+
+#include "agent/Logger.h"
+#include "agent/Options.h"
+#include "db/DB.h"
+#include "foundation/System.h"
+
+const char* const TracingSettings::DEFAULT_TEXT =
+    "walltime=*\n"
+    "adaptive=true\n"
+    "adaptive_min_method_invocation_count=20000\n"
+    "adaptive_max_average_method_time_ns=1000\n"
+    "adaptive_min_method_time_percent=0.1\n";
+
+TracingSettings ourTracingSettings;
+bool Filter::ourAlwaysWallTime = false;
+static ZVector<Filter*>& ourWallTimeFilters = *new ZVector<Filter*>();
+
+// New methods get their timing flags as they are interned.
+static const bool ourFiltersInstalled = (ZMethod::ourApplyFilters = Filter::applyFilters, true);
+
+void TracingSettings::setDefaults() {
+    myAdaptive = true;
+    myAdaptiveMinMethodInvocationCount = 20000;
+    myAdaptiveMaxAverageMethodTimeNs = 1000;
+    myAdaptiveMinMethodTimePercent = 0.1;
+}
+
+void TracingSettings::addFromText(const ZString& text) {
+    ZVectorSafe<ZString> lines;
+    splitConfigFile(&lines, text);
+    for (const ZString& line : lines) {
+        ZString rest;
+        if (ZString::isPrefix(line, "walltime=", &rest)) {
+            myWallTimeSpecs.push(rest);
+        } else if (ZString::isPrefix(line, "adaptive=", &rest)) {
+            if (rest.equals("true")) myAdaptive = true;
+            if (rest.equals("false")) myAdaptive = false;
+        } else if (ZString::isPrefix(line, "adaptive_min_method_invocation_count=", &rest)) {
+            bool failed = false;
+            int value = rest.parseInt(&failed);
+            if (!failed) myAdaptiveMinMethodInvocationCount = value;
+        } else if (ZString::isPrefix(line, "adaptive_max_average_method_time_ns=", &rest)) {
+            bool failed = false;
+            int value = rest.parseInt(&failed);
+            if (!failed) myAdaptiveMaxAverageMethodTimeNs = value;
+        } else {
+            double value;
+            if (ZString::isPrefixDouble(line, "adaptive_min_method_time_percent=", &value))
+                myAdaptiveMinMethodTimePercent = value;
+        }
+    }
+}
+
+void TracingSettings::setFromText(const ZString& text) {
+    setDefaults();
+    addFromText(ZString(DEFAULT_TEXT));
+    // The defaults give the numbers, the text alone the wall-time lines.
+    myWallTimeSpecs.clear();
+    addFromText(text);
+    ZString message("TracingSettings: a=");
+    message.appendLong(myAdaptive ? 1 : 0)
+        .append(" min_cnt=")
+        .appendLong(myAdaptiveMinMethodInvocationCount)
+        .append(" max_avg=")
+        .appendLong(myAdaptiveMaxAverageMethodTimeNs)
+        .append(" min_%=")
+        .append(doubleToString(myAdaptiveMinMethodTimePercent, 3));
+    if (text.isEmpty() || text.equals(DEFAULT_TEXT)) {
+        message.append(" (default)");
+    } else {
+        message.appendChar('\n').append(text);
+    }
+    Logger::message(message);
+}
+
+ZString getTracingSettingsText(const ZString* text) {
+    if (text != nullptr) return *text;
+    return readConfigFromFile(ourOptions.getTracingSettingsPath(), "tracing.txt", TracingSettings::DEFAULT_TEXT);
+}
+
+Filter* Filter::createFilter(const ZString& spec) {
+    ZString full = spec.indexOfChar(':') < 0 ? spec + ":*(*)" : spec;
+    int colon = full.indexOfChar(':');
+    int open = full.indexOfChar('(', colon);
+    int close = open < 0 ? -1 : full.indexOfChar(')', open);
+    ZString classPattern = full.substring(0, colon).trim();
+    ZString methodPattern = (open < 0 ? full.substring(colon + 1) : full.substring(colon + 1, open)).trim();
+    ZString parametersPattern("(*)");
+    if (open >= 0) {
+        if (close < 0) {
+            Logger::message(ZString("warning: invalid filter specification '") + spec + "': missing ')'");
+            return nullptr;
+        }
+        parametersPattern = ZString("(") + full.substring(open + 1, close).trim() + ")";
+    }
+    if (classPattern.isEmpty() || methodPattern.isEmpty()) {
+        Logger::message(ZString("warning: invalid filter specification '") + spec + "': empty class or method");
+        return nullptr;
+    }
+    if (ourOptions.isDebug("filters")) {
+        Logger::message(ZString("filter: type=1 ") + classPattern + " " + methodPattern + " " + parametersPattern);
+    }
+    return new Filter(classPattern, methodPattern, parametersPattern);
+}
+
+bool Filter::accept(const ZString& className, const ZString& name, const ZString& parameters) const {
+    return wildcardMatchZS(myClassPattern, className) && wildcardMatchZS(myMethodPattern, name) &&
+           wildcardMatchZS(myParametersPattern, parameters);
+}
+
+void Filter::reloadFilters(const LockHolder& lock, const ZVectorSafe<ZString>& specs) {
+    for (Filter* filter : ourWallTimeFilters) delete filter;
+    ourWallTimeFilters.clear();
+    bool star = false;
+    bool other = false;
+    for (const ZString& spec : specs) {
+        Filter* filter = createFilter(spec);
+        if (filter == nullptr) continue;
+        ourWallTimeFilters.push(filter);
+        if (spec.equals("*")) star = true;
+        else other = true;
+    }
+    ourAlwaysWallTime = star && !other;
+    if (ourMethodTable == nullptr) return;
+    ourMethodTable->forEachRecord([&](long long index, MethodRecord& record) { applyFilters(lock, (int)index, &record); });
+}
+
+static ZString textOf(const LockHolder& lock, int strId) {
+    const char* text = StringPool::getString(lock, strId);
+    return ZString(text != nullptr ? text : "");
+}
+
+void Filter::applyFilters(const LockHolder& lock, int method, MethodRecord* record) {
+    bool wall = ourAlwaysWallTime;
+    if (!wall && !ourWallTimeFilters.isEmpty()) {
+        ZString className = textOf(lock, record->myClass);
+        ZString name = textOf(lock, record->myName);
+        ZString parameters = textOf(lock, record->myParameters);
+        for (Filter* filter : ourWallTimeFilters) {
+            if (filter->accept(className, name, parameters)) {
+                wall = true;
+                break;
+            }
+        }
+    }
+    int flags = record->myFlags;
+    if (wall) flags |= METHOD_FLAG_WALL_TIME;
+    else flags &= ~METHOD_FLAG_WALL_TIME;
+    // A reload takes back every adaptive exclusion.
+    flags &= ~(METHOD_FLAG_EXCLUDED | METHOD_FLAG_EXCLUDED_CALLEE | METHOD_FLAG_ALL_WALL_TIME);
+    if (ourAlwaysWallTime) flags |= METHOD_FLAG_ALL_WALL_TIME;
+    if (flags == record->myFlags) return;
+    record->myFlags = flags;
+    record->myStamp = ourDB->getCurrentGeneration();
+}
+
+bool Filter::isWallTimed(int method) {
+    return ourAlwaysWallTime || (ZMethod::getFlags(method) & METHOD_FLAG_WALL_TIME) != 0;
+}

@@ -1,0 +1,50 @@
+// The snapshot file: magic, revision and creation time; a header block with
+// the properties and the event table layouts; a tables block. Everything is
+// most significant byte first, with 4-byte object ids.
+#pragma once
+
+#include <jni.h>
+#include <cstdint>
+
+#include "foundation/ZLock.h"
+#include "foundation/ZString.h"
+#include "snapshot/SnapshotWriter.h"
+
+// Record tags and item kinds.
+enum : int {
+    SNAPSHOT_TAG_BLOCK = 0x25,
+    SNAPSHOT_ITEM_PROPERTIES = 1,
+    SNAPSHOT_ITEM_TABLE = 2,
+    SNAPSHOT_ITEM_EVENT_TABLE = 3,
+};
+
+// Flag bits of "snapshot_flags".
+enum : int64_t {
+    SNAPSHOT_FLAG_MEMORY = 0x1,
+    SNAPSHOT_FLAG_ON_EXIT = 0x20,
+    SNAPSHOT_FLAG_ALWAYS = 0x200,
+    SNAPSHOT_FLAG_NO_PROGRESS = 0x800,
+    SNAPSHOT_FLAG_ATTACHED = 0x4000,
+    SNAPSHOT_FLAG_STARTED_WITH_JVM = 0x8000,
+};
+
+extern const char SNAPSHOT_MAGIC[];
+const int SNAPSHOT_MAGIC_SIZE = 19;
+const int SNAPSHOT_FORMAT_REVISION = 4;
+
+class SnapshotFile {
+public:
+    // The caller's flags as the file records them.
+    static int64_t formSnapshotFlags(int64_t flags);
+    // Magic, revision, time and the header block.
+    static void writeHeader(const LockHolder& lock, SnapshotWriter& writer, int64_t flags, int64_t creationTimeMs);
+    // The whole file on `fd`; an error text, or empty. Performance snapshots only.
+    static ZString writeSnapshotNew(const LockHolder& lock, JNIEnv* env, int fd, int progressFd, const ZString& path,
+                                    int64_t flags);
+    // Takes ourLock, suspends the other threads, brings every participant's
+    // data in, writes, and resumes. An error text (the file is then deleted
+    // unless "_keep_broken"), or empty.
+    static ZString captureSnapshotJVMTI(JNIEnv* env, const ZString& path, int progressFd, int64_t flags);
+    // The row of the "snapshot" table with that file name, or 0.
+    static int findSnapshot(const LockHolder& lock, const ZString& name);
+};

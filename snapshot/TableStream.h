@@ -1,0 +1,53 @@
+// The table stream: the rows of the fixed tables, selected by mask and by
+// stamp, as both the snapshot file and the live view receive them. Stages
+// that keep data outside the tables (event buffers, counters, mode times)
+// take part as participants, so that the stream sees everything.
+#pragma once
+
+#include <jni.h>
+#include <cstdint>
+
+#include "foundation/ZLock.h"
+#include "snapshot/AbstractWriter.h"
+#include "snapshot/Progress.h"
+
+class DB;
+
+// What a stage does around a capture or a table stream; any part may be null.
+struct SnapshotParticipant {
+    // Under ourLock, before anything is written: pending data into the tables.
+    void (*myBeginCapture)(const LockHolder& lock);
+    // Under ourLock, when the writing is done: recording goes on.
+    void (*myEndCapture)(const LockHolder& lock);
+    // Properties and names that the stream must carry, by table mask.
+    void (*mySetProperties)(const LockHolder& lock, JNIEnv* env, int tableMask);
+};
+
+// Participants take part in registration order; `participant` must live on.
+void registerSnapshotParticipant(const SnapshotParticipant* participant);
+
+// Begins the capture of all participants for a scope, and ends it however
+// the scope is left.
+class ParticipantsCapture {
+public:
+    explicit ParticipantsCapture(const LockHolder& lock);
+    ~ParticipantsCapture();
+    ParticipantsCapture(const ParticipantsCapture&) = delete;
+    ParticipantsCapture& operator=(const ParticipantsCapture&) = delete;
+
+private:
+    const LockHolder& myLock;
+};
+
+// A 64-bit property as the two 32-bit properties key.low and key.high.
+void setLongProperty(const LockHolder& lock, DB* db, const char* key, int64_t value);
+
+const int ALL_TABLES_MASK = (1 << 20) - 1;
+
+// Step by step: participants' properties, "kzt.uptime.ns" and the event
+// table limit, then for each table of the mask in slot order the kind byte 2
+// (when asked for), the slot, and the rows whose |stamp| is above the slot's
+// entry of `sinceGenerations` (0 without the array).
+void writeTables(const LockHolder& lock, JNIEnv* env, DB* db, AbstractWriter& writer, int tableMask,
+                 int progressFrom, int progressTo, Progress* progress, const int* sinceGenerations,
+                 bool withKindByte);

@@ -1,0 +1,137 @@
+// Shared pieces of the recording tests: a fresh database with its pseudo
+// threads and tracing switched on for each test, threads to play events on,
+// events built by hand, and the call tree of a thread read back by paths.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "agent/AgentState.h"
+#include "agent/Options.h"
+#include "db/DB.h"
+#include "foundation/System.h"
+#include "recording/CpuTracing.h"
+#include "recording/EventEncoding.h"
+#include "recording/ThreadInfo.h"
+#include "recording/TracingSettings.h"
+#include "unit/agent/LoggerCapture_test.h"
+
+// Time and invocations of one frame of one thread.
+struct FrameMeasure {
+    int64_t time = 0;
+    int64_t invocations = 0;
+    bool operator==(const FrameMeasure& other) const {
+        return time == other.time && invocations == other.invocations;
+    }
+};
+inline std::ostream& operator<<(std::ostream& out, const FrameMeasure& m) {
+    return out << "{time=" << m.time << " invocations=" << m.invocations << "}";
+}
+
+class RecordingTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        resetAll();
+        DB::createAndInitializeDB(5);
+        db = ourDB;
+        mySavedStatus = ourStatus;
+        ourStatus = 0x10600 | CPU_TRACING;
+        ourCpuTracingGeneration = 1;
+        ourTracingSettings.myAdaptive = false;
+        Filter::ourAlwaysWallTime = true;
+        base = getTimeNsForTracing();
+    }
+    void TearDown() override {
+        resetAll();
+        ourStatus = mySavedStatus;
+        Filter::ourAlwaysWallTime = false;
+        ourTracingSettings.myAdaptive = true;
+    }
+    static void resetAll() {
+        ThreadInfo::resetForTests();
+        DB::resetForTests();
+        CpuTracing::resetForTests();
+    }
+
+    ThreadInfo* newThread(const char* name) {
+        ThreadInfo* thread = new ThreadInfo(lock, ZString(name), ZString("main"), 0, 0, nullptr, false);
+        thread->onThreadStart(lock);
+        return thread;
+    }
+    int method(const char* name, const char* className = "p.C") {
+        return ZMethod::getByName(lock, className, name, "()", "void", "C.java", false);
+    }
+    std::string nameOf(int m) {
+        const char* text = StringPool::getString(lock, ZMethod::getRecord(m)->myName);
+        return text != nullptr ? text : "?";
+    }
+
+    // A node of the thread's own tree for a path of (method, line) calls.
+    int node(ThreadInfo* thread, const std::vector<std::pair<int, int>>& path) {
+        int current = 0;
+        for (const auto& call : path) {
+            current = thread->getNodeTree()->getChildNode(current, CodePointStorage::getCodePoint(lock, call.first,
+                                                                                                  call.second));
+        }
+        return current;
+    }
+
+    // ---- events, appended as the producer would ----
+    int generation() const { return ourCpuTracingGeneration; }
+    void enterWithStack(ThreadInfo* t, int nodeIndex, int64_t wall, int64_t cpu = 0) {
+        int32_t e[7] = {EVENT_METHOD_ENTER_WITH_STACK, nodeIndex, lowHalf(wall), highHalf(wall),
+                        lowHalf(cpu), highHalf(cpu), generation()};
+        t->addEvent(e, 7, true);
+    }
+    void enter(ThreadInfo* t, int m, int64_t time, int line = 0, int gen = -1) {
+        int32_t e[6] = {EVENT_METHOD_ENTER, m, lowHalf(time), highHalf(time), gen < 0 ? generation() : gen, line};
+        t->addEvent(e, 6, true);
+    }
+    void exit(ThreadInfo* t, int m, int64_t time, int gen = -1) {
+        int32_t e[5] = {EVENT_METHOD_EXIT, m, lowHalf(time), highHalf(time), gen < 0 ? generation() : gen};
+        t->addEvent(e, 5, true);
+    }
+    void play(ThreadInfo* t) { t->playEvents(lock); }
+
+    // The thread's measured frames by path "a/b@3/c" (a call's line after "@").
+    std::map<std::string, FrameMeasure> tree(int tfiIndex) {
+        std::map<std::string, FrameMeasure> result;
+        db->getThreadFrameTable()->forEachRecord([&](long long index, ThreadFrameRecord& link) {
+            if (link.myStamp < 1 || link.myTFIIndex != tfiIndex) return;
+            CpuProfilingRecord* cpu = db->getCpuProfilingTable()->getPtr((int)index, false);
+            if (cpu == nullptr || cpu->myStamp < 1) return;
+            result[pathOf(link.myFrame)] = {cpu->myTime, cpu->myInvocations};
+        });
+        return result;
+    }
+    std::map<std::string, FrameMeasure> tree(ThreadInfo* t) { return tree(t->getTFIIndex()); }
+    std::string pathOf(int frame) {
+        std::string path;
+        for (int f = frame; f >= 1; f = ZFrameStorage::getParent(f)) {
+            int point = db->getFrameTable()->getPtr(f, false)->myCodePoint;
+            std::string part = nameOf(CodePointStorage::getMethod(point));
+            int line = CodePointStorage::getLine(point);
+            if (line > 0) part += "@" + std::to_string(line);
+            path = path.empty() ? part : part + "/" + path;
+        }
+        return path;
+    }
+
+    // Messages of the captured log that begin with `prefix`.
+    static std::vector<std::string> logged(const CapturedLog& log, const std::string& prefix) {
+        std::vector<std::string> found;
+        for (const std::string& message : log.messages()) {
+            if (message.compare(0, prefix.size(), prefix) == 0) found.push_back(message);
+        }
+        return found;
+    }
+
+    LockHolder lock{&ourLock, "test"};
+    DB* db = nullptr;
+    int64_t base = 0;
+    uint64_t mySavedStatus = 0;
+};
