@@ -2,6 +2,7 @@
 // modes. Each joint does what its stage offers.
 #include "agent/AgentLoad.h"
 #include "agent/Logger.h"
+#include "agent/ModeControl.h"
 #include "db/DB.h"
 #include "foundation/ZLock.h"
 
@@ -9,13 +10,18 @@ void createDatabase(int telemetryLimit) {
     DB::createAndInitializeDB(telemetryLimit);
 }
 
-void advanceGenerationOnLoad(const LockHolder& lock, const char* description) {}
+void advanceGenerationOnLoad(const LockHolder& lock, const char* description) {
+    Generations::advanceGeneration(lock, ZString(description));
+}
 
 int64_t getDatabaseSessionId() {
     return KZT_DB()->getSessionId();
 }
 
-void startCpuProfilingFromOptions(JNIEnv* env, int64_t modeWord) {}
+// A refusal is logged by the start itself.
+void startCpuProfilingFromOptions(JNIEnv* env, int64_t modeWord) {
+    startCpuProfiling(env, modeWord, nullptr);
+}
 
 void startAllocationRecordingFromOptions(JNIEnv* env) {}
 

@@ -368,15 +368,15 @@ public final class SnapshotReader {
         if (count < 0) {
             throw SnapshotFormatException.corrupt(countAt, "the row count " + count + " of " + name + " is negative");
         }
-        int firstIndex = table.slot() == Tables.TELE || table.slot() == Tables.TABLE_GENERATION ? 0 : 1;
-        long previous = (long) firstIndex - 1;
+        // Row 0 is not handed out, but it can be written: the root of the frame tree is stamped whenever a
+        // child is added to it.
+        long previous = -1;
         for (int i = 0; i < count; i++) {
             long rowAt = myIn.position();
             int index = myIn.readInt("the index of row " + i + " of " + name);
             if (index <= previous) {
                 throw SnapshotFormatException.corrupt(rowAt, "row " + i + " of " + name + " has the index " + index
-                        + (index < firstIndex ? ", below the first index " + firstIndex
-                                : ", not above the previous index " + previous));
+                        + (index < 0 ? ", below 0" : ", not above the previous index " + previous));
             }
             previous = index;
             String what = "row " + index + " of " + name;

@@ -1,0 +1,214 @@
+// The CPU mode switches and the simple status switches, as natives of
+// com.corvane.runtime.Callback. Every switch takes ourLock; work that needs
+// running Java (setting up tracing, redefining the callback class) is done
+// outside it.
+#include "agent/ModeControl.h"
+
+#include "agent/AgentState.h"
+#include "agent/JvmGlue.h"
+#include "agent/Logger.h"
+#include "agent/NativeTable.h"
+#include "agent/Options.h"
+#include "db/DB.h"
+#include "foundation/UptimeProvider.h"
+#include "recording/CpuTracing.h"
+#include "recording/ThreadInfo.h"
+#include "recording/TracingSettings.h"
+
+#if __has_include("instrumentation/Instrumentation.h")
+#include "instrumentation/Instrumentation.h"
+#define KZT_HAS_INSTRUMENTATION 1
+#endif
+
+#define NATIVE(name) Java_com_corvane_runtime_Callback_##name
+
+// The callback class takes the stubs of the modes now in ourStatus.
+static void redefineCallbackForModes(JNIEnv* env) {
+#ifdef KZT_HAS_INSTRUMENTATION
+    redefineCallback(env);
+#endif
+}
+
+static const char* cpuModeDisplayName(int64_t mode) {
+    if (mode == (int64_t)CPU_TRACING) return "CPU tracing";
+    if (mode == (int64_t)CPU_CALL_COUNTING) return "Call counting";
+    return "CPU sampling";
+}
+
+static const char* cpuModeLowerCaseName(int64_t mode) {
+    if (mode == (int64_t)CPU_TRACING) return "CPU tracing";
+    if (mode == (int64_t)CPU_CALL_COUNTING) return "call counting";
+    return "CPU sampling";
+}
+
+// The settings text in effect for the mode, with the wall-time filters reloaded.
+static ZString readCpuProfilingSettingsAndReloadFilters(const LockHolder& lock, int64_t mode,
+                                                        const ZString* text) {
+    if (mode != (int64_t)CPU_TRACING) {
+        // Call counting measures no time; sampling keeps its own settings.
+        Filter::reloadFilters(lock, ZVectorSafe<ZString>());
+        return ZString();
+    }
+    ZString settings = getTracingSettingsText(text);
+    ourTracingSettings.setFromText(settings);
+    Filter::reloadFilters(lock, ourTracingSettings.myWallTimeSpecs);
+    return settings;
+}
+
+// Java half: makes Unsafe ready for the line stubs; false without it.
+static bool setupTracingInJava(JNIEnv* env) {
+    jclass core = env->FindClass("com/corvane/runtime/Core");
+    jmethodID setup = core != nullptr ? env->GetStaticMethodID(core, "setupTracing", "()Z") : nullptr;
+    if (setup == nullptr) {
+        env->ExceptionClear();
+        if (core != nullptr) env->DeleteLocalRef(core);
+        return false;
+    }
+    jboolean result = env->CallStaticBooleanMethod(core, setup);
+    if (env->ExceptionCheck()) {
+        env->ExceptionClear();
+        result = JNI_FALSE;
+    }
+    env->DeleteLocalRef(core);
+    return result == JNI_TRUE;
+}
+
+static ZString startCpuProfilingImpl(JNIEnv* env, int64_t mode, const ZString* settings) {
+    bool tracing = mode == (int64_t)CPU_TRACING;
+    bool counting = mode == (int64_t)CPU_CALL_COUNTING;
+    // Counting needs the striped counters of the counting support.
+    if (counting) return ZString("call counting is not available in this JVM");
+    {
+        LockHolder lock(&ourLock, LOCK_SITE);
+        CpuTracingPseudoLockScope pseudoLock(lock);
+        uint64_t running = ourStatus & CPU_PROFILING_MASK;
+        // Modes exclude each other: a second start is refused, not switched.
+        if (running == CPU_CALL_COUNTING) return ZString("CPU profiling (call counting) already started");
+        if (running == CPU_TRACING) return ZString("CPU profiling (tracing) already started");
+        if (running != 0) return ZString("CPU profiling (sampling) already started");
+        CpuTracing::clearCpuDataImpl(lock);
+        readCpuProfilingSettingsAndReloadFilters(lock, mode, settings);
+        ourStatus = (ourStatus & ~(CPU_PROFILING_MASK | SAMPLING_MODE_MASK)) | (uint64_t)mode;
+        ourLastCpuProfilingMode = mode;
+        ourCpuTracingGeneration = ourCpuTracingGeneration + 1;
+    }
+    if (tracing) {
+        Logger::message("Setting up tracing...");
+        ourTracingCanSetLineNumbers = setupTracingInJava(env);
+        if (!ourTracingCanSetLineNumbers) Logger::message("warning: lines not available (no Unsafe)");
+    }
+    if (tracing || counting) {
+        LockHolder lock(&ourLock, LOCK_SITE);
+        redefineCallbackForModes(env);
+    }
+    return ZString();
+}
+
+ZString startCpuProfiling(JNIEnv* env, int64_t mode, const ZString* settings) {
+    bool valid = (mode & ~(int64_t)SAMPLING_MODE_MASK) == (int64_t)CPU_SAMPLING || mode == (int64_t)CPU_TRACING ||
+                 mode == (int64_t)CPU_CALL_COUNTING;
+    if (!valid) return ZString("Invalid mode: ") + ZString::fromLong(mode);
+    bool instrumented = mode == (int64_t)CPU_TRACING || mode == (int64_t)CPU_CALL_COUNTING;
+    if (instrumented && (ourCapabilities & CAP_TRACING) == 0) {
+        return ZString(cpuModeDisplayName(mode)) + " was disabled with startup option 'disabletracing' or 'disableall'";
+    }
+    ZString failure = startCpuProfilingImpl(env, mode, settings);
+    if (!failure.isEmpty()) {
+        ZString text = ZString("Cannot start ") + cpuModeLowerCaseName(mode) + ": " + failure;
+        Logger::message(text);
+        return text;
+    }
+    Logger::message(ZString(cpuModeDisplayName(mode)) + " started");
+    return ZString();
+}
+
+void stopCpuProfiling(JNIEnv* env, bool force) {
+    {
+        LockHolder lock(&ourLock, LOCK_SITE);
+        CpuTracingPseudoLockScope pseudoLock(lock);
+        uint64_t running = ourStatus & CPU_PROFILING_MASK;
+        if (running == 0) return;
+        ourCpuProfilingStopNs = ourUptimeProvider.getUptimeNs();
+        CpuTracing::stopTracingThreads(lock);
+        ourStatus &= ~(CPU_PROFILING_MASK | SAMPLING_MODE_MASK);
+        if (running == CPU_TRACING || running == CPU_CALL_COUNTING) redefineCallbackForModes(env);
+    }
+    Logger::message("CPU profiling stopped");
+}
+
+static void switchStatusBit(uint64_t bit, bool on, const char* message) {
+    {
+        LockHolder lock(&ourLock, LOCK_SITE);
+        if (on) ourStatus |= bit;
+        else ourStatus &= ~bit;
+    }
+    Logger::message(message);
+}
+
+extern "C" {
+
+JNIEXPORT jstring JNICALL NATIVE(startCpuProfiling)(JNIEnv* env, jclass, jlong mode, jstring jsettings) {
+    KZT_NATIVE_BEGIN
+    ZString settings = createZS(env, jsettings);
+    ZString result = startCpuProfiling(env, mode, jsettings != nullptr ? &settings : nullptr);
+    return result.isEmpty() ? nullptr : newJavaString(env, result);
+    KZT_NATIVE_END(env, nullptr)
+}
+
+JNIEXPORT void JNICALL NATIVE(stopCpuProfiling)(JNIEnv* env, jclass, jboolean force) {
+    KZT_NATIVE_BEGIN
+    stopCpuProfiling(env, force == JNI_TRUE);
+    KZT_NATIVE_END(env, )
+}
+
+JNIEXPORT void JNICALL NATIVE(clearCpuData)(JNIEnv* env, jclass) {
+    KZT_NATIVE_BEGIN
+    {
+        LockHolder lock(&ourLock, LOCK_SITE);
+        CpuTracing::clearCpuDataImpl(lock);
+    }
+    Logger::message("CPU profiling data cleared");
+    KZT_NATIVE_END(env, )
+}
+
+JNIEXPORT void JNICALL NATIVE(advanceGeneration)(JNIEnv* env, jclass, jstring description) {
+    KZT_NATIVE_BEGIN
+    ZString text = createZS(env, description);
+    {
+        LockHolder lock(&ourLock, LOCK_SITE);
+        Generations::advanceGeneration(lock, text);
+    }
+    Logger::message("Generation advanced");
+    KZT_NATIVE_END(env, )
+}
+
+JNIEXPORT void JNICALL NATIVE(startStackTelemetry)(JNIEnv* env, jclass) {
+    switchStatusBit(STATUS_STACK_TELEMETRY, true, "Stack telemetry started");
+}
+
+JNIEXPORT void JNICALL NATIVE(stopStackTelemetry)(JNIEnv* env, jclass) {
+    switchStatusBit(STATUS_STACK_TELEMETRY, false, "Stack telemetry stopped");
+}
+
+JNIEXPORT void JNICALL NATIVE(startExceptionProfiling)(JNIEnv* env, jclass) {
+    switchStatusBit(STATUS_EXCEPTION_TELEMETRY, true, "Exception profiling started");
+}
+
+JNIEXPORT void JNICALL NATIVE(stopExceptionProfiling)(JNIEnv* env, jclass) {
+    switchStatusBit(STATUS_EXCEPTION_TELEMETRY, false, "Exception profiling stopped");
+}
+
+}  // extern "C"
+
+static const JNINativeMethod ourModeControlNatives[] = {
+    KZT_NATIVE_ROW(advanceGeneration, "(Ljava/lang/String;)V"),
+    KZT_NATIVE_ROW(clearCpuData, "()V"),
+    KZT_NATIVE_ROW(startCpuProfiling, "(JLjava/lang/String;)Ljava/lang/String;"),
+    KZT_NATIVE_ROW(startExceptionProfiling, "()V"),
+    KZT_NATIVE_ROW(startStackTelemetry, "()V"),
+    KZT_NATIVE_ROW(stopCpuProfiling, "(Z)V"),
+    KZT_NATIVE_ROW(stopExceptionProfiling, "()V"),
+    KZT_NATIVE_ROW(stopStackTelemetry, "()V"),
+};
+
+KZT_NATIVE_GROUP(modeControl, ourModeControlNatives);
