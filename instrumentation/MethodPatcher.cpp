@@ -430,7 +430,26 @@ void logLargeMethod(const ClassContext& c, int codeLength, bool tracingOn) {
                     ZString::fromLong(codeLength) + " " + c.fullName + "." + c.name + c.parameters);
 }
 
-int getLine(LineNumberTableAttribute* lines, int pc) { return lines == nullptr ? 0 : lines->getLineNumber(pc); }
+// Lines of the insertion points, asked in increasing pc order: the same
+// answer as LineNumberTableAttribute::getLineNumber (the last entry before
+// the first one that starts above pc, in table order), in one walk.
+class LineCursor {
+public:
+    explicit LineCursor(LineNumberTableAttribute* lines) : myLines(lines), myNext(0), myLine(0) {}
+    int lineAt(int pc) {
+        if (myLines == nullptr) return 0;
+        while (myNext < myLines->getCount() && myLines->getLine(myNext).startPc <= pc) {
+            myLine = myLines->getLine(myNext).lineNumber;
+            myNext++;
+        }
+        return myLine;
+    }
+
+private:
+    LineNumberTableAttribute* myLines;
+    int myNext;
+    int myLine;
+};
 
 bool instrumentForTracingAndAllocationImpl(ClassContext& c, int methodId, int lineRef, bool withAllocation,
                                            bool withTracing) {
@@ -539,9 +558,10 @@ bool instrumentForTracingAndAllocationImpl(ClassContext& c, int methodId, int li
         k.callCounterConstant = cf->findOrCreateLongInfo(ourCountingJoint.getCallCounterAddress(c.lock, methodId));
     }
     s.uninitializedToDuplicate.clear();
+    LineCursor lines(lineTable);
     for (int r = 0; r < s.records.getSize(); r++) {
         const Record& record = s.records[r];
-        int line = getLine(lineTable, record.oldOffset);
+        int line = lines.lineAt(record.oldOffset);
         CodeWriter w(out, record.newOffset);
         int before = 0;
         if (record.kind == KIND_EXIT) {
