@@ -11,23 +11,13 @@
 #include "agent/Options.h"
 #include "db/DB.h"
 #include "foundation/UptimeProvider.h"
+#include "instrumentation/Instrumentation.h"
 #include "recording/CpuTracing.h"
 #include "recording/ThreadInfo.h"
 #include "recording/TracingSettings.h"
 
-#if __has_include("instrumentation/Instrumentation.h")
-#include "instrumentation/Instrumentation.h"
-#define KZT_HAS_INSTRUMENTATION 1
-#endif
 
 #define NATIVE(name) Java_com_corvane_runtime_Callback_##name
-
-// The callback class takes the stubs of the modes now in ourStatus.
-static void redefineCallbackForModes(JNIEnv* env) {
-#ifdef KZT_HAS_INSTRUMENTATION
-    redefineCallback(env);
-#endif
-}
 
 static const char* cpuModeDisplayName(int64_t mode) {
     if (mode == (int64_t)CPU_TRACING) return "CPU tracing";
@@ -96,10 +86,14 @@ static ZString startCpuProfilingImpl(JNIEnv* env, int64_t mode, const ZString* s
         Logger::message("Setting up tracing...");
         ourTracingCanSetLineNumbers = setupTracingInJava(env);
         if (!ourTracingCanSetLineNumbers) Logger::message("warning: lines not available (no Unsafe)");
+        retransformClassesWithLargeMethods(env);
     }
     if (tracing || counting) {
-        LockHolder lock(&ourLock, LOCK_SITE);
-        redefineCallbackForModes(env);
+        {
+            LockHolder lock(&ourLock, LOCK_SITE);
+            redefineCallback(env);
+        }
+        retransformClassesLoadedBeforeAgentAttached(env);
     }
     return ZString();
 }
@@ -123,16 +117,19 @@ ZString startCpuProfiling(JNIEnv* env, int64_t mode, const ZString* settings) {
 }
 
 void stopCpuProfiling(JNIEnv* env, bool force) {
+    uint64_t running;
     {
         LockHolder lock(&ourLock, LOCK_SITE);
         CpuTracingPseudoLockScope pseudoLock(lock);
-        uint64_t running = ourStatus & CPU_PROFILING_MASK;
+        running = ourStatus & CPU_PROFILING_MASK;
         if (running == 0) return;
         ourCpuProfilingStopNs = ourUptimeProvider.getUptimeNs();
         CpuTracing::stopTracingThreads(lock);
         ourStatus &= ~(CPU_PROFILING_MASK | SAMPLING_MODE_MASK);
-        if (running == CPU_TRACING || running == CPU_CALL_COUNTING) redefineCallbackForModes(env);
+        if (running == CPU_TRACING || running == CPU_CALL_COUNTING) redefineCallback(env);
     }
+    // Line calls of the largest methods go with tracing.
+    if (running == CPU_TRACING) retransformClassesWithLargeMethods(env);
     Logger::message("CPU profiling stopped");
 }
 

@@ -5,8 +5,10 @@
 #include "agent/Options.h"
 #include "db/DB.h"
 #include "foundation/UptimeProvider.h"
+#include "instrumentation/InstrumentationJoints.h"
 #include "recording/EventEncoding.h"
 #include "recording/ThreadInfo.h"
+#include "recording/TracingSettings.h"
 #include "snapshot/TableStream.h"
 
 volatile int32_t ourCpuTracingGeneration = 0;
@@ -130,3 +132,17 @@ static void setProperties(const LockHolder& lock, JNIEnv* env, int tableMask) {
 
 static const SnapshotParticipant ourCpuTracingParticipant = {beginCapture, endCapture, setProperties};
 static const bool ourParticipantRegistered = (registerSnapshotParticipant(&ourCpuTracingParticipant), true);
+
+// ---- What the instrumentation asks of tracing ----
+
+static bool isAdaptiveTracing() {
+    return ourTracingSettings.myAdaptive;
+}
+
+static bool canSetLineNumbers() {
+    return ourTracingCanSetLineNumbers;
+}
+
+static const bool ourJointsInstalled =
+    (ourRecordingJoint.isAdaptiveTracing = isAdaptiveTracing, ourRecordingJoint.canSetLineNumbers = canSetLineNumbers,
+     true);
