@@ -5,6 +5,8 @@
 #include "agent/AgentState.h"
 #include "agent/Logger.h"
 #include "instrumentation/Instrumentation.h"
+#include "recording/CpuTracing.h"
+#include "recording/ThreadInfo.h"
 
 void JNICALL object_free_handler(jvmtiEnv* jvmti, jlong tag) {}
 void JNICALL object_free_handler_JVMTI_ClassUnload(jvmtiEnv* jvmti, jlong tag) {}
@@ -56,7 +58,17 @@ void JNICALL monitorWaited(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jobject
 
 void JNICALL exception_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jmethodID method,
                                jlocation location, jobject exception, jmethodID catchMethod,
-                               jlocation catchLocation) {}
+                               jlocation catchLocation) {
+    try {
+        // The frames it unwinds send no exits: the thread's next method event brings its whole stack.
+        if (isCpuTracingActive()) {
+            ThreadInfo* info = getThreadInfoJvmti(env, thread);
+            if (info != nullptr) info->clearTracingEventWords();
+        }
+    } catch (...) {
+        Logger::exceptionCaught(__FILE__, __LINE__);
+    }
+}
 
 void JNICALL exception_catch(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jmethodID method,
                              jlocation location, jobject exception) {}
