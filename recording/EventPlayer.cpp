@@ -100,6 +100,7 @@ void ThreadInfo::resetStack() {
     myTimeStack.clear();
     myLastExceptionId = 0;
     myLastExceptionRow = 0;
+    myCachedRecordFrame = -1;
 }
 
 void ThreadInfo::playMethodEnter1(const LockHolder& lock, int node, int64_t wallTime, int64_t cpuTime,
@@ -127,12 +128,26 @@ void ThreadInfo::playMethodEnter2(const LockHolder& lock, int method, int64_t ti
         if (isTracingDebug()) Logger::message(methodText("warning: p_m_enter: 2: ", method));
         return;
     }
-    int frame = ZFrameStorage::getChild(lock, myCurrentFrame, method, line);
+    if (myCallCache == nullptr) {
+        myCallCache = new CallCacheEntry[CALL_CACHE_SIZE];
+        for (int i = 0; i < CALL_CACHE_SIZE; i++) myCallCache[i] = {-2, 0, 0, 0, 0, nullptr};
+    }
+    uint32_t hash = (uint32_t)myCurrentFrame * 31u + (uint32_t)method * 7u + (uint32_t)line;
+    CallCacheEntry& call = myCallCache[hash & (CALL_CACHE_SIZE - 1)];
+    if (call.myParent != myCurrentFrame || call.myMethod != method || call.myLine != line) {
+        // Frames live for the whole run: only the record needs checking later.
+        call = {myCurrentFrame, method, line, ZFrameStorage::getChild(lock, myCurrentFrame, method, line), 0, nullptr};
+    }
+    if (call.myRecord == nullptr || call.myGeneration != ourCpuTracingGeneration) {
+        call.myRecord = getCpuProfilingRecord(lock, call.myFrame);
+        call.myGeneration = ourCpuTracingGeneration;
+    }
     myTimeStack.push(time);
-    myCurrentFrame = frame;
-    CpuProfilingRecord* record = getCpuProfilingRecord(lock, frame);
-    record->myInvocations++;
-    stampRecord(record);
+    myCurrentFrame = call.myFrame;
+    myCachedRecordFrame = call.myFrame;
+    myCachedRecord = call.myRecord;
+    call.myRecord->myInvocations++;
+    stampRecord(call.myRecord);
 }
 
 void ThreadInfo::playMethodExit(const LockHolder& lock, int method, int64_t time, int generation) {
@@ -149,8 +164,10 @@ void ThreadInfo::playMethodExit(const LockHolder& lock, int method, int64_t time
         return;
     }
     int frame = myCurrentFrame;
+    const FrameRecord* frameRecord;
     for (;;) {
-        int frameMethod = ZFrameStorage::getMethodByFrame(frame);
+        frameRecord = ourFrameTable->getPtr(frame, true);
+        int frameMethod = CodePointStorage::getMethod(frameRecord->myCodePoint);
         if (frameMethod == method) break;
         if ((ZMethod::getFlags(frameMethod) & METHOD_FLAG_EXCLUDED) == 0) {
             // The stream and the tree disagree: close what is open, start over.
@@ -169,7 +186,7 @@ void ThreadInfo::playMethodExit(const LockHolder& lock, int method, int64_t time
         }
         int sizeBefore = myTimeStack.getSize();
         myTimeStack.pop();
-        int parent = ZFrameStorage::getParent(frame);
+        int parent = frameRecord->myParent;
         myCurrentFrame = parent;
         if (parent < 1 || sizeBefore == 1) {
             resetStack();
@@ -180,7 +197,7 @@ void ThreadInfo::playMethodExit(const LockHolder& lock, int method, int64_t time
         }
         frame = parent;
     }
-    myCurrentFrame = ZFrameStorage::getParent(frame);
+    myCurrentFrame = frameRecord->myParent;
     if (myTimeStack.isEmpty()) {
         resetStack();
         ZString text = methodText("warning: p_m_exit: 4: ", method);

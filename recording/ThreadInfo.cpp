@@ -23,7 +23,8 @@ ThreadInfo::ThreadInfo(const LockHolder& lock, const ZString& name, const ZStrin
       myCreatedObjectCount(0), myCreatedObjectSize(0), myAgentThread(false), myExcludedFromTracing(false),
       myExcludedFromSampling(false), myNameKnown(false), myDaemon(daemon), myGroupName(group), myTouched(false),
       myNameStrId(-1), myPendingExceptionClass(-1), myPendingThrowNode(-1), myCurrentFrame(-1),
-      myLastExceptionId(0), myLastExceptionRow(0), myLastWallSampleTime(0), myLastCpuSampleTime(0) {
+      myLastExceptionId(0), myLastExceptionRow(0), myLastWallSampleTime(0), myLastCpuSampleTime(0),
+      myCachedRecordFrame(-1), myCachedRecord(nullptr), myCallCache(nullptr) {
     DB* db = KZT_DB();
     // Java code reaches the pending line through this address.
     KZT_ASSERT(((uintptr_t)this & 3) == 0);
@@ -52,6 +53,7 @@ ThreadInfo::~ThreadInfo() {
     ourCreatedObjectCountInDeadThreads += myCreatedObjectCount;
     ourCreatedObjectSizeInDeadThreads += myCreatedObjectSize;
     delete[] myEventBuffer;
+    delete[] myCallCache;
     delete myNodeTree;
     delete myNodeToFrame;
 }
@@ -167,9 +169,12 @@ void ThreadInfo::addEvent(const int32_t* elements, int count, bool lockNeeded) {
 }
 
 CpuProfilingRecord* ThreadInfo::getCpuProfilingRecord(const LockHolder& lock, int frame) {
+    if (frame == myCachedRecordFrame) return myCachedRecord;
     DB* db = KZT_DB();
     int index = db->getThreadFrameIndex()->getTFI(lock, myTFIIndex, frame, true);
-    return db->getCpuProfilingTable()->getPtr(index, true);
+    myCachedRecord = db->getCpuProfilingTable()->getPtr(index, true);
+    myCachedRecordFrame = frame;
+    return myCachedRecord;
 }
 
 void ThreadInfo::resetSampleTimes() {

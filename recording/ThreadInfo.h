@@ -163,6 +163,23 @@ private:
     int32_t myLastExceptionRow;
     int64_t myLastWallSampleTime;
     int64_t myLastCpuSampleTime;
+    // The record of the frame last looked up: a leaf call's exit finds the
+    // record of its entry. Records never move; a clear of the table resets
+    // every stack and with it this.
+    int32_t myCachedRecordFrame;
+    CpuProfilingRecord* myCachedRecord;
+    // Recent calls (parent frame, method, line) with their frame and record,
+    // so that a call repeated in a loop costs no walk of the shared tree.
+    struct CallCacheEntry {
+        int32_t myParent;
+        int32_t myMethod;
+        int32_t myLine;
+        int32_t myFrame;
+        int32_t myGeneration;  // the record is valid while the tracing generation is
+        CpuProfilingRecord* myRecord;
+    };
+    static constexpr int CALL_CACHE_SIZE = 64;
+    CallCacheEntry* myCallCache;
 };
 
 // Started, unfinished threads.

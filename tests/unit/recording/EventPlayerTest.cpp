@@ -272,6 +272,12 @@ TEST_F(RecordingTest, AClearMakesBufferedEventsStaleAndEmptiesTheTable) {
     play(t);
     EXPECT_TRUE(tree(t).empty());
     EXPECT_EQ(1u, logged(log, "warning: p_m_exit: 1: ").size());
+    // The same calls again land in the new table, not in records of the old one.
+    enterWithStack(t, node(t, {{main, 0}}), base + 50);
+    enter(t, a, base + 60);
+    exit(t, a, base + 65);
+    play(t);
+    EXPECT_EQ((Tree{{"main", {0, 1}}, {"main/a", {5, 1}}}), tree(t));
 }
 
 TEST_F(RecordingTest, ACaptureClosesOpenFramesAndReopensThemWithoutCounting) {
