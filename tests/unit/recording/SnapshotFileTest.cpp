@@ -206,3 +206,48 @@ TEST_F(SnapshotFileTest, SnapshotsAreFoundByFileName) {
     EXPECT_EQ(2, SnapshotFile::findSnapshot(lock, ZString("/tmp/b.snapshot")));
     EXPECT_EQ(0, SnapshotFile::findSnapshot(lock, ZString("/tmp/c.snapshot")));
 }
+
+namespace {
+
+class BytesWriter : public AbstractWriter {
+public:
+    BytesWriter() : AbstractWriter(256, true, true) {}
+    void flush() override {
+        bytes.insert(bytes.end(), getBuffer(), getBuffer() + getPosition());
+        discardBuffer();
+    }
+    std::vector<uint8_t> bytes;
+};
+
+int32_t intAt(const std::vector<uint8_t>& bytes, size_t at) {
+    return (int32_t)(bytes[at] | bytes[at + 1] << 8 | bytes[at + 2] << 16 | (uint32_t)bytes[at + 3] << 24);
+}
+
+}  // namespace
+
+TEST_F(SnapshotFileTest, ALiveDeltaHoldsTheTablesOfTheMaskWithRowsNewerThanTheirStamps) {
+    ThreadInfo* t = newThread("worker");
+    int main = method("main");
+    enterWithStack(t, node(t, {{main, 0}}), base);
+    play(t);
+    db->advanceGeneration();
+    int before = db->getCurrentGeneration() - 1;
+    int later = method("later");  // a method row of the new generation
+    BytesWriter writer;
+    Progress progress(-1);
+    int since[FIXED_TABLE_COUNT] = {};
+    since[TABLE_METHOD] = before;
+    writeTables(lock, nullptr, db, writer, (1 << TABLE_METHOD) | (1 << TABLE_CPU_PROFILING), 0, 0, &progress, since,
+                false);
+    writer.flush();
+    const std::vector<uint8_t>& bytes = writer.bytes;
+    // No kind bytes: slot, count, rows; least significant byte first.
+    ASSERT_GE(bytes.size(), 12u);
+    EXPECT_EQ(TABLE_METHOD, intAt(bytes, 0));
+    EXPECT_EQ(1, intAt(bytes, 4));
+    EXPECT_EQ(later, intAt(bytes, 8));
+    size_t cpuAt = 8 + 4 + 4 + 24;
+    EXPECT_EQ(TABLE_CPU_PROFILING, intAt(bytes, cpuAt));
+    EXPECT_EQ(1, intAt(bytes, cpuAt + 4));
+    EXPECT_EQ(cpuAt + 8 + 8 + 16, bytes.size());
+}
