@@ -60,7 +60,7 @@ void SnapshotFile::writeHeader(const LockHolder& lock, SnapshotWriter& writer, i
 }
 
 ZString SnapshotFile::writeSnapshotNew(const LockHolder& lock, JNIEnv* env, int fd, int progressFd,
-                                       const ZString& path, int64_t flags) {
+                                       const ZString& path, int64_t flags, InstanceCounting* instanceCounting) {
     Logger::messageWithStats(ZString("WSN: starting ") + path);
     DB* db = KZT_DB();
     Progress progress((flags & SNAPSHOT_FLAG_NO_PROGRESS) != 0 ? -1 : progressFd);
@@ -69,6 +69,7 @@ ZString SnapshotFile::writeSnapshotNew(const LockHolder& lock, JNIEnv* env, int 
     if (ourOptions.isInternalOption("_dump_stack")) Logger::dumpStack("_dump_stack: write header");
     progress.updateProgressImpl(1);
 
+    if (instanceCounting != nullptr) instanceCounting->updateDatabase(lock, db);
     writer.beginTag(SNAPSHOT_TAG_BLOCK);
     writeTables(lock, env, db, writer, ALL_TABLES_MASK, 10, 90, &progress, nullptr, true);
     writer.endTag();
@@ -122,7 +123,10 @@ ZString SnapshotFile::captureSnapshotJVMTI(JNIEnv* env, const ZString& path, int
     ZString error;
     try {
         ParticipantsCapture capture(lock);
-        error = writeSnapshotNew(lock, env, fd, progressFd, path, flags);
+        InstanceCounting instanceCounting;
+        bool counting = InstanceCounting::isWanted((flags & SNAPSHOT_FLAG_MEMORY) != 0);
+        if (counting) instanceCounting.gatherClassInstanceStatistics(lock, env);
+        error = writeSnapshotNew(lock, env, fd, progressFd, path, flags, counting ? &instanceCounting : nullptr);
     } catch (...) {
         // The other threads must go on whatever happened.
         resumeThreads(env, suspended);

@@ -8,6 +8,7 @@
 
 #include "foundation/ZLock.h"
 #include "foundation/ZString.h"
+#include "snapshot/InstanceCounting.h"
 #include "snapshot/SnapshotWriter.h"
 
 // Record tags and item kinds.
@@ -38,9 +39,10 @@ public:
     static int64_t formSnapshotFlags(int64_t flags);
     // Magic, revision, time and the header block.
     static void writeHeader(const LockHolder& lock, SnapshotWriter& writer, int64_t flags, int64_t creationTimeMs);
-    // The whole file on `fd`; an error text, or empty. Performance snapshots only.
+    // The whole file on `fd`; an error text, or empty. Performance snapshots
+    // only. `instanceCounting` may be null.
     static ZString writeSnapshotNew(const LockHolder& lock, JNIEnv* env, int fd, int progressFd, const ZString& path,
-                                    int64_t flags);
+                                    int64_t flags, InstanceCounting* instanceCounting);
     // Takes ourLock, suspends the other threads, brings every participant's
     // data in, writes, and resumes. An error text (the file is then deleted
     // unless "_keep_broken"), or empty.

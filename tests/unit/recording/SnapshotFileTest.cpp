@@ -69,7 +69,7 @@ protected:
         ZString error;
         {
             ParticipantsCapture capture(lock);
-            error = SnapshotFile::writeSnapshotNew(lock, nullptr, fd, -1, ZString(myPath.c_str()), flags);
+            error = SnapshotFile::writeSnapshotNew(lock, nullptr, fd, -1, ZString(myPath.c_str()), flags, nullptr);
         }
         close(fd);
         return error;
@@ -186,7 +186,7 @@ TEST_F(SnapshotFileTest, APerformanceSnapshotIsHeaderAndTablesAndNothingElse) {
 TEST_F(SnapshotFileTest, AWriteFailureIsReturnedAsText) {
     int fd = open("/dev/full", O_WRONLY);
     ASSERT_GE(fd, 0);
-    ZString error = SnapshotFile::writeSnapshotNew(lock, nullptr, fd, -1, ZString("/dev/full"), 0);
+    ZString error = SnapshotFile::writeSnapshotNew(lock, nullptr, fd, -1, ZString("/dev/full"), 0, nullptr);
     close(fd);
     EXPECT_EQ(ZString("No space left on device"), error);
 }

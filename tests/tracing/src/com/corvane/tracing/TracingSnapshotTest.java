@@ -171,6 +171,9 @@ class TracingSnapshotTest {
                 slept / 1e6, measured.get("sleeper") / 1e6, spun / 1e6, measured.get("spinner") / 1e6);
 
         checkMerging(snapshot);
+        // The heap is counted by class at the capture.
+        assertTrue(snapshot.tables().instanceCounts.liveEntries().stream()
+                .anyMatch(e -> "java.lang.String".equals(snapshot.string(e.row().className())) && e.row().count() > 0));
     }
 
     // Threads ended in this order: early, short-1 .. short-20, the workers. With the limit L, the first
