@@ -195,6 +195,27 @@ JNIEXPORT void JNICALL NATIVE(stopExceptionProfiling)(JNIEnv* env, jclass) {
     switchStatusBit(STATUS_EXCEPTION_TELEMETRY, false, "Exception profiling stopped");
 }
 
+JNIEXPORT void JNICALL NATIVE(storeTelemetryRecord)(JNIEnv* env, jclass, jintArray jconstants, jintArray jvalues,
+                                                   jintArray jkeys, jintArray jcustomValues) {
+    KZT_NATIVE_BEGIN
+    ZVector<int> constants, values, keys, customValues;
+    fillVectorFromJArray(env, jconstants, constants);
+    fillVectorFromJArray(env, jvalues, values);
+    fillVectorFromJArray(env, jkeys, keys);
+    fillVectorFromJArray(env, jcustomValues, customValues);
+    LockHolder lock(&ourLock, LOCK_SITE);
+    if (ourDB == nullptr) {
+        throwException(env, "must run with the profiler agent");
+        return;
+    }
+    if (ourOptions.isInternalOption("_crash_in_telemetry")) {
+        Logger::error("forced crash (_crash_in_telemetry)", __FILE__, __LINE__);
+    }
+    // Thread states come with the sampling of thread states; until then a row has none.
+    ourDB->storeTelemetrySample(lock, constants, values, keys, customValues, false);
+    KZT_NATIVE_END(env, )
+}
+
 }  // extern "C"
 
 static const JNINativeMethod ourModeControlNatives[] = {
@@ -206,6 +227,7 @@ static const JNINativeMethod ourModeControlNatives[] = {
     KZT_NATIVE_ROW(stopCpuProfiling, "(Z)V"),
     KZT_NATIVE_ROW(stopExceptionProfiling, "()V"),
     KZT_NATIVE_ROW(stopStackTelemetry, "()V"),
+    KZT_NATIVE_ROW(storeTelemetryRecord, "([I[I[I[I)V"),
 };
 
 KZT_NATIVE_GROUP(modeControl, ourModeControlNatives);

@@ -56,6 +56,9 @@ public class TracingControl {
         call("stopCpuProfiling", new Class<?>[] {boolean.class}, false);
         call("stopCpuProfiling", new Class<?>[] {boolean.class}, false);
         run('D', 400);
+        int[] telemetry = {10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 110, 0};
+        call("storeTelemetryRecord", new Class<?>[] {int[].class, int[].class, int[].class, int[].class}, new int[7],
+                telemetry, new int[0], new int[0]);
         System.out.println("capture " + call("captureSnapshot", new Class<?>[] {String.class, int.class, long.class},
                 args[0], -1, 0L));
         System.out.println("restart " + start(12, SETTINGS));

@@ -255,6 +255,9 @@ public final class Callback {
 
     public static native void stopExceptionProfiling();
 
+    /** One telemetry sample: built-in properties by position, the 12 values, custom (key, value) pairs. */
+    public static native void storeTelemetryRecord(int[] constants, int[] values, int[] keys, int[] customValues);
+
     // Snapshots and tables
     /** Null on success, else the error text; the file is then gone. */
     public static native String captureSnapshot(String path, int progressSocket, long flags);

@@ -237,7 +237,12 @@ class TracingSnapshotTest {
         assertTrue(run.log().contains("CPU profiling stopped"));
 
         // Taken while stopped: what was traced after the clear and before the stop.
-        CallTree atMiddle = treeOf(SnapshotReader.read(middle), "main");
+        Snapshot middleSnapshot = SnapshotReader.read(middle);
+        List<Table.Entry<com.corvane.snapshot.Rows.TelemetryRow>> samples =
+                middleSnapshot.tables().telemetry.liveEntries();
+        assertEquals(1, samples.size(), "the telemetry sample stored through the native");
+        assertEquals(110, samples.get(0).row().values()[10]);
+        CallTree atMiddle = treeOf(middleSnapshot, "main");
         assertEquals(0, atMiddle.invocationsOf("TracingControl.phaseA"));
         assertEquals(0, atMiddle.invocationsOf("TracingControl.phaseB"));
         assertEquals(300, atMiddle.invocationsOf("TracingControl.phaseC"));
