@@ -15,6 +15,7 @@
 #include "recording/CpuTracing.h"
 #include "recording/ThreadInfo.h"
 #include "recording/TracingSettings.h"
+#include "snapshot/TableStream.h"
 
 
 #define NATIVE(name) Java_com_corvane_runtime_Callback_##name
@@ -132,6 +133,16 @@ void stopCpuProfiling(JNIEnv* env, bool force) {
     if (running == CPU_TRACING) retransformClassesWithLargeMethods(env);
     Logger::message("CPU profiling stopped");
 }
+
+// The last allocation mode started, 0 before any.
+static int64_t ourLastAllocationRecordingMode = 0;
+
+static void setModeProperties(const LockHolder& lock, JNIEnv* env, int tableMask) {
+    setLongProperty(lock, KZT_DB(), "kzt.last.allocation.recording.mode", ourLastAllocationRecordingMode);
+}
+
+static const SnapshotParticipant ourModeControlParticipant = {nullptr, nullptr, setModeProperties};
+static const bool ourParticipantRegistered = (registerSnapshotParticipant(&ourModeControlParticipant), true);
 
 static void switchStatusBit(uint64_t bit, bool on, const char* message) {
     {

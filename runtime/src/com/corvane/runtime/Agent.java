@@ -67,9 +67,7 @@ public final class Agent {
         for (String name : names) {
             String stem = name.endsWith(".mirror.hprof") ? name.substring(0, name.length() - ".mirror.hprof".length())
                     : name.lastIndexOf('.') > 0 ? name.substring(0, name.lastIndexOf('.')) : name;
-            if (stem.equals(base)) {
-                highest = Math.max(highest, 1);
-            } else if (stem.startsWith(base + "-")) {
+            if (stem.startsWith(base + "-")) {
                 try {
                     highest = Math.max(highest, Integer.parseInt(stem.substring(base.length() + 1)));
                 } catch (NumberFormatException e) {
