@@ -15,9 +15,10 @@ static const int ADAPTIVE_TRACING_CACHE_CAPACITY = 8000000;
 static const jlong ENTRY_RESULT_UNKNOWN = 0;
 static const jlong ENTRY_RESULT_NOT_TRACED = 1;
 
+// The live phase, from the flags the load sequence keeps: asking JVMTI for
+// the phase on every traced call would cost more than the call itself.
 static bool isLive() {
-    jvmtiPhase phase = JVMTI_PHASE_DEAD;
-    return ourJVMTI != nullptr && ourJVMTI->GetPhase(&phase) == JVMTI_ERROR_NONE && phase == JVMTI_PHASE_LIVE;
+    return ourVmInitCalled && !ourVmDeathCalled;
 }
 
 // From then on the Java side filters the method without a native call.
@@ -51,7 +52,7 @@ jint kztInitImpl(JNIEnv* env, jobject object, jclass klass, jlong size, jint cac
 }
 
 jlong kztMethodEntryImpl(JNIEnv* env, jint methodId) {
-    if (ourVmDeathCalled || (ourStatus & CPU_MODE_MASK) != CPU_TRACING || !isLive()) return ENTRY_RESULT_UNKNOWN;
+    if ((ourStatus & CPU_MODE_MASK) != CPU_TRACING || !isLive()) return ENTRY_RESULT_UNKNOWN;
     if ((ZMethod::getFlags(methodId) & METHOD_FLAG_EXCLUDED) != 0) {
         if (methodId < ADAPTIVE_TRACING_CACHE_CAPACITY) excludeByAdaptiveTracing(env, methodId);
         return ENTRY_RESULT_NOT_TRACED;
