@@ -1,9 +1,11 @@
 package com.corvane.commands;
 
+import com.corvane.profile.Profile;
 import com.corvane.report.Json;
 import com.corvane.report.Report;
 import com.corvane.report.TextReport;
 import java.nio.file.Path;
+import java.util.List;
 import java.util.Map;
 import java.util.concurrent.Callable;
 import picocli.CommandLine.Command;
@@ -13,9 +15,13 @@ import picocli.CommandLine.Parameters;
 @Command(name = "report", sortOptions = false, mixinStandardHelpOptions = true,
         description = {"Prints a summary, hot spots, threads and call tree of a snapshot.", "",
             "The summary tells session, JVM, modes and times; the hot spots own and total time per method, with"
-                + " call counts when tracing; then time per thread and the call tree of each thread.", ""},
+                + " call counts when tracing, overall and for each thread; then time per thread and the call tree of each"
+                + " thread. Tracing counts wall time by default, so threads that wait a lot show their waiting"
+                + " methods on top: the per-thread lists and --app-threads or --thread help there.", ""},
         footer = {"", "Examples:", "  corvane report app-2024-05-01-shutdown.snapshot",
-            "  corvane report --top 3 --depth 20 app.snapshot", "  corvane report --json app.snapshot > app.json"})
+            "  corvane report --top 3 --depth 20 app.snapshot",
+            "  corvane report --brief --app-threads --hotspots 10 app.snapshot",
+            "  corvane report --thread 'pool-*' --thread main app.snapshot", "  corvane report --json app.snapshot > app.json"})
 public final class ReportCommand implements Callable<Integer> {
     @Parameters(index = "0", paramLabel = "<snapshot>", description = "The snapshot file.")
     Path mySnapshot;
@@ -26,6 +32,22 @@ public final class ReportCommand implements Callable<Integer> {
     @Option(names = "--hotspots", paramLabel = "<n>", defaultValue = "20",
             description = "Methods in the hot spot list (default: ${DEFAULT-VALUE}).")
     int myHotSpots;
+
+    @Option(names = "--thread-hotspots", paramLabel = "<n>", defaultValue = "5",
+            description = "Methods in each thread's own hot spot list; 0 leaves these lists out"
+                    + " (default: ${DEFAULT-VALUE}).")
+    int myThreadHotSpots;
+
+    @Option(names = "--thread", paramLabel = "<name>",
+            description = "Only threads of this name; * and ? are wildcards. Repeat it for more threads.")
+    List<String> myThreadNames;
+
+    @Option(names = "--app-threads", description = "Only the application's threads: leaves out the JVM's own"
+            + " (thread groups \"system\" and \"InnocuousThreadGroup\").")
+    boolean myAppThreads;
+
+    @Option(names = "--brief", description = "Text: only the hot spots, overall and per thread.")
+    boolean myBrief;
 
     @Option(names = "--top", paramLabel = "<n>", defaultValue = "5",
             description = "Callees shown for each call in the tree, the most expensive first (default: ${DEFAULT-VALUE}).")
@@ -43,19 +65,27 @@ public final class ReportCommand implements Callable<Integer> {
 
     @Override
     public Integer call() {
-        if (myHotSpots < 0 || myTop < 0 || myDepth < 0) {
-            throw new UserException("--hotspots, --top and --depth take numbers of 0 or more", 2);
+        if (myHotSpots < 0 || myThreadHotSpots < 0 || myTop < 0 || myDepth < 0) {
+            throw new UserException("--hotspots, --thread-hotspots, --top and --depth take numbers of 0 or more", 2);
         }
         SnapshotLoading.Loaded loaded = SnapshotLoading.load(mySnapshot, myIo);
-        Map<String, Object> report = Report.build(loaded.snapshot(), loaded.profile(),
-                new Report.Limits(myHotSpots, myTop, myDepth));
+        Profile profile = loaded.profile();
+        if (myAppThreads || myThreadNames != null) {
+            ThreadSelection selection = new ThreadSelection(myAppThreads, myThreadNames);
+            profile = profile.select(selection::accepts);
+            if (profile.threads().isEmpty()) {
+                myIo.note("no thread with recorded time matches " + selection);
+            }
+        }
+        Map<String, Object> report = Report.build(loaded.snapshot(), profile,
+                new Report.Limits(myHotSpots, myThreadHotSpots, myTop, myDepth));
         if (myJson) {
             StringBuilder text = new StringBuilder();
             Json.write(report, text, true, false);
             myIo.out().println(text);
             myIo.out().flush();
         } else {
-            TextReport.print(report, myIo.out());
+            TextReport.print(report, myBrief, myIo.out());
         }
         return 0;
     }

@@ -12,6 +12,7 @@ import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.TreeMap;
+import java.util.function.Predicate;
 
 /**
  * The CPU profile of a snapshot: a call tree per thread, the same merged over
@@ -70,7 +71,6 @@ public final class Profile {
         }
 
         List<ThreadProfile> threads = new ArrayList<>();
-        CallNode all = new CallNode(0, "<all threads>");
         for (Map.Entry<Integer, Map<Integer, CpuRow>> measures : measuresByTfi.entrySet()) {
             Table.Entry<ThreadRow> thread = threadByTfi.get(measures.getKey());
             String name = threadName(snapshot, thread, measures.getKey());
@@ -81,13 +81,36 @@ public final class Profile {
             threads.add(new ThreadProfile(row == null ? 0 : row.trn(), name,
                     row == null ? null : snapshot.string(row.group()), row != null && row.daemon() != 0,
                     row == null ? 0 : row.startUptimeNs(), row == null ? 0 : row.endUptimeNs(), root));
-            all.mergeFrom(root);
         }
-        all.finish();
         threads.sort((a, b) -> {
             int byTime = Long.compare(b.root().totalNs(), a.root().totalNs());
             return byTime != 0 ? byTime : Integer.compare(a.trn(), b.trn());
         });
+        return of(threads);
+    }
+
+    /** The same profile restricted to the threads the filter accepts. */
+    public Profile select(Predicate<ThreadProfile> filter) {
+        List<ThreadProfile> kept = new ArrayList<>();
+        for (ThreadProfile thread : myThreads) {
+            if (filter.test(thread)) {
+                kept.add(thread);
+            }
+        }
+        return of(kept);
+    }
+
+    /** Hot spots of one thread alone. */
+    public static List<HotSpot> hotSpots(ThreadProfile thread) {
+        return hotSpots(thread.root());
+    }
+
+    private static Profile of(List<ThreadProfile> threads) {
+        CallNode all = new CallNode(0, "<all threads>");
+        for (ThreadProfile thread : threads) {
+            all.mergeFrom(thread.root());
+        }
+        all.finish();
         return new Profile(threads, all, hotSpots(all));
     }
 
@@ -201,13 +224,17 @@ public final class Profile {
             return parent;
         }
 
-        /** A measured frame's time is its own; a frame without a row (never exited) spans its callees. */
+        /**
+         * A frame spans at least its callees. Its own row can hold less: a frame still open when the
+         * snapshot was taken, or a CPU-timed caller of a wall-timed callee. Raising it keeps own times
+         * from adding up to more than the thread's total.
+         */
         private static long total(RawFrame frame) {
             long callees = 0;
             for (RawFrame child : frame.children) {
                 callees += total(child);
             }
-            frame.totalNs = frame.measured ? frame.timeNs : callees;
+            frame.totalNs = frame.measured ? Math.max(frame.timeNs, callees) : callees;
             return frame.totalNs;
         }
 

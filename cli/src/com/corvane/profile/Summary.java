@@ -1,7 +1,9 @@
 package com.corvane.profile;
 
 import com.corvane.snapshot.EventTableDescription;
+import com.corvane.snapshot.Rows.MethodRow;
 import com.corvane.snapshot.Snapshot;
+import com.corvane.snapshot.Table;
 import com.corvane.snapshot.Tables;
 import java.util.ArrayList;
 import java.util.LinkedHashMap;
@@ -18,6 +20,8 @@ public final class Summary {
     private static final long CPU_MODE_MASK = 4108;
     private static final long SAMPLING_KIND_MASK = 0x60000;
     private static final long ALLOCATION_MODE_MASK = 24578;
+    private static final int METHOD_WALL_TIME = 0x4;
+    private static final int METHOD_ALL_WALL_TIME = 0x100;
 
     private Summary() {
     }
@@ -87,6 +91,7 @@ public final class Summary {
         Map<String, Object> s = new LinkedHashMap<>();
         Long cpu = snapshot.longProperty("kzt.last.cpu.profiling.mode");
         s.put("cpu", cpuMode(cpu == null ? 0 : cpu));
+        s.put("clock", clock(snapshot));
         Long allocation = snapshot.longProperty("kzt.last.allocation.recording.mode");
         s.put("allocations", allocationMode(allocation == null ? 0 : allocation));
         s.put("monitors", snapshot.longProperty("kzt.monitor.profiling.duration.ns") != null
@@ -119,7 +124,7 @@ public final class Summary {
             s.put("allocationRecordingDurationNs", allocEnd - allocStart);
         }
         putIfPresent(s, "monitorProfilingDurationNs", snapshot.longProperty("kzt.monitor.profiling.duration.ns"));
-        s.put("recordedCpuTimeNs", profile.totalNs());
+        s.put("recordedTimeNs", profile.totalNs());
         return s;
     }
 
@@ -140,6 +145,19 @@ public final class Summary {
             putIfPresent(s, "heapObjects", parseLong(snapshot.header("oid_count")));
         }
         return s;
+    }
+
+    /** Which clock the recorded times are in, from the methods' wall-time flags. */
+    public static String clock(Snapshot snapshot) {
+        boolean some = false;
+        for (Table.Entry<MethodRow> method : snapshot.tables().methods.liveEntries()) {
+            int flags = method.row().flags();
+            if ((flags & METHOD_ALL_WALL_TIME) != 0) {
+                return "wall time";
+            }
+            some |= (flags & METHOD_WALL_TIME) != 0;
+        }
+        return some ? "CPU time, wall time for some methods" : "CPU time";
     }
 
     public static String cpuMode(long mode) {

@@ -17,8 +17,8 @@ import java.util.Map;
  * lays the same values out for a terminal, so both always say the same.
  */
 public final class Report {
-    /** How much to show: hot spot rows, callees a node in the tree, tree depth. */
-    public record Limits(int hotSpots, int top, int depth) {
+    /** How much to show: hot spot rows, hot spot rows per thread, callees a node in the tree, tree depth. */
+    public record Limits(int hotSpots, int threadHotSpots, int top, int depth) {
     }
 
     private Report() {
@@ -31,16 +31,16 @@ public final class Report {
         boolean withCalls = Boolean.TRUE.equals(summary.get("modes").get("invocationCounts"));
         long total = profile.totalNs();
         report.put("totalTimeNs", total);
-        report.put("hotSpots", hotSpots(profile, limits, total, withCalls));
-        report.put("threads", threads(profile, total, withCalls));
+        report.put("hotSpots", hotSpots(profile.hotSpots(), limits.hotSpots(), total, withCalls));
+        report.put("threads", threads(profile, limits, total, withCalls));
         report.put("callTree", callTree(profile, limits, total, withCalls));
         return report;
     }
 
-    private static Map<String, Object> hotSpots(Profile profile, Limits limits, long total, boolean withCalls) {
+    private static Map<String, Object> hotSpots(List<HotSpot> spots, int limit, long total, boolean withCalls) {
         List<Object> methods = new ArrayList<>();
-        for (HotSpot spot : profile.hotSpots()) {
-            if (methods.size() >= limits.hotSpots()) {
+        for (HotSpot spot : spots) {
+            if (methods.size() >= limit) {
                 break;
             }
             Map<String, Object> m = new LinkedHashMap<>();
@@ -55,12 +55,12 @@ public final class Report {
             methods.add(m);
         }
         Map<String, Object> section = new LinkedHashMap<>();
-        section.put("methodCount", profile.hotSpots().size());
+        section.put("methodCount", spots.size());
         section.put("methods", methods);
         return section;
     }
 
-    private static List<Object> threads(Profile profile, long total, boolean withCalls) {
+    private static List<Object> threads(Profile profile, Limits limits, long total, boolean withCalls) {
         List<Object> threads = new ArrayList<>();
         for (ThreadProfile thread : profile.threads()) {
             Map<String, Object> t = new LinkedHashMap<>();
@@ -74,6 +74,11 @@ public final class Report {
             t.put("percent", percent(thread.root().totalNs(), total));
             if (withCalls) {
                 t.put("invocations", sumTopLevelInvocations(thread.root()));
+            }
+            if (limits.threadHotSpots() > 0) {
+                // Percentages of the thread's own time: what this thread spent it on.
+                t.put("hotSpots", hotSpots(Profile.hotSpots(thread), limits.threadHotSpots(),
+                        thread.root().totalNs(), withCalls));
             }
             threads.add(t);
         }

@@ -14,29 +14,42 @@ public final class TextReport {
             DateTimeFormatter.ofPattern("yyyy-MM-dd HH:mm:ss").withZone(ZoneId.systemDefault());
 
     private final PrintStream myOut;
+    private final boolean myBrief;
 
-    private TextReport(PrintStream out) {
+    private TextReport(PrintStream out, boolean brief) {
         myOut = out;
+        myBrief = brief;
     }
 
-    public static void print(Map<String, Object> report, PrintStream out) {
-        new TextReport(out).all(report);
+    /** Brief: the hot spots alone, overall and per thread. */
+    public static void print(Map<String, Object> report, boolean brief, PrintStream out) {
+        new TextReport(out, brief).all(report);
         out.flush();
     }
 
     @SuppressWarnings("unchecked")
     private void all(Map<String, Object> report) {
-        summary((Map<String, Map<String, Object>>) report.get("summary"));
+        Map<String, Map<String, Object>> summary = (Map<String, Map<String, Object>>) report.get("summary");
+        if (!myBrief) {
+            summary(summary);
+        }
         long total = (Long) report.get("totalTimeNs");
         if (total <= 0) {
             myOut.println();
             myOut.println("No CPU time was recorded: CPU sampling or tracing was off while this snapshot's data was"
-                    + " gathered.");
+                    + " gathered, or no thread was selected.");
             return;
         }
-        hotSpots((Map<String, Object>) report.get("hotSpots"), total);
-        threads((List<Object>) report.get("threads"), total);
-        callTree((Map<String, Object>) report.get("callTree"));
+        Object clock = summary.get("modes").get("clock");
+        List<Object> threads = (List<Object>) report.get("threads");
+        myOut.println();
+        hotSpots((Map<String, Object>) report.get("hotSpots"), "Hot spots", "100% = " + millis(total)
+                + " ms of recorded " + clock + " in " + threads.size() + " thread" + (threads.size() == 1 ? "" : "s"));
+        threadHotSpots(threads);
+        if (!myBrief) {
+            threads(threads, total);
+            callTree((Map<String, Object>) report.get("callTree"));
+        }
     }
 
     private void summary(Map<String, Map<String, Object>> sections) {
@@ -52,11 +65,24 @@ public final class TextReport {
     }
 
     @SuppressWarnings("unchecked")
-    private void hotSpots(Map<String, Object> section, long total) {
+    private void threadHotSpots(List<Object> threads) {
+        for (Object item : threads) {
+            Map<String, Object> t = (Map<String, Object>) item;
+            Map<String, Object> section = (Map<String, Object>) t.get("hotSpots");
+            if (section == null || ((List<Object>) section.get("methods")).isEmpty()) {
+                continue;
+            }
+            myOut.println();
+            hotSpots(section, "Hot spots of thread \"" + t.get("name") + "\"" + (Boolean.TRUE.equals(t.get("daemon"))
+                    ? " (daemon)" : ""), "100% = " + millis((Long) t.get("timeNs")) + " ms of this thread");
+        }
+    }
+
+    @SuppressWarnings("unchecked")
+    private void hotSpots(Map<String, Object> section, String title, String scale) {
         List<Object> methods = (List<Object>) section.get("methods");
-        myOut.println();
-        myOut.println("Hot spots: " + methods.size() + " of " + section.get("methodCount")
-                + " methods by own time; 100% = " + millis(total) + " ms of recorded time");
+        myOut.println(title + ": " + methods.size() + " of " + section.get("methodCount")
+                + " methods by own time; " + scale);
         boolean withCalls = !methods.isEmpty() && ((Map<String, Object>) methods.get(0)).containsKey("invocations");
         myOut.printf(Locale.ROOT, "  %12s %7s %12s %7s%s  %s%n", "own ms", "own %", "total ms", "total %",
                 withCalls ? String.format(Locale.ROOT, " %12s", "calls") : "", "method");

@@ -86,22 +86,32 @@ class ProfileTest {
     }
 
     @Test
-    void framesWithoutTimeSpanTheirCalleesAndNegativeOwnTimeIsZero() throws Exception {
+    void aFrameSpansAtLeastItsCalleesSoOwnTimesAddUpToTheThread() throws Exception {
         ProfileBuilder b = new ProfileBuilder().cpuMode(ProfileBuilder.TRACING);
         int outer = b.method("A", "outer", "()");
         int inner = b.method("A", "inner", "()");
         int wall = b.method("A", "sleepy", "()");
+        int work = b.method("A", "work", "()");
         int t = b.thread("main", 1, false);
         int fOuter = b.frame(0, outer, 0);
         int fInner = b.frame(fOuter, inner, 3);
         int fWall = b.frame(fInner, wall, 4);
+        int fWork = b.frame(fOuter, work, 5);
+        b.time(t, fOuter, 0, 1);       // still open at the snapshot: entered, never exited
         b.time(t, fInner, 10 * MS, 1); // CPU-timed caller
         b.time(t, fWall, 30 * MS, 1);  // wall-timed callee: more than its caller
+        b.time(t, fWork, 5 * MS, 1);
         Profile p = profile(b);
-        CallNode outerNode = child(p.threads().get(0).root(), "A.outer()");
-        assertEquals(10 * MS, outerNode.totalNs(), "a frame that never exited spans its callees");
+        CallNode root = p.threads().get(0).root();
+        CallNode outerNode = child(root, "A.outer()");
+        assertEquals(35 * MS, outerNode.totalNs(), "a frame spans its callees");
+        assertEquals(0, outerNode.ownNs());
         CallNode innerNode = child(outerNode, "A.inner()");
+        assertEquals(30 * MS, innerNode.totalNs());
         assertEquals(0, innerNode.ownNs());
+        assertEquals(35 * MS, root.totalNs());
+        assertEquals(root.totalNs(), p.hotSpots().stream().mapToLong(HotSpot::ownNs).sum(),
+                "own times add up to the recorded total");
     }
 
     @Test

@@ -46,7 +46,7 @@ class ReportTest {
 
     @Test
     void jsonShapeOfASampledSnapshot() throws Exception {
-        Map<String, Object> json = asJson(report(Samples.sampled(), new Report.Limits(20, 5, 12)));
+        Map<String, Object> json = asJson(report(Samples.sampled(), new Report.Limits(20, 3, 5, 12)));
         assertEquals(List.of("summary", "totalTimeNs", "hotSpots", "threads", "callTree"), List.copyOf(json.keySet()));
         Map<String, Object> summary = map(json.get("summary"));
         assertEquals(List.of("snapshot", "session", "jvm", "modes", "times", "counts"), List.copyOf(summary.keySet()));
@@ -80,7 +80,7 @@ class ReportTest {
 
     @Test
     void treeLimitsLeaveCountedRemainders() throws Exception {
-        Map<String, Object> json = asJson(report(Samples.sampled(), new Report.Limits(1, 1, 1)));
+        Map<String, Object> json = asJson(report(Samples.sampled(), new Report.Limits(1, 1, 1, 1)));
         assertEquals(1, list(map(json.get("hotSpots")).get("methods")).size());
         Map<String, Object> mainThread = map(list(map(json.get("callTree")).get("threads")).get(0));
         Map<String, Object> main = map(list(mainThread.get("callees")).get(0));
@@ -89,7 +89,7 @@ class ReportTest {
         assertEquals(2L, omitted.get("count"));
         assertEquals(800_000_000L, omitted.get("totalTimeNs"));
 
-        json = asJson(report(Samples.sampled(), new Report.Limits(5, 1, 5)));
+        json = asJson(report(Samples.sampled(), new Report.Limits(5, 1, 1, 5)));
         main = map(list(map(list(map(json.get("callTree")).get("threads")).get(0)).get("callees")).get(0));
         assertEquals(1, list(main.get("callees")).size());
         assertEquals(1L, map(main.get("omittedCallees")).get("count"));
@@ -105,7 +105,7 @@ class ReportTest {
         int f = b.frame(0, run, 0);
         b.time(t, f, 50_000_000L, 1);
         b.time(t, b.frame(f, step, 3), 40_000_000L, 1000);
-        Map<String, Object> json = asJson(report(b, new Report.Limits(5, 5, 5)));
+        Map<String, Object> json = asJson(report(b, new Report.Limits(5, 5, 5, 5)));
         assertEquals("tracing", map(map(json.get("summary")).get("modes")).get("cpu"));
         Map<String, Object> hot = map(list(map(json.get("hotSpots")).get("methods")).get(0));
         assertEquals("T.step(long)", hot.get("method"));
@@ -116,7 +116,7 @@ class ReportTest {
     @Test
     void textReportShowsTheSameFacts() throws Exception {
         ByteArrayOutputStream bytes = new ByteArrayOutputStream();
-        TextReport.print(report(Samples.sampled(), new Report.Limits(20, 5, 12)), new PrintStream(bytes, true,
+        TextReport.print(report(Samples.sampled(), new Report.Limits(20, 3, 5, 12)), false, new PrintStream(bytes, true,
                 StandardCharsets.UTF_8));
         String text = bytes.toString(StandardCharsets.UTF_8);
         assertTrue(text.contains("  name                               TestApp"), text);
@@ -129,7 +129,7 @@ class ReportTest {
     @Test
     void aSnapshotWithoutCpuDataSaysSo() throws Exception {
         ByteArrayOutputStream bytes = new ByteArrayOutputStream();
-        TextReport.print(report(new ProfileBuilder(), new Report.Limits(20, 5, 12)), new PrintStream(bytes, true,
+        TextReport.print(report(new ProfileBuilder(), new Report.Limits(20, 3, 5, 12)), false, new PrintStream(bytes, true,
                 StandardCharsets.UTF_8));
         assertTrue(bytes.toString(StandardCharsets.UTF_8).contains("No CPU time was recorded"));
     }

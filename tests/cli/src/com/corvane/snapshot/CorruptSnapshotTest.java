@@ -70,7 +70,7 @@ class CorruptSnapshotTest {
             Files.write(file, damaged);
             try {
                 Snapshot snapshot = SnapshotReader.read(file);
-                Report.build(snapshot, Profile.build(snapshot), new Report.Limits(10, 5, 10));
+                Report.build(snapshot, Profile.build(snapshot), new Report.Limits(10, 3, 5, 10));
             } catch (SnapshotFormatException e) {
                 assertTrue(e.getMessage().contains("snapshot"), e.getMessage());
             } catch (RuntimeException | OutOfMemoryError e) {

@@ -1,0 +1,39 @@
+package com.corvane.testing;
+
+/**
+ * A program of known shape for runs with the real agent: main spends most of
+ * its time in {@link #hot}, a little in {@link #warm}, for about a second.
+ */
+public final class HotLoop {
+    private HotLoop() {
+    }
+
+    public static void main(String[] args) {
+        long deadline = System.nanoTime() + 800_000_000L;
+        long sum = 0;
+        while (System.nanoTime() < deadline) {
+            for (int i = 0; i < 100; i++) {
+                sum += hot(i);
+            }
+            sum += warm(sum);
+        }
+        System.out.println("sum " + sum);
+    }
+
+    static long hot(int seed) {
+        long h = seed;
+        for (int i = 0; i < 20_000; i++) {
+            h = h * 6364136223846793005L + 1442695040888963407L;
+            h ^= h >>> 29;
+        }
+        return h & 1;
+    }
+
+    static long warm(long seed) {
+        long h = seed;
+        for (int i = 0; i < 50_000; i++) {
+            h = h * 31 + i;
+        }
+        return h & 1;
+    }
+}
