@@ -12,7 +12,9 @@
 #include "db/DB.h"
 #include "foundation/UptimeProvider.h"
 #include "instrumentation/Instrumentation.h"
+#include "recording/CpuProfilingSettings.h"
 #include "recording/CpuTracing.h"
+#include "recording/Sampling.h"
 #include "recording/ThreadInfo.h"
 #include "recording/TracingSettings.h"
 #include "snapshot/TableStream.h"
@@ -30,20 +32,6 @@ static const char* cpuModeLowerCaseName(int64_t mode) {
     if (mode == (int64_t)CPU_TRACING) return "CPU tracing";
     if (mode == (int64_t)CPU_CALL_COUNTING) return "call counting";
     return "CPU sampling";
-}
-
-// The settings text in effect for the mode, with the wall-time filters reloaded.
-static ZString readCpuProfilingSettingsAndReloadFilters(const LockHolder& lock, int64_t mode,
-                                                        const ZString* text) {
-    if (mode != (int64_t)CPU_TRACING) {
-        // Call counting measures no time; sampling keeps its own settings.
-        Filter::reloadFilters(lock, ZVectorSafe<ZString>());
-        return ZString();
-    }
-    ZString settings = getTracingSettingsText(text);
-    ourTracingSettings.setFromText(settings);
-    Filter::reloadFilters(lock, ourTracingSettings.myWallTimeSpecs);
-    return settings;
 }
 
 // Java half: makes Unsafe ready for the line stubs; false without it.
@@ -77,8 +65,12 @@ static ZString startCpuProfilingImpl(JNIEnv* env, int64_t mode, const ZString* s
         if (running == CPU_CALL_COUNTING) return ZString("CPU profiling (call counting) already started");
         if (running == CPU_TRACING) return ZString("CPU profiling (tracing) already started");
         if (running != 0) return ZString("CPU profiling (sampling) already started");
+        if (!tracing && !counting) {
+            ZString error = ourJavaSampling.startSamplerForCpu(lock, env, mode & (int64_t)SAMPLING_MODE_MASK, settings);
+            if (!error.isEmpty()) return error;
+        }
         CpuTracing::clearCpuDataImpl(lock);
-        readCpuProfilingSettingsAndReloadFilters(lock, mode, settings);
+        readCpuProfilingSettingsAndReloadFilters(lock, (uint64_t)mode, settings);
         ourStatus = (ourStatus & ~(CPU_PROFILING_MASK | SAMPLING_MODE_MASK)) | (uint64_t)mode;
         ourLastCpuProfilingMode = mode;
         ourCpuTracingGeneration = ourCpuTracingGeneration + 1;
@@ -126,6 +118,7 @@ void stopCpuProfiling(JNIEnv* env, bool force) {
         if (running == 0) return;
         ourCpuProfilingStopNs = ourUptimeProvider.getUptimeNs();
         CpuTracing::stopTracingThreads(lock);
+        if (running == CPU_SAMPLING) ourJavaSampling.stopSampler(lock);
         ourStatus &= ~(CPU_PROFILING_MASK | SAMPLING_MODE_MASK);
         if (running == CPU_TRACING || running == CPU_CALL_COUNTING) redefineCallback(env);
     }
@@ -222,8 +215,9 @@ JNIEXPORT void JNICALL NATIVE(storeTelemetryRecord)(JNIEnv* env, jclass, jintArr
     if (ourOptions.isInternalOption("_crash_in_telemetry")) {
         Logger::error("forced crash (_crash_in_telemetry)", __FILE__, __LINE__);
     }
-    // Thread states come with the sampling of thread states; until then a row has none.
-    ourDB->storeTelemetrySample(lock, constants, values, keys, customValues, false);
+    bool threadStates = (ourStatus & STATUS_STACK_TELEMETRY) != 0;
+    TelemetryRecord* row = ourDB->storeTelemetrySample(lock, constants, values, keys, customValues, threadStates);
+    if (threadStates) sampleThreadStatesJVMTI(lock, env, row);
     KZT_NATIVE_END(env, )
 }
 

@@ -59,6 +59,24 @@ public:
     // Forgets the stack: current frame unknown, no start times.
     void resetStack();
     void resetSampleTimes();
+    // Sampling: times of the last sample (0 before the first) and the frame.
+    int64_t getLastWallSampleTime() const { return myLastWallSampleTime; }
+    int64_t getLastCpuSampleTime() const { return myLastCpuSampleTime; }
+    void setLastSampleTimes(int64_t wall, int64_t cpu) {
+        myLastWallSampleTime = wall;
+        myLastCpuSampleTime = cpu;
+    }
+    void setLastSampleFrame(int frame) { myLastSampleFrame = frame; }
+    int getLastSampleFrame() const { return myLastSampleFrame; }
+    // Thread-state telemetry: where the thread stood since when (-1: unknown).
+    int getLastStateFrame() const { return myLastStateFrame; }
+    int64_t getLastStateCpuTime() const { return myLastStateCpuTime; }
+    int64_t getLastStateUptime() const { return myLastStateUptime; }
+    void setLastState(int frame, int64_t cpuTime, int64_t uptime) {
+        myLastStateFrame = frame;
+        myLastStateCpuTime = cpuTime;
+        myLastStateUptime = uptime;
+    }
 
     // ---- Names ----
     void setThreadName(const ZString& name);

@@ -27,13 +27,9 @@ void TracingSettings::setDefaults() {
 }
 
 void TracingSettings::addFromText(const ZString& text) {
-    ZVectorSafe<ZString> lines;
-    splitConfigFile(&lines, text);
-    for (const ZString& line : lines) {
+    parseSettingsLines(text, myWallTimeSpecs, [&](const ZString& line) {
         ZString rest;
-        if (ZString::isPrefix(line, "walltime=", &rest)) {
-            myWallTimeSpecs.push(rest);
-        } else if (ZString::isPrefix(line, "adaptive=", &rest)) {
+        if (ZString::isPrefix(line, "adaptive=", &rest)) {
             if (rest.equals("true")) myAdaptive = true;
             if (rest.equals("false")) myAdaptive = false;
         } else if (ZString::isPrefix(line, "adaptive_min_method_invocation_count=", &rest)) {
@@ -49,7 +45,7 @@ void TracingSettings::addFromText(const ZString& text) {
             if (ZString::isPrefixDouble(line, "adaptive_min_method_time_percent=", &value))
                 myAdaptiveMinMethodTimePercent = value;
         }
-    }
+    });
 }
 
 void TracingSettings::setFromText(const ZString& text) {
@@ -66,7 +62,11 @@ void TracingSettings::setFromText(const ZString& text) {
         .appendLong(myAdaptiveMaxAverageMethodTimeNs)
         .append(" min_%=")
         .append(doubleToString(myAdaptiveMinMethodTimePercent, 3));
-    if (text.isEmpty() || text.equals(DEFAULT_TEXT)) {
+    logSettingsMessage(message, text, DEFAULT_TEXT);
+}
+
+void logSettingsMessage(ZString& message, const ZString& text, const char* defaultText) {
+    if (text.isEmpty() || text.equals(defaultText)) {
         message.append(" (default)");
     } else {
         message.appendChar('\n').append(text);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "db/DBRecords.h"
+#include "foundation/System.h"
 #include "foundation/ZLock.h"
 #include "foundation/ZString.h"
 #include "foundation/ZVector.h"
@@ -32,6 +33,21 @@ extern TracingSettings ourTracingSettings;
 
 // The given text, or "tracing.txt" of the settings folder, or the default.
 ZString getTracingSettingsText(const ZString* text);
+// Each line of a settings text: "walltime=" lines append their spec to
+// `specs`, any other line goes to `other`.
+template <typename F>
+void parseSettingsLines(const ZString& text, ZVectorSafe<ZString>& specs, F other) {
+    ZVectorSafe<ZString> lines;
+    splitConfigFile(&lines, text);
+    for (const ZString& line : lines) {
+        ZString rest;
+        if (ZString::isPrefix(line, "walltime=", &rest)) specs.push(rest);
+        else other(line);
+    }
+}
+
+// Logs a settings line, then " (default)" or the text that was given.
+void logSettingsMessage(ZString& message, const ZString& text, const char* defaultText);
 
 // A wall-time filter: "class : method(parameters)" with wildcards; a spec
 // without ":" means every method of the classes.

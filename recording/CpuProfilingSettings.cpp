@@ -1,0 +1,27 @@
+#include "recording/CpuProfilingSettings.h"
+
+#include "recording/CpuTracing.h"
+#include "recording/SamplingSettings.h"
+#include "recording/TracingSettings.h"
+
+static const uint64_t SAMPLING_MODE_ASYNC_CPU = 0x20000;
+
+ZString readCpuProfilingSettingsAndReloadFilters(const LockHolder& lock, uint64_t status, const ZString* text) {
+    uint64_t mode = status & CPU_PROFILING_MASK;
+    if (mode == CPU_CALL_COUNTING) {
+        Filter::reloadFilters(lock, ZVectorSafe<ZString>());
+        return ZString();
+    }
+    if (mode == CPU_TRACING) {
+        ZString settings = getTracingSettingsText(text);
+        ourTracingSettings.setFromText(settings);
+        Filter::reloadFilters(lock, ourTracingSettings.myWallTimeSpecs);
+        return settings;
+    }
+    ZString settings = getSamplingSettingsText(text);
+    ourSamplingSettings.setFromText(settings);
+    // Asynchronous cpu sampling sees only threads on a CPU: no wall time.
+    bool cpuOnly = (status & SAMPLING_MODE_MASK) == SAMPLING_MODE_ASYNC_CPU;
+    Filter::reloadFilters(lock, cpuOnly ? ZVectorSafe<ZString>() : ourSamplingSettings.myWallTimeSpecs);
+    return settings;
+}
