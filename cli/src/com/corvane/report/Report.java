@@ -75,8 +75,9 @@ public final class Report {
             if (withCalls) {
                 t.put("invocations", sumTopLevelInvocations(thread.root()));
             }
-            if (limits.threadHotSpots() > 0) {
-                // Percentages of the thread's own time: what this thread spent it on.
+            if (limits.threadHotSpots() > 0 && thread.root().totalNs() * 100 >= total) {
+                // Percentages of the thread's own time: what this thread spent it on. Threads below 1% of
+                // the whole would only add noise.
                 t.put("hotSpots", hotSpots(Profile.hotSpots(thread), limits.threadHotSpots(),
                         thread.root().totalNs(), withCalls));
             }
