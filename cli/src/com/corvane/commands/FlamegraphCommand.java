@@ -8,7 +8,9 @@ import java.io.IOException;
 import java.io.OutputStreamWriter;
 import java.io.Writer;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.AccessDeniedException;
 import java.nio.file.Files;
+import java.nio.file.NoSuchFileException;
 import java.nio.file.Path;
 import java.nio.file.Paths;
 import java.util.concurrent.Callable;
@@ -68,6 +70,10 @@ public final class FlamegraphCommand implements Callable<Integer> {
                 FlameGraph.writeHtml(loaded.profile(), myPerThread, title(loaded.snapshot()),
                         subtitle(loaded.snapshot()), out);
             }
+        } catch (NoSuchFileException e) {
+            throw new UserException("cannot write " + output + ": no such folder");
+        } catch (AccessDeniedException e) {
+            throw new UserException("cannot write " + output + ": permission denied");
         } catch (IOException e) {
             throw new UserException("cannot write " + output + ": "
                     + (e.getMessage() == null ? e.getClass().getSimpleName() : e.getMessage()));

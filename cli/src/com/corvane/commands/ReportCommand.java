@@ -5,7 +5,9 @@ import com.corvane.report.Json;
 import com.corvane.report.Report;
 import com.corvane.report.TextReport;
 import java.nio.file.Path;
+import java.util.LinkedHashSet;
 import java.util.List;
+import java.util.Set;
 import java.util.Map;
 import java.util.concurrent.Callable;
 import picocli.CommandLine.Command;
@@ -72,10 +74,14 @@ public final class ReportCommand implements Callable<Integer> {
         Profile profile = loaded.profile();
         if (myAppThreads || myThreadNames != null) {
             ThreadSelection selection = new ThreadSelection(myAppThreads, myThreadNames);
-            profile = profile.select(selection::accepts);
-            if (profile.threads().isEmpty()) {
-                myIo.note("no thread with recorded time matches " + selection);
+            Profile selected = profile.select(selection::accepts);
+            if (selected.threads().isEmpty() && !profile.threads().isEmpty()) {
+                Set<String> names = new LinkedHashSet<>();
+                profile.threads().forEach(thread -> names.add(thread.name()));
+                throw new UserException("no thread with recorded time matches " + selection + "; the threads are: "
+                        + String.join(", ", names));
             }
+            profile = selected;
         }
         Map<String, Object> report = Report.build(loaded.snapshot(), profile,
                 new Report.Limits(myHotSpots, myThreadHotSpots, myTop, myDepth));

@@ -65,6 +65,13 @@ class CommandLineTest {
         assertTrue(truncated.err().startsWith("corvane: " + cut + ": truncated snapshot: the file ends at offset "
                 + (whole.length - 3)), truncated.err());
 
+        Path snapshot = Samples.sampled().write(dir.resolve("app.snapshot"));
+        assertOneLineError(corvane("report", "--thread", "pool-*", snapshot.toString()), 1,
+                "corvane: no thread with recorded time matches --thread pool-*; the threads are: main, worker");
+        Path nowhere = dir.resolve("no/such/folder/out.html");
+        assertOneLineError(corvane("flamegraph", snapshot.toString(), "-o", nowhere.toString()), 1,
+                "corvane: cannot write " + nowhere + ": no such folder");
+
         assertOneLineError(corvane("attach", "12x"), 1, "corvane: not a process id: 12x");
         assertOneLineError(corvane("attach", "999999999"), 1, "corvane: no such process: 999999999");
     }
@@ -116,6 +123,31 @@ class CommandLineTest {
         List<Object> methods = (List<Object>) ((Map<String, Object>) json.get("hotSpots")).get("methods");
         assertEquals(2, methods.size());
         assertEquals("", result.err());
+    }
+
+    @Test
+    @SuppressWarnings("unchecked")
+    void reportOfSelectedThreads() throws Exception {
+        Path snapshot = Samples.sampled().write(dir.resolve("app.snapshot"));
+        Result result = corvane("report", "--json", "--thread", "w?rk*", snapshot.toString());
+        assertEquals(0, result.code(), result.err());
+        Map<String, Object> json = (Map<String, Object>) JsonParser.parse(result.out());
+        assertEquals(400_000_000L, json.get("totalTimeNs"));
+        List<Object> threads = (List<Object>) json.get("threads");
+        assertEquals(1, threads.size());
+        Map<String, Object> worker = (Map<String, Object>) threads.get(0);
+        assertEquals("worker", worker.get("name"));
+        Map<String, Object> top = (Map<String, Object>) ((List<Object>) ((Map<String, Object>) worker.get("hotSpots"))
+                .get("methods")).get(0);
+        assertEquals(Samples.HOT_METHOD, top.get("method"));
+        assertEquals(75.0, ((Number) top.get("ownPercent")).doubleValue());
+
+        Result brief = corvane("report", "--brief", "--thread", "main", snapshot.toString());
+        assertEquals(0, brief.code(), brief.err());
+        assertTrue(brief.out().contains("100% = 1,000.0 ms of recorded CPU time in 1 thread"), brief.out());
+        assertTrue(brief.out().contains("Hot spots of thread \"main\""), brief.out());
+        assertFalse(brief.out().contains("Call tree"), brief.out());
+        assertFalse(brief.out().contains("Snapshot:"), brief.out());
     }
 
     @Test
