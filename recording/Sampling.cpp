@@ -91,14 +91,6 @@ static void waitMs(int ms) {
     ourJVMTI->RawMonitorExit(ourSamplerMonitor);
 }
 
-// The thread's agent state, without calling into Java: the sampler holds
-// ourLock, which class loading may need.
-static ThreadInfo* threadInfoOf(jthread thread) {
-    void* data = nullptr;
-    if (ourJVMTI->GetThreadLocalStorage(thread, &data) != JVMTI_ERROR_NONE) return nullptr;
-    return (ThreadInfo*)data;
-}
-
 // All live threads' stacks, given one by one with their ThreadInfo; false
 // when the VM is going down.
 template <typename F>
@@ -111,7 +103,8 @@ static bool forEachSampledStack(const LockHolder& lock, JNIEnv* env, F f) {
     for (int i = 0; i < count; i++) {
         const jvmtiStackInfo& stack = stacks[i];
         if ((stack.state & JVMTI_THREAD_STATE_ALIVE) == 0) continue;
-        ThreadInfo* thread = threadInfoOf(stack.thread);
+        // Names come through JVMTI, not Java: safe under ourLock.
+        ThreadInfo* thread = getThreadInfoJvmti(env, stack.thread);
         if (thread != nullptr) f(thread, stack);
     }
     for (int i = 0; i < count; i++) env->DeleteLocalRef(stacks[i].thread);

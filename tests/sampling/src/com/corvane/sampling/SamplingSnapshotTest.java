@@ -1,0 +1,166 @@
+package com.corvane.sampling;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertNotNull;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.corvane.snapshot.Rows.CpuRow;
+import com.corvane.snapshot.Rows.FrameRow;
+import com.corvane.snapshot.Rows.MethodRow;
+import com.corvane.snapshot.Rows.ThreadFrameRow;
+import com.corvane.snapshot.Rows.ThreadRow;
+import com.corvane.snapshot.Snapshot;
+import com.corvane.snapshot.SnapshotReader;
+import com.corvane.snapshot.Table;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.HashMap;
+import java.util.List;
+import java.util.Map;
+import java.util.concurrent.TimeUnit;
+import java.util.stream.Collectors;
+import java.util.stream.Stream;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+/**
+ * Real JVMs with the agent sampling SampledWork (tests/sampling/java): two
+ * CPU-bound threads in a 3:1 ratio of work and one sleeping thread. Times
+ * are read from the exit snapshot with the project's snapshot reader.
+ */
+class SamplingSnapshotTest {
+    // As in SampledWork.
+    static final double HEAVY_SHARE = 3.0;
+    // Wide enough for a loaded 2-core machine: the per-thread CPU clock is
+    // exact, only the first and last period of each thread are lost.
+    static final double RATIO_LOW = 2.25;
+    static final double RATIO_HIGH = 4.0;
+    static final long ROUNDS = 50;
+    static final long SLEEP_MS = 1500;
+
+    /** Time charged to each method (summed over its frames) on each thread. */
+    record Times(Map<String, Map<String, Long>> byThread, String log) {
+        long of(String thread, String method) {
+            Map<String, Long> methods = byThread.get(thread);
+            assertNotNull(methods, "thread " + thread + " in " + byThread.keySet());
+            return methods.getOrDefault(method, 0L);
+        }
+    }
+
+    static Times sample(Path dir, String settingsText) throws Exception {
+        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
+        Path home = dir.resolve("home");
+        String options = "sampling,onexit=snapshot,dir=" + snapshots;
+        if (settingsText != null) {
+            options += ",sampling_settings_path=" + Files.writeString(dir.resolve("sampling.txt"), settingsText);
+        }
+        ProcessBuilder builder = new ProcessBuilder(System.getProperty("corvane.java"),
+                "-agentpath:" + System.getProperty("corvane.agent") + "=" + options, "-cp",
+                System.getProperty("corvane.sampling.classes"), "SampledWork", "" + ROUNDS, "" + SLEEP_MS)
+                .redirectErrorStream(true);
+        builder.environment().put("CORVANE_HOME", home.toString());
+        builder.environment().remove("JAVA_TOOL_OPTIONS");
+        builder.environment().remove("KZT_STARTUP_OPTIONS_PRE");
+        builder.environment().remove("KZT_STARTUP_OPTIONS_POST");
+        Process process = builder.start();
+        String out = new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
+        assertTrue(process.waitFor(300, TimeUnit.SECONDS), "the program ends");
+        assertEquals(0, process.exitValue(), out);
+        assertTrue(out.contains("done "), out);
+        String log;
+        try (Stream<Path> files = Files.list(home.resolve(".kzt/log"))) {
+            log = files.map(SamplingSnapshotTest::read).collect(Collectors.joining());
+        }
+        Path snapshot;
+        try (Stream<Path> files = Files.list(snapshots)) {
+            List<Path> found = files.filter(p -> p.toString().endsWith("-shutdown.snapshot")).toList();
+            assertEquals(1, found.size(), "exit snapshots: " + found);
+            snapshot = found.get(0);
+        }
+        return new Times(timesByThread(SnapshotReader.read(snapshot)), log);
+    }
+
+    static String read(Path file) {
+        try {
+            return Files.readString(file);
+        } catch (java.io.IOException e) {
+            throw new java.io.UncheckedIOException(e);
+        }
+    }
+
+    static Map<String, Map<String, Long>> timesByThread(Snapshot snapshot) {
+        Map<Integer, String> threadOfTfi = new HashMap<>();
+        for (Table.Entry<ThreadRow> entry : snapshot.tables().threads.liveEntries()) {
+            threadOfTfi.put(entry.row().tfiIndex(), snapshot.string(entry.row().name()));
+        }
+        Map<String, Map<String, Long>> result = new HashMap<>();
+        for (Table.Entry<ThreadFrameRow> link : snapshot.tables().threadFrames.liveEntries()) {
+            String thread = threadOfTfi.get(link.row().tfiIndex());
+            CpuRow cpu = snapshot.tables().cpuProfiling.get(link.index());
+            if (thread == null || cpu == null) {
+                continue;
+            }
+            FrameRow frame = snapshot.tables().frames.get(link.row().frame());
+            String method = methodName(snapshot, snapshot.methodOfCodePoint(frame.codePoint()));
+            result.computeIfAbsent(thread, t -> new HashMap<>()).merge(method, cpu.timeNs(), Long::sum);
+        }
+        return result;
+    }
+
+    static String methodName(Snapshot snapshot, int method) {
+        MethodRow row = snapshot.tables().methods.get(method);
+        return row == null ? "?" : snapshot.string(row.className()) + "." + snapshot.string(row.name());
+    }
+
+    static void assertWorkRatio(Times times) {
+        long heavy = times.of("heavy-worker", "SampledWork.heavy");
+        long light = times.of("light-worker", "SampledWork.light");
+        assertTrue(light > 100_000_000L, "light work is measured: " + light);
+        double ratio = (double) heavy / light;
+        System.out.printf("heavy %d ns, light %d ns, ratio %.3f (expected %.1f)%n", heavy, light, ratio, HEAVY_SHARE);
+        assertTrue(ratio > RATIO_LOW && ratio < RATIO_HIGH, "heavy:light = " + ratio);
+    }
+
+    static void assertNoErrors(Times times) {
+        for (String line : times.log().split("\n")) {
+            assertTrue(!line.contains("error:") && !line.contains("warning:"), line);
+        }
+    }
+
+    @Test
+    void withoutWallTimeMethodsOnlyCpuIsCharged(@TempDir Path dir) throws Exception {
+        Times times = sample(dir, "sampling_period_ms=10\n");
+        assertNoErrors(times);
+        assertTrue(times.log().contains("SamplingSettings: sampling_period_ms = 10\n"), times.log());
+        assertWorkRatio(times);
+        long sleeper = times.of("sleeper", "SampledWork.sleeper");
+        long light = times.of("light-worker", "SampledWork.light");
+        assertTrue(sleeper < light / 10, "sleeping costs no CPU: " + sleeper + " vs " + light);
+    }
+
+    @Test
+    void defaultSettingsChargeTheWallTimeOfSleep(@TempDir Path dir) throws Exception {
+        Times times = sample(dir, null);
+        assertNoErrors(times);
+        assertTrue(times.log().contains("SamplingSettings: sampling_period_ms = 20 (default)"), times.log());
+        assertWorkRatio(times);
+        // Thread.sleep counts wall time, and so do its callers.
+        long sleep = times.of("sleeper", "java.lang.Thread.sleep");
+        long sleeper = times.of("sleeper", "SampledWork.sleeper");
+        assertTrue(sleep > SLEEP_MS * 600_000L && sleep <= sleeper, sleep + " of " + sleeper);
+        assertTrue(sleeper < SLEEP_MS * 2_000_000L, "no more than the wall time: " + sleeper);
+    }
+
+    @Test
+    void aWallTimeMethodChargesItsCallersButNotItsCallees(@TempDir Path dir) throws Exception {
+        Times times = sample(dir, "walltime=SampledWork : sleeper\n");
+        assertNoErrors(times);
+        assertWorkRatio(times);
+        long sleeper = times.of("sleeper", "SampledWork.sleeper");
+        long caller = times.of("sleeper", "java.lang.Thread.run");
+        long sleep = times.of("sleeper", "java.lang.Thread.sleep");
+        assertTrue(sleeper > SLEEP_MS * 600_000L && sleeper <= caller, sleeper + " of " + caller);
+        assertTrue(sleep < sleeper / 10, "the callee counts CPU only: " + sleep + " of " + sleeper);
+    }
+}
