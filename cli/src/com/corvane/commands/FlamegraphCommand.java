@@ -1,6 +1,7 @@
 package com.corvane.commands;
 
 import com.corvane.flame.FlameGraph;
+import com.corvane.profile.Profile;
 import com.corvane.profile.Summary;
 import com.corvane.snapshot.Snapshot;
 import java.io.BufferedWriter;
@@ -15,6 +16,7 @@ import java.nio.file.Path;
 import java.nio.file.Paths;
 import java.util.concurrent.Callable;
 import picocli.CommandLine.Command;
+import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 import picocli.CommandLine.Parameters;
 
@@ -43,6 +45,9 @@ public final class FlamegraphCommand implements Callable<Integer> {
             + " instead of all threads merged.")
     boolean myPerThread;
 
+    @Mixin
+    ThreadSelection.Options myThreads = new ThreadSelection.Options();
+
     private final Io myIo;
 
     public FlamegraphCommand(Io io) {
@@ -56,7 +61,8 @@ public final class FlamegraphCommand implements Callable<Integer> {
             output = myFormat == Format.collapsed ? "-" : defaultHtmlName(mySnapshot);
         }
         SnapshotLoading.Loaded loaded = SnapshotLoading.load(mySnapshot, myIo);
-        if (loaded.profile().totalNs() <= 0) {
+        Profile profile = myThreads.apply(loaded.profile());
+        if (profile.totalNs() <= 0) {
             myIo.note("this snapshot holds no CPU time: CPU sampling or tracing was off");
         }
         boolean toStdout = output.equals("-");
@@ -65,9 +71,9 @@ public final class FlamegraphCommand implements Callable<Integer> {
                 ? new BufferedWriter(new OutputStreamWriter(myIo.out(), StandardCharsets.UTF_8))
                 : Files.newBufferedWriter(target, StandardCharsets.UTF_8)) {
             if (myFormat == Format.collapsed) {
-                FlameGraph.writeCollapsed(loaded.profile(), myPerThread, out);
+                FlameGraph.writeCollapsed(profile, myPerThread, out);
             } else {
-                FlameGraph.writeHtml(loaded.profile(), myPerThread, title(loaded.snapshot()),
+                FlameGraph.writeHtml(profile, myPerThread, title(loaded.snapshot()),
                         subtitle(loaded.snapshot()), out);
             }
         } catch (NoSuchFileException e) {

@@ -5,12 +5,10 @@ import com.corvane.report.Json;
 import com.corvane.report.Report;
 import com.corvane.report.TextReport;
 import java.nio.file.Path;
-import java.util.LinkedHashSet;
-import java.util.List;
-import java.util.Set;
 import java.util.Map;
 import java.util.concurrent.Callable;
 import picocli.CommandLine.Command;
+import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 import picocli.CommandLine.Parameters;
 
@@ -40,13 +38,8 @@ public final class ReportCommand implements Callable<Integer> {
                     + " (default: ${DEFAULT-VALUE}).")
     int myThreadHotSpots;
 
-    @Option(names = "--thread", paramLabel = "<name>",
-            description = "Only threads of this name; * and ? are wildcards. Repeat it for more threads.")
-    List<String> myThreadNames;
-
-    @Option(names = "--app-threads", description = "Only the application's threads: leaves out the JVM's own"
-            + " (thread groups \"system\" and \"InnocuousThreadGroup\").")
-    boolean myAppThreads;
+    @Mixin
+    ThreadSelection.Options myThreads = new ThreadSelection.Options();
 
     @Option(names = "--brief", description = "Text: only the hot spots, overall and per thread.")
     boolean myBrief;
@@ -71,18 +64,7 @@ public final class ReportCommand implements Callable<Integer> {
             throw new UserException("--hotspots, --thread-hotspots, --top and --depth take numbers of 0 or more", 2);
         }
         SnapshotLoading.Loaded loaded = SnapshotLoading.load(mySnapshot, myIo);
-        Profile profile = loaded.profile();
-        if (myAppThreads || myThreadNames != null) {
-            ThreadSelection selection = new ThreadSelection(myAppThreads, myThreadNames);
-            Profile selected = profile.select(selection::accepts);
-            if (selected.threads().isEmpty() && !profile.threads().isEmpty()) {
-                Set<String> names = new LinkedHashSet<>();
-                profile.threads().forEach(thread -> names.add(thread.name()));
-                throw new UserException("no thread with recorded time matches " + selection + "; the threads are: "
-                        + String.join(", ", names));
-            }
-            profile = selected;
-        }
+        Profile profile = myThreads.apply(loaded.profile());
         Map<String, Object> report = Report.build(loaded.snapshot(), profile,
                 new Report.Limits(myHotSpots, myThreadHotSpots, myTop, myDepth));
         if (myJson) {

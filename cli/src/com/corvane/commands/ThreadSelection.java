@@ -1,10 +1,13 @@
 package com.corvane.commands;
 
+import com.corvane.profile.Profile;
 import com.corvane.profile.ThreadProfile;
 import java.util.ArrayList;
+import java.util.LinkedHashSet;
 import java.util.List;
 import java.util.Set;
 import java.util.regex.Pattern;
+import picocli.CommandLine.Option;
 
 /** Which threads a report covers: the application's own, and/or those of given names (with wildcards). */
 final class ThreadSelection {
@@ -21,6 +24,37 @@ final class ThreadSelection {
         for (String name : myNames) {
             myPatterns.add(wildcard(name));
         }
+    }
+
+    /** The command-line options that make a selection. */
+    static final class Options {
+        @Option(names = "--thread", paramLabel = "<name>",
+                description = "Only threads of this name; * and ? are wildcards. Repeat it for more threads.")
+        List<String> myNames;
+
+        @Option(names = "--app-threads", description = "Only the application's threads: leaves out the JVM's own"
+                + " (thread groups \"system\" and \"InnocuousThreadGroup\").")
+        boolean myAppOnly;
+
+        Profile apply(Profile profile) {
+            return ThreadSelection.apply(profile, myAppOnly, myNames);
+        }
+    }
+
+    /** The profile of the selected threads; the whole profile when nothing is selected. */
+    static Profile apply(Profile profile, boolean appOnly, List<String> names) {
+        if (!appOnly && (names == null || names.isEmpty())) {
+            return profile;
+        }
+        ThreadSelection selection = new ThreadSelection(appOnly, names);
+        Profile selected = profile.select(selection::accepts);
+        if (selected.threads().isEmpty() && !profile.threads().isEmpty()) {
+            Set<String> present = new LinkedHashSet<>();
+            profile.threads().forEach(thread -> present.add(thread.name()));
+            throw new UserException("no thread with recorded time matches " + selection + "; the threads are: "
+                    + String.join(", ", present));
+        }
+        return selected;
     }
 
     boolean accepts(ThreadProfile thread) {

@@ -75,11 +75,11 @@ public final class DemoApp {
             // A deliberately expensive lookup: the hot spot of the demo.
             double price = 0;
             int h = item.hashCode();
-            for (int i = 0; i < 2000; i++) {
+            for (int i = 0; i < 20000; i++) {
                 h = h * 1103515245 + 12345;
                 price += (h >>> 16) % 100 / 100.0;
             }
-            return price / 2000 * 10 + 1;
+            return price / 20000 * 10 + 1;
         }
     }
 

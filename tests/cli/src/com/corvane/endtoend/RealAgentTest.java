@@ -58,7 +58,7 @@ class RealAgentTest {
     }
 
     @ParameterizedTest
-    @ValueSource(strings = {"--tracing"})
+    @ValueSource(strings = {"--tracing", "--sampling"})
     @SuppressWarnings("unchecked")
     void theHotMethodLeadsReportAndFlameGraph(String mode) throws Exception {
         Result run = corvane("run", mode, "--dir", dir.resolve("snapshots").toString(), "--",
