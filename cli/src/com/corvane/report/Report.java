@@ -119,6 +119,11 @@ public final class Report {
         }
         List<Object> shown = new ArrayList<>();
         int count = Math.min(limits.top(), children.size());
+        // Callees below a thousandth of the whole are noise in a tree of thousands of paths; they stay
+        // counted in the remainder. Children come sorted by time, so they are the tail.
+        while (count > 0 && children.get(count - 1).totalNs() * 1000 < total) {
+            count--;
+        }
         for (int i = 0; i < count; i++) {
             shown.add(node(children.get(i), limits, total, withCalls, depth + 1));
         }
