@@ -114,6 +114,26 @@ class ReportTest {
     }
 
     @Test
+    void calleesBelowAThousandthAreCountedNotShown() throws Exception {
+        ProfileBuilder b = new ProfileBuilder().cpuMode(ProfileBuilder.TRACING);
+        int run = b.method("T", "run", "()");
+        int big = b.method("T", "big", "()");
+        int tiny = b.method("T", "tiny", "()");
+        int t = b.thread("main", 1, false);
+        int f = b.frame(0, run, 0);
+        b.time(t, f, 1_000_000_000L, 1);
+        b.time(t, b.frame(f, big, 3), 900_000_000L, 1);
+        b.time(t, b.frame(f, tiny, 4), 999_999L, 1);
+        Map<String, Object> json = asJson(report(b, new Report.Limits(5, 5, 5, 5)));
+        Map<String, Object> runNode = map(list(map(list(map(json.get("callTree")).get("threads")).get(0))
+                .get("callees")).get(0));
+        assertEquals(1, list(runNode.get("callees")).size());
+        assertEquals("T.big()", map(list(runNode.get("callees")).get(0)).get("name"));
+        assertEquals(1L, map(runNode.get("omittedCallees")).get("count"));
+        assertEquals(999_999L, map(runNode.get("omittedCallees")).get("totalTimeNs"));
+    }
+
+    @Test
     void textReportShowsTheSameFacts() throws Exception {
         ByteArrayOutputStream bytes = new ByteArrayOutputStream();
         TextReport.print(report(Samples.sampled(), new Report.Limits(20, 3, 5, 12)), false, new PrintStream(bytes, true,
