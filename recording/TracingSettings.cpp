@@ -79,7 +79,7 @@ ZString getTracingSettingsText(const ZString* text) {
     return readConfigFromFile(ourOptions.getTracingSettingsPath(), "tracing.txt", TracingSettings::DEFAULT_TEXT);
 }
 
-Filter* Filter::createFilter(const ZString& spec) {
+Filter* Filter::createFilter(const ZString& spec, int type) {
     ZString full = spec.indexOfChar(':') < 0 ? spec + ":*(*)" : spec;
     int colon = full.indexOfChar(':');
     int open = full.indexOfChar('(', colon);
@@ -99,13 +99,32 @@ Filter* Filter::createFilter(const ZString& spec) {
         return nullptr;
     }
     if (ourOptions.isDebug("filters")) {
-        Logger::message(ZString("filter: type=1 ") + classPattern + " " + methodPattern + " " + parametersPattern);
+        Logger::message(ZString("filter: type=") + ZString::fromLong(type) + " " + classPattern + " " + methodPattern +
+                        " " + parametersPattern);
     }
-    return new Filter(classPattern, methodPattern, parametersPattern);
+    return new Filter(type, classPattern.c_str(), methodPattern.c_str(), parametersPattern.c_str());
+}
+
+void Filter::createInclusiveAndExclusiveFiltersFromSpec(const ZVectorSafe<ZString>* lines, ZVector<Filter*>* result) {
+    for (const ZString& line : *lines) {
+        ZString spec = line;
+        int type = EXCLUSIVE;
+        if (spec.startsWith("+")) {
+            spec = spec.substring(1);
+            type = INCLUSIVE;
+        }
+        if (spec.trim().isEmpty()) continue;
+        Filter* filter = createFilter(spec, type);
+        if (filter != nullptr) result->push(filter);
+    }
+}
+
+bool Filter::acceptClass(const ZString& className) const {
+    return wildcardMatchZS(myClassPattern, className);
 }
 
 bool Filter::accept(const ZString& className, const ZString& name, const ZString& parameters) const {
-    return wildcardMatchZS(myClassPattern, className) && wildcardMatchZS(myMethodPattern, name) &&
+    return acceptClass(className) && wildcardMatchZS(myMethodPattern, name) &&
            wildcardMatchZS(myParametersPattern, parameters);
 }
 
@@ -115,7 +134,7 @@ void Filter::reloadFilters(const LockHolder& lock, const ZVectorSafe<ZString>& s
     bool star = false;
     bool other = false;
     for (const ZString& spec : specs) {
-        Filter* filter = createFilter(spec);
+        Filter* filter = createFilter(spec, WALL_TIME);
         if (filter == nullptr) continue;
         ourWallTimeFilters.push(filter);
         if (spec.equals("*")) star = true;
@@ -138,6 +157,7 @@ void Filter::applyFilters(const LockHolder& lock, int method, MethodRecord* reco
         ZString name = textOf(lock, record->myName);
         ZString parameters = textOf(lock, record->myParameters);
         for (Filter* filter : ourWallTimeFilters) {
+            KZT_ASSERT(filter->getType() == WALL_TIME);
             if (filter->accept(className, name, parameters)) {
                 wall = true;
                 break;

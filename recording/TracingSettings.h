@@ -49,15 +49,28 @@ void parseSettingsLines(const ZString& text, ZVectorSafe<ZString>& specs, F othe
 // Logs a settings line, then " (default)" or the text that was given.
 void logSettingsMessage(ZString& message, const ZString& text, const char* defaultText);
 
-// A wall-time filter: "class : method(parameters)" with wildcards; a spec
+// A method filter: "class : method(parameters)" with wildcards; a spec
 // without ":" means every method of the classes.
 class Filter {
 public:
+    enum : int { WALL_TIME = 1, EXCLUSIVE = 2, INCLUSIVE = 3 };
+
     static bool ourAlwaysWallTime;
 
+    Filter(int type, const char* classPattern, const char* methodPattern, const char* parametersPattern)
+        : myType(type), myClassPattern(classPattern), myMethodPattern(methodPattern),
+          myParametersPattern(parametersPattern) {}
+
     // Null for a spec that can't be read, with a warning.
-    static Filter* createFilter(const ZString& spec);
+    static Filter* createFilter(const ZString& spec, int type);
     bool accept(const ZString& className, const ZString& name, const ZString& parameters) const;
+    bool acceptClass(const ZString& className) const;
+    int getType() const { return myType; }
+
+    // One filter a line: "+" ahead makes it inclusive, else exclusive.
+    // Empty and unreadable lines are skipped.
+    static void createInclusiveAndExclusiveFiltersFromSpec(const ZVectorSafe<ZString>* lines,
+                                                           ZVector<Filter*>* result);
 
     // Replaces the wall-time filters and applies them to every method.
     static void reloadFilters(const LockHolder& lock, const ZVectorSafe<ZString>& specs);
@@ -66,9 +79,7 @@ public:
     static bool isWallTimed(int method);
 
 private:
-    Filter(const ZString& classPattern, const ZString& methodPattern, const ZString& parametersPattern)
-        : myClassPattern(classPattern), myMethodPattern(methodPattern), myParametersPattern(parametersPattern) {}
-
+    int myType;
     ZString myClassPattern;
     ZString myMethodPattern;
     ZString myParametersPattern;
