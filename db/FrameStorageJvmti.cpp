@@ -30,13 +30,21 @@ int ZFrameStorage::getLineNumber(const LockHolder&, jmethodID methodId, int meth
     return line;
 }
 
-// "Foo$$Lambda$12.345" and "Foo$$Lambda$12.678" are one lambda site.
+static bool isDigit(char c, bool hex) {
+    return (c >= '0' && c <= '9') || (hex && ((c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F')));
+}
+
+// "Foo$$Lambda$12.345" and "Foo$$Lambda$12.678" are one lambda site; so are
+// the hidden classes of newer JVMs, "Foo$$Lambda$12.0x0000000800c03000".
 static ZString foldLambdaClassName(const ZString& name) {
     if (!name.contains("$$Lambda$")) return name;
     int dot = name.lastIndexOfChar('.');
-    if (dot < 0 || dot == name.getLength() - 1) return name;
-    for (int i = dot + 1; i < name.getLength(); i++) {
-        if (name[i] < '0' || name[i] > '9') return name;
+    int from = dot + 1;
+    bool hex = name.getLength() > from + 2 && name[from] == '0' && name[from + 1] == 'x';
+    if (hex) from += 2;
+    if (dot < 0 || from == name.getLength()) return name;
+    for (int i = from; i < name.getLength(); i++) {
+        if (!isDigit(name[i], hex)) return name;
     }
     return name.substring(0, dot);
 }
