@@ -2,19 +2,9 @@
 
 #include "agent/Logger.h"
 
-// The first entry with `tag` that `match` accepts, else 0.
-template <typename Entry, typename Match>
-static int scanPool(ConstantPool& pool, int tag, Match match) {
-    for (int i = 1; i < pool.getSize(); i++) {
-        ConstantPoolInfo* entry = pool[i];
-        if (entry != nullptr && entry->getTag() == tag && match(*static_cast<Entry*>(entry))) return i;
-    }
-    return 0;
-}
-
 ClassFile::ClassFile(DataInput& in)
     : myMagic(0), myMajorVersion(0), myMinorVersion(0), myAccessFlags(0), myThisClass(0), mySuperClass(0),
-      myInterfaceCount(0), myInterfaces(nullptr), myUtf8Cache(10), myClassCache(10), myStringCache(3), myInvalid(false),
+      myInterfaceCount(0), myInterfaces(nullptr), myIndex(&myArena), myInvalid(false),
       myParsedPoolSize(0), myProvisionalPoolSize(0), myProvisionalUsed(false), myParsing(true), myPoolBytes(nullptr),
       myPoolByteLength(0), myPoolEdits(0), myClassesByName(10), myClassesByNameBuilt(false) {
     try {
@@ -245,63 +235,20 @@ int ClassFile::noteFound(int index) {
     return index;
 }
 
-int ClassFile::findUtf8InPool(const char* chars, int length) {
-    return scanPool<ConstantUtf8Info>(myConstantPool, ConstantPoolInfo::UTF8,
-                                      [&](ConstantUtf8Info& e) { return e.equals(chars, length); });
-}
-
 int ClassFile::findOrCreateUtf8(const ZString& value) { return findOrCreateUtf8(value.c_str(), value.getLength()); }
 
 int ClassFile::findOrCreateUtf8(const char* chars, int length) {
     KZT_ASSERT(length >= 0);
-    // The cache compares zero-terminated keys; a short name gets one on the stack.
-    char buffer[256];
-    ZString longKey;
-    const char* key = buffer;
-    if (length < (int)sizeof(buffer)) {
-        memcpy(buffer, chars, length);
-        buffer[length] = 0;
-    } else {
-        longKey = ZString(chars, length);
-        key = longKey.c_str();
-    }
-    int index = myUtf8Cache.get(key, 0);
-    if (index > 0 && index < myConstantPool.getSize()) {
-        ConstantPoolInfo* entry = myConstantPool[index];
-        if (entry != nullptr && entry->getTag() == ConstantPoolInfo::UTF8 &&
-            static_cast<ConstantUtf8Info*>(entry)->equals(chars, length)) {
-            return noteFound(index);
-        }
-    }
-    index = findUtf8InPool(chars, length);
-    if (index == 0) index = appendEntry(ConstantPoolInfo::make<ConstantUtf8Info>(&myArena, ZString(chars, length)));
-    myUtf8Cache.put(static_cast<ConstantUtf8Info*>(myConstantPool[index])->getChars(), index);
-    return noteFound(index);
-}
-
-// A Class or String entry by the index it refers to, through its cache.
-template <typename Entry>
-static int findCached(ConstantPool& pool, ZMap<int, int>& cache, int tag, int key) {
-    int index = cache.get(key, 0);
-    if (index > 0 && index < pool.getSize()) {
-        ConstantPoolInfo* entry = pool[index];
-        if (entry != nullptr && entry->getTag() == tag && static_cast<Entry*>(entry)->equals(key)) return index;
-    }
-    for (int i = 1; i < pool.getSize(); i++) {
-        ConstantPoolInfo* entry = pool[i];
-        if (entry != nullptr && entry->getTag() == tag && static_cast<Entry*>(entry)->equals(key)) {
-            cache.put(key, i);
-            return i;
-        }
-    }
-    // The cache learns the index the new entry is about to get.
-    cache.put(key, pool.getSize());
-    return 0;
+    int index = myIndex.findUtf8(myConstantPool, myPoolEdits, chars, length);
+    if (index > 0) return noteFound(index);
+    ConstantUtf8Info* entry = ConstantPoolInfo::make<ConstantUtf8Info>(&myArena, ZString(chars, length));
+    entry->setEditCounter(&myPoolEdits);
+    return appendEntry(entry);
 }
 
 int ClassFile::findOrCreateConstantClass(int nameIndex) {
     KZT_ASSERT(nameIndex >= 1);
-    int index = findCached<ConstantClassInfo>(myConstantPool, myClassCache, ConstantPoolInfo::CLASS, nameIndex);
+    int index = myIndex.findClass(myConstantPool, myPoolEdits, nameIndex);
     return index > 0 ? noteFound(index) : appendEntry(ConstantPoolInfo::make<ConstantClassInfo>(&myArena, nameIndex));
 }
 
@@ -346,15 +293,14 @@ int ClassFile::findOrCreateClassByName(const char* chars, int length) {
 
 int ClassFile::findOrCreateStringInfo(const ZString& value) {
     int utf8 = findOrCreateUtf8(value);
-    int index = findCached<ConstantStringInfo>(myConstantPool, myStringCache, ConstantPoolInfo::STRING, utf8);
+    int index = myIndex.findString(myConstantPool, myPoolEdits, utf8);
     return index > 0 ? noteFound(index) : appendEntry(ConstantPoolInfo::make<ConstantStringInfo>(&myArena, utf8));
 }
 
 int ClassFile::findOrCreateNameAndType(int nameIndex, int descriptorIndex) {
     KZT_ASSERT(nameIndex >= 1);
     KZT_ASSERT(descriptorIndex >= 1);
-    int index = scanPool<ConstantNameAndTypeInfo>(myConstantPool, ConstantPoolInfo::NAME_AND_TYPE,
-        [&](ConstantNameAndTypeInfo& e) { return e.equals(nameIndex, descriptorIndex); });
+    int index = myIndex.findNameAndType(myConstantPool, myPoolEdits, nameIndex, descriptorIndex);
     if (index > 0) return noteFound(index);
     return appendEntry(ConstantPoolInfo::make<ConstantNameAndTypeInfo>(&myArena, nameIndex, descriptorIndex));
 }
@@ -362,22 +308,19 @@ int ClassFile::findOrCreateNameAndType(int nameIndex, int descriptorIndex) {
 int ClassFile::findOrCreateMethodRef(int classIndex, int nameIndex, int descriptorIndex) {
     KZT_ASSERT(classIndex >= 1);
     int nameAndType = findOrCreateNameAndType(nameIndex, descriptorIndex);
-    int index = scanPool<ConstantRefInfo>(myConstantPool, ConstantPoolInfo::METHOD_REF,
-        [&](ConstantRefInfo& e) { return e.equals(classIndex, nameAndType); });
+    int index = myIndex.findMethodRef(myConstantPool, myPoolEdits, classIndex, nameAndType);
     if (index > 0) return noteFound(index);
     return appendEntry(ConstantPoolInfo::make<ConstantMethodRefInfo>(&myArena, classIndex, nameAndType));
 }
 
 int ClassFile::findOrCreateIntInfo(int value) {
-    int index = scanPool<ConstantIntInfo>(myConstantPool, ConstantPoolInfo::INTEGER,
-        [&](ConstantIntInfo& e) { return e.getValue() == value; });
+    int index = myIndex.findInteger(myConstantPool, myPoolEdits, value);
     if (index > 0) return noteFound(index);
     return appendEntry(ConstantPoolInfo::make<ConstantIntInfo>(&myArena, value));
 }
 
 int ClassFile::findOrCreateLongInfo(long long value) {
-    int index = scanPool<ConstantLongInfo>(myConstantPool, ConstantPoolInfo::LONG,
-        [&](ConstantLongInfo& e) { return e.getValue() == value; });
+    int index = myIndex.findLong(myConstantPool, myPoolEdits, value);
     if (index > 0) return noteFound(index);
     index = appendEntry(ConstantPoolInfo::make<ConstantLongInfo>(&myArena, value));
     appendEntry(nullptr);
@@ -398,8 +341,7 @@ void ClassFile::patchConstantPool(const ZVectorSafe<ZString>& from, const ZVecto
             }
         }
     }
-    // The cache keys are the entries' own buffers, which a new value frees.
-    if (myUtf8Cache.isInitialized()) myUtf8Cache.clear();
+    // The keys of the class names are the entries' own buffers, which a new value frees.
     if (myClassesByName.isInitialized()) myClassesByName.clear();
     myClassesByNameBuilt = false;
 }

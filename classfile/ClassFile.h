@@ -7,6 +7,7 @@
 #include "classfile/Attributes.h"
 #include "classfile/CodeAttribute.h"
 #include "classfile/ConstantPool.h"
+#include "classfile/ConstantPoolIndex.h"
 #include "classfile/DataInput.h"
 #include "classfile/DataOutput.h"
 #include "classfile/MethodInfo.h"
@@ -92,7 +93,6 @@ private:
     int appendEntry(ConstantPoolInfo* entry);
     // An index found among the constants that parsing added is needed now.
     int noteFound(int index);
-    int findUtf8InPool(const char* chars, int length);
 
     // Holds the pool entries; declared first so that it goes last.
     ClassArena myArena;
@@ -108,9 +108,8 @@ private:
     ZVector<FieldInfo*, 10> myFields;
     ZVector<MethodInfo*, 10> myMethods;
     ZVector<AttributeInfo*, 10> myAttributes;
-    ZMap<const char*, int> myUtf8Cache;
-    ZMap<int, int> myClassCache;
-    ZMap<int, int> myStringCache;
+    // Constants by content, for the findOrCreate functions.
+    ConstantPoolIndex myIndex;
     ZStringSet myLoggedSkips;
     bool myInvalid;
 

@@ -1,0 +1,176 @@
+#include "classfile/ConstantPoolIndex.h"
+
+#include <cstring>
+
+static uint32_t mix(uint64_t x) {
+    x ^= x >> 31;
+    x *= 0x9E3779B97F4A7C15ull;
+    return (uint32_t)(x >> 32);
+}
+
+// Length, first and last eight bytes: constant time however long the text,
+// and names that share a package prefix still differ at their ends.
+uint32_t ConstantPoolIndex::hashBytes(const char* chars, int length) {
+    uint64_t head = 0;
+    uint64_t tail = 0;
+    if (length >= 8) {
+        memcpy(&head, chars, 8);
+        memcpy(&tail, chars + length - 8, 8);
+    } else {
+        memcpy(&head, chars, length);
+    }
+    return mix(head * 31 + (tail ^ ((uint64_t)length << 56)) + ConstantPoolInfo::UTF8);
+}
+
+uint32_t ConstantPoolIndex::hashKey(const Key& key) {
+    return mix(((uint64_t)(uint32_t)key.a << 32 | (uint32_t)key.b) ^ ((uint64_t)key.tag * 0xC2B2AE3D27D4EB4Full));
+}
+
+bool ConstantPoolIndex::keyOf(const ConstantPoolInfo* entry, Key* key) {
+    key->tag = entry->getTag();
+    key->b = 0;
+    switch (key->tag) {
+    case ConstantPoolInfo::INTEGER:
+        key->a = static_cast<const ConstantIntInfo*>(entry)->getValue();
+        return true;
+    case ConstantPoolInfo::LONG: {
+        long long value = static_cast<const ConstantLongInfo*>(entry)->getValue();
+        key->a = (int32_t)value;
+        key->b = (int32_t)(value >> 32);
+        return true;
+    }
+    case ConstantPoolInfo::CLASS:
+        key->a = static_cast<const ConstantClassInfo*>(entry)->getNameIndex();
+        return true;
+    case ConstantPoolInfo::STRING:
+        key->a = static_cast<const ConstantStringInfo*>(entry)->getStringIndex();
+        return true;
+    case ConstantPoolInfo::NAME_AND_TYPE:
+        key->a = static_cast<const ConstantNameAndTypeInfo*>(entry)->getNameIndex();
+        key->b = static_cast<const ConstantNameAndTypeInfo*>(entry)->getDescriptorIndex();
+        return true;
+    case ConstantPoolInfo::METHOD_REF:
+        key->a = static_cast<const ConstantRefInfo*>(entry)->getClassIndex();
+        key->b = static_cast<const ConstantRefInfo*>(entry)->getNameAndTypeIndex();
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool ConstantPoolIndex::matches(const ConstantPoolInfo* entry, const Key& key) {
+    Key own;
+    return entry->getTag() == key.tag && keyOf(entry, &own) && own.a == key.a && own.b == key.b;
+}
+
+void ConstantPoolIndex::rehash(int capacity) {
+    Slot* old = mySlots;
+    uint32_t oldCapacity = old != nullptr ? myMask + 1 : 0;
+    mySlots = (Slot*)myArena->allocate(sizeof(Slot) * capacity);
+    memset(mySlots, 0, sizeof(Slot) * capacity);
+    myMask = capacity - 1;
+    for (uint32_t i = 0; i < oldCapacity; i++) {
+        if (old[i].index != 0) {
+            uint32_t at = old[i].hash & myMask;
+            while (mySlots[at].index != 0) at = (at + 1) & myMask;
+            mySlots[at] = old[i];
+        }
+    }
+}
+
+void ConstantPoolIndex::insert(int index, uint32_t hash) {
+    if ((uint32_t)(myCount + 1) * 2 > myMask + 1) rehash((myMask + 1) * 2);
+    uint32_t at = hash & myMask;
+    while (mySlots[at].index != 0) at = (at + 1) & myMask;
+    mySlots[at].index = index;
+    mySlots[at].hash = hash;
+    myCount++;
+}
+
+// Entries come in pool order, so the first of equal ones stays.
+void ConstantPoolIndex::add(const ConstantPool& pool, int index) {
+    const ConstantPoolInfo* entry = pool.getElements()[index];
+    if (entry == nullptr) return;
+    if (entry->getTag() == ConstantPoolInfo::UTF8) {
+        const ConstantUtf8Info* utf8 = static_cast<const ConstantUtf8Info*>(entry);
+        uint32_t hash = hashBytes(utf8->getChars(), utf8->getByteLength());
+        for (uint32_t at = hash & myMask; mySlots[at].index != 0; at = (at + 1) & myMask) {
+            if (mySlots[at].hash != hash) continue;
+            const ConstantPoolInfo* other = pool.getElements()[mySlots[at].index];
+            if (other->getTag() == ConstantPoolInfo::UTF8 &&
+                static_cast<const ConstantUtf8Info*>(other)->equals(utf8->getChars(), utf8->getByteLength())) {
+                return;
+            }
+        }
+        insert(index, hash);
+        return;
+    }
+    Key key;
+    if (!keyOf(entry, &key)) return;
+    uint32_t hash = hashKey(key);
+    for (uint32_t at = hash & myMask; mySlots[at].index != 0; at = (at + 1) & myMask) {
+        if (mySlots[at].hash == hash && matches(pool.getElements()[mySlots[at].index], key)) return;
+    }
+    insert(index, hash);
+}
+
+void ConstantPoolIndex::update(const ConstantPool& pool, int edits) {
+    int size = pool.getSize();
+    if (mySlots == nullptr || edits != myEditsSeen) {
+        // Room for the pool and the constants a rewrite adds, at half load.
+        int capacity = 64;
+        while (capacity < size * 2 + 64) capacity *= 2;
+        mySlots = nullptr;
+        myCount = 0;
+        rehash(capacity);
+        myIndexedUpTo = 1;
+        myEditsSeen = edits;
+    }
+    for (; myIndexedUpTo < size; myIndexedUpTo++) add(pool, myIndexedUpTo);
+}
+
+int ConstantPoolIndex::findUtf8(const ConstantPool& pool, int edits, const char* chars, int length) {
+    update(pool, edits);
+    uint32_t hash = hashBytes(chars, length);
+    for (uint32_t at = hash & myMask; mySlots[at].index != 0; at = (at + 1) & myMask) {
+        if (mySlots[at].hash != hash) continue;
+        const ConstantPoolInfo* entry = pool.getElements()[mySlots[at].index];
+        if (entry->getTag() == ConstantPoolInfo::UTF8 && static_cast<const ConstantUtf8Info*>(entry)->equals(chars, length)) {
+            return mySlots[at].index;
+        }
+    }
+    return 0;
+}
+
+int ConstantPoolIndex::findKey(const ConstantPool& pool, int edits, const Key& key) {
+    update(pool, edits);
+    uint32_t hash = hashKey(key);
+    for (uint32_t at = hash & myMask; mySlots[at].index != 0; at = (at + 1) & myMask) {
+        if (mySlots[at].hash == hash && matches(pool.getElements()[mySlots[at].index], key)) return mySlots[at].index;
+    }
+    return 0;
+}
+
+int ConstantPoolIndex::findInteger(const ConstantPool& pool, int edits, int value) {
+    return findKey(pool, edits, Key{ConstantPoolInfo::INTEGER, value, 0});
+}
+
+int ConstantPoolIndex::findLong(const ConstantPool& pool, int edits, long long value) {
+    return findKey(pool, edits, Key{ConstantPoolInfo::LONG, (int32_t)value, (int32_t)(value >> 32)});
+}
+
+int ConstantPoolIndex::findClass(const ConstantPool& pool, int edits, int nameIndex) {
+    return findKey(pool, edits, Key{ConstantPoolInfo::CLASS, nameIndex, 0});
+}
+
+int ConstantPoolIndex::findString(const ConstantPool& pool, int edits, int utf8Index) {
+    return findKey(pool, edits, Key{ConstantPoolInfo::STRING, utf8Index, 0});
+}
+
+int ConstantPoolIndex::findNameAndType(const ConstantPool& pool, int edits, int nameIndex, int descriptorIndex) {
+    return findKey(pool, edits, Key{ConstantPoolInfo::NAME_AND_TYPE, nameIndex, descriptorIndex});
+}
+
+int ConstantPoolIndex::findMethodRef(const ConstantPool& pool, int edits, int classIndex, int nameAndTypeIndex) {
+    return findKey(pool, edits, Key{ConstantPoolInfo::METHOD_REF, classIndex, nameAndTypeIndex});
+}

@@ -1,0 +1,57 @@
+// A hash index over the constants that edits look up (Utf8, Integer, Long,
+// Class, String, NameAndType, MethodRef): each key maps to the lowest pool
+// index holding it, which is what a scan from 1 would find. It is built on
+// the first lookup, takes in appended entries as it goes, and lives in the
+// class's arena, so indexing a constant allocates nothing.
+#pragma once
+
+#include <cstdint>
+
+#include "classfile/ClassArena.h"
+#include "classfile/ConstantPool.h"
+
+class ConstantPoolIndex {
+public:
+    explicit ConstantPoolIndex(ClassArena* arena)
+        : myArena(arena), mySlots(nullptr), myMask(0), myCount(0), myIndexedUpTo(1), myEditsSeen(0) {}
+
+    // Lowest index of an equal entry, 0 when there is none. `edits` counts
+    // the changes of Utf8 texts: when it moved, the index starts over.
+    int findUtf8(const ConstantPool& pool, int edits, const char* chars, int length);
+    int findInteger(const ConstantPool& pool, int edits, int value);
+    int findLong(const ConstantPool& pool, int edits, long long value);
+    int findClass(const ConstantPool& pool, int edits, int nameIndex);
+    int findString(const ConstantPool& pool, int edits, int utf8Index);
+    int findNameAndType(const ConstantPool& pool, int edits, int nameIndex, int descriptorIndex);
+    int findMethodRef(const ConstantPool& pool, int edits, int classIndex, int nameAndTypeIndex);
+
+    static uint32_t hashBytes(const char* chars, int length);
+
+private:
+    struct Slot {
+        int32_t index;  // 0: empty
+        uint32_t hash;
+    };
+    // Keys of the fixed-size entries: the tag and up to two numbers.
+    struct Key {
+        int tag;
+        int32_t a;
+        int32_t b;
+    };
+
+    void update(const ConstantPool& pool, int edits);
+    void add(const ConstantPool& pool, int index);
+    void insert(int index, uint32_t hash);
+    void rehash(int capacity);
+    int findKey(const ConstantPool& pool, int edits, const Key& key);
+    static bool keyOf(const ConstantPoolInfo* entry, Key* key);
+    static uint32_t hashKey(const Key& key);
+    static bool matches(const ConstantPoolInfo* entry, const Key& key);
+
+    ClassArena* myArena;
+    Slot* mySlots;
+    uint32_t myMask;
+    int myCount;
+    int myIndexedUpTo;  // entries below this are in the index
+    int myEditsSeen;
+};

@@ -1,0 +1,58 @@
+#include <gtest/gtest.h>
+
+#include "ClassBuilder.h"
+
+static QuietErrors ourQuiet;
+
+// The index answers as a scan from 1 would: the first of equal entries,
+// entries appended later, and texts changed by a patch.
+TEST(ConstantPoolIndex, FindsTheFirstOfEqualEntriesAndAppendedOnes) {
+    ClassBuilder b;
+    int text = b.utf8("twice");
+    b.duplicateUtf8("twice");
+    int seven = b.integer(7);
+    b.integer(7);
+    int big = b.longConstant(1LL << 40);
+    int low = b.integer(0);  // the low half of the long, as an Integer
+    int aClass = b.cls("p/A");
+    b.method("m", "()V").code = {0xb1};
+    auto cf = parseClass(b.build());
+
+    EXPECT_EQ(text, cf->findOrCreateUtf8(ZString("twice")));
+    EXPECT_EQ(seven, cf->findOrCreateIntInfo(7));
+    EXPECT_EQ(big, cf->findOrCreateLongInfo(1LL << 40));
+    EXPECT_EQ(low, cf->findOrCreateIntInfo(0));
+    EXPECT_EQ(aClass, cf->findOrCreateConstantClass(cf->findOrCreateUtf8(ZString("p/A"))));
+
+    // Keys that differ only where a cheap hash might not look.
+    int size = cf->getConstantPool()->getSize();
+    int longA = cf->findOrCreateUtf8(ZString("java/lang/a/very/long/name/Same"));
+    int longB = cf->findOrCreateUtf8(ZString("java/lang/b/very/long/name/Same"));
+    EXPECT_EQ(size, longA);
+    EXPECT_EQ(size + 1, longB);
+    EXPECT_EQ(longA, cf->findOrCreateUtf8(ZString("java/lang/a/very/long/name/Same")));
+    EXPECT_EQ(size + 2, cf->findOrCreateLongInfo(7));  // an Integer 7 is no Long 7
+    EXPECT_EQ(size + 4, cf->findOrCreateUtf8(ZString("")));
+    EXPECT_EQ(size + 4, cf->findOrCreateUtf8(ZString("")));
+
+    int nameAndType = cf->findOrCreateNameAndType(longA, longB);
+    int ref = cf->findOrCreateMethodRef(aClass, longA, longB);
+    EXPECT_EQ(nameAndType + 1, ref);
+    EXPECT_EQ(ref, cf->findOrCreateMethodRef(aClass, longA, longB));
+    EXPECT_EQ(nameAndType, cf->findOrCreateNameAndType(longA, longB));
+
+    // Many new constants: the index grows and still finds all of them.
+    int firstNew = cf->findOrCreateIntInfo(100000);
+    for (int i = 1; i < 3000; i++) cf->findOrCreateIntInfo(100000 + i);
+    for (int i = 0; i < 3000; i++) ASSERT_EQ(firstNew + i, cf->findOrCreateIntInfo(100000 + i));
+    EXPECT_EQ(seven, cf->findOrCreateIntInfo(7));
+
+    // A patched text is found by its new value, and the old one is gone.
+    ZVectorSafe<ZString> from, to;
+    from.push("twice");
+    to.push("thrice");
+    cf->patchConstantPool(from, to);
+    EXPECT_EQ(text, cf->findOrCreateUtf8(ZString("thrice")));
+    int count = cf->getConstantPool()->getSize();
+    EXPECT_EQ(count, cf->findOrCreateUtf8(ZString("twice")));
+}
