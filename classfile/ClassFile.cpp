@@ -142,8 +142,7 @@ void ClassFile::writeClass(DataOutput& out) {
                   provisionalAt >= 0 && highest < myParsedPoolSize;
     if (unused) {
         out.cut(provisionalAt, poolEnd);
-        out.getBytes()[countAt] = (unsigned char)(myParsedPoolSize >> 8);
-        out.getBytes()[countAt + 1] = (unsigned char)myParsedPoolSize;
+        DataOutput::putU2(out.getData() + countAt, myParsedPoolSize);
     }
 }
 

@@ -7,9 +7,15 @@
 
 class DataOutput {
 public:
-    explicit DataOutput(ZVector<unsigned char, 10>& bytes) : myBytes(bytes), myHighestPoolReference(0) {}
+    explicit DataOutput(ZVector<unsigned char, 10>& bytes)
+        : myBytes(bytes), mySize(bytes.getSize()), myReusing(false), myHighestPoolReference(0) {}
 
-    void writeUnsignedByte(int value) { myBytes.push((unsigned char)value); }
+    // Writes from the start of `buffer`, which it grows but never shrinks:
+    // the bytes written are the first getSize() of it, and a buffer kept
+    // from one class to the next is not grown or filled again.
+    static DataOutput reusing(ZVector<unsigned char, 10>& buffer) { return DataOutput(buffer, true); }
+
+    void writeUnsignedByte(int value) { *reserve(1) = (unsigned char)value; }
     void writeUnsignedShort(int value) {
         unsigned char* p = reserve(2);
         p[0] = (unsigned char)(value >> 8);
@@ -38,8 +44,9 @@ public:
         p[3] = (unsigned char)(value >> 24);
     }
 
-    int getSize() const { return myBytes.getSize(); }
-    ZVector<unsigned char, 10>& getBytes() { return myBytes; }
+    int getSize() const { return mySize; }
+    // The bytes written so far, getSize() of them.
+    unsigned char* getData() { return myBytes.getElements(); }
 
     // Pool indices written by derived data (stack map items), so that a class
     // writer can tell whether constants added while parsing are needed.
@@ -60,14 +67,16 @@ public:
     // Drops the bytes from `from` to `to`, closing the gap.
     void cut(int from, int to) {
         unsigned char* p = myBytes.getElements();
-        memmove(p + from, p + to, myBytes.getSize() - to);
-        myBytes.resize(myBytes.getSize() - (to - from));
+        memmove(p + from, p + to, mySize - to);
+        mySize -= to - from;
+        if (!myReusing) myBytes.resize(mySize);
     }
 
     // Room for `count` more bytes, to be filled by the caller.
     unsigned char* reserve(int count) {
-        int at = myBytes.getSize();
-        myBytes.resize(at + count);
+        int at = mySize;
+        if (at + count > myBytes.getSize()) grow(at + count);
+        mySize = at + count;
         return myBytes.getElements() + at;
     }
     static void putU2(unsigned char* p, int value) {
@@ -76,6 +85,18 @@ public:
     }
 
 private:
+    DataOutput(ZVector<unsigned char, 10>& buffer, bool reusing)
+        : myBytes(buffer), mySize(0), myReusing(reusing), myHighestPoolReference(0) {}
+    // An appending writer keeps the vector's size equal to what it wrote; a
+    // reusing one grows it in large steps.
+    void grow(int size) {
+        if (myReusing && size < myBytes.getSize() * 2) size = myBytes.getSize() * 2;
+        if (myReusing && size < 4096) size = 4096;
+        myBytes.resize(size);
+    }
+
     ZVector<unsigned char, 10>& myBytes;
+    int mySize;
+    bool myReusing;
     int myHighestPoolReference;
 };

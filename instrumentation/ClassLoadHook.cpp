@@ -62,11 +62,23 @@ static unsigned char* allocateClassBytes(int length) {
     return allocate(length);
 }
 
-static void handOver(const ZVector<unsigned char, 10>& written, int* newLength, unsigned char** newBytes) {
-    unsigned char* result = allocateClassBytes(written.getSize());
-    memcpy(result, written.getElements(), written.getSize());
-    *newLength = written.getSize();
+// The buffer that classes are written into before they are handed over:
+// kept from class to class (the hook runs under ourLock), so that writing
+// a class neither grows nor fills it once it has seen a class as large.
+static ZVector<unsigned char, 10>& writeBuffer() {
+    static ZVector<unsigned char, 10>* buffer = new ZVector<unsigned char, 10>();
+    return *buffer;
+}
+
+// Writes the class and hands the bytes over; returns them for a dump.
+static const unsigned char* writeAndHandOver(ClassFile* cf, int* newLength, unsigned char** newBytes) {
+    DataOutput out = DataOutput::reusing(writeBuffer());
+    cf->writeClass(out);
+    unsigned char* result = allocateClassBytes(out.getSize());
+    memcpy(result, out.getData(), out.getSize());
+    *newLength = out.getSize();
     *newBytes = result;
+    return result;
 }
 
 static void dumpClass(const ZString& path, const unsigned char* bytes, int length) {
@@ -79,8 +91,8 @@ static void dumpClass(const ZString& path, const unsigned char* bytes, int lengt
     fclose(file);
 }
 
-// A private copy of the bytes and the class parsed from it; the class reads
-// from the copy for as long as it lives.
+// The class parsed from the bytes; it copies what it keeps, so the bytes
+// need to stay only while it parses.
 class ParsedClass {
 public:
     ParsedClass() : myClassFile(nullptr) {}
@@ -90,16 +102,13 @@ public:
 
     // False for bytes that are no class the toolkit can model.
     bool parse(const unsigned char* bytes, int length) {
-        myCopy.resize(length);
-        if (length > 0) memcpy(myCopy.getElements(), bytes, length);
-        DataInput in(myCopy);
+        DataInput in(bytes, length);
         myClassFile = new ClassFile(in);
         return !myClassFile->isInvalid();
     }
     ClassFile* get() const { return myClassFile; }
 
 private:
-    ZVector<unsigned char, 10> myCopy;
     ClassFile* myClassFile;
 };
 
@@ -119,10 +128,7 @@ static bool patchCallbackForJava9(const ZString& name, int length, const unsigne
     from.push("compareAndSwapLong");
     to.push("compareAndSetLong");
     holder.get()->patchConstantPool(from, to);
-    ZVector<unsigned char, 10> written(4096);
-    DataOutput out(written);
-    holder.get()->writeClass(out);
-    handOver(written, newLength, newBytes);
+    writeAndHandOver(holder.get(), newLength, newBytes);
     return true;
 }
 
@@ -264,11 +270,8 @@ void classFileLoadHookHandlerImpl(const LockHolder& lock, const ZString& name, i
                                      ZString::nanosAsMs(ourCounters.myTotalTimeNs));
         }
         if (changed) {
-            ZVector<unsigned char, 10> written(4096);
-            DataOutput out(written);
-            cf->writeClass(out);
-            handOver(written, newLength, newBytes);
-            if (!dumpBase.isEmpty()) dumpClass(dumpBase + ".class", written.getElements(), written.getSize());
+            const unsigned char* written = writeAndHandOver(cf, newLength, newBytes);
+            if (!dumpBase.isEmpty()) dumpClass(dumpBase + ".class", written, *newLength);
         }
         return;
     }

@@ -34,6 +34,8 @@ void operator delete[](void* p, size_t) noexcept { free(p); }
 
 static long roundTrip(std::vector<ZVector<unsigned char, 10>*>& classes, long* instructions) {
     long written = 0;
+    // One buffer for all classes, as the class load hook keeps it.
+    static ZVector<unsigned char, 10> buffer;
     for (ZVector<unsigned char, 10>* bytes : classes) {
         DataInput in(*bytes);
         ClassFile cf(in);
@@ -46,10 +48,9 @@ static long roundTrip(std::vector<ZVector<unsigned char, 10>*>& classes, long* i
                 }
             }
         }
-        ZVector<unsigned char, 10> out(4096);
-        DataOutput dout(out);
+        DataOutput dout = DataOutput::reusing(buffer);
         cf.writeClass(dout);
-        written += out.getSize();
+        written += dout.getSize();
     }
     return written;
 }
