@@ -36,6 +36,7 @@ static ZSet<StringEntry>& ourString2ID = *new ZSet<StringEntry>(10000);
 static ZSet<int>& ourPinnedStrIDs = *new ZSet<int>(1000);
 static int ourSizeAfterLastCollection = 0;
 static int ourCollectionCounter = 0;
+static int ourEpoch = 0;
 
 static void ensurePinned(int strId, const char* text) {
     if (ourPinnedStrIDs.contains(strId)) return;
@@ -77,6 +78,10 @@ const char* StringPool::getString(const LockHolder&, int strId) {
 
 int StringPool::getStringCount() {
     return ourString2ID.getSize();
+}
+
+int StringPool::getEpoch() {
+    return ourEpoch;
 }
 
 int StringPool::getPinnedCount() {
@@ -138,6 +143,7 @@ void StringPool::collectGarbageStrings(const LockHolder&) {
 
     ZSet<int> used(size);
     markUsedStrings(db, used);
+    ourEpoch++;
 
     int generation = db->getCurrentGeneration();
     int collected = 0;
@@ -180,4 +186,5 @@ void StringPool::resetForTests() {
     ourPinnedStrIDs.clear();
     ourSizeAfterLastCollection = 0;
     ourCollectionCounter = 0;
+    ourEpoch++;
 }

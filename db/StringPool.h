@@ -24,6 +24,10 @@ public:
     static const char* getString(const LockHolder& lock, int strId);
 
     static void collectGarbageStrings(const LockHolder& lock);
+    // Moves on whenever indices may have been given back (a collection, a
+    // reset): a cache of indices of unpinned strings is valid only while it
+    // stays the same.
+    static int getEpoch();
 
     static int getStringCount();
     static int getPinnedCount();

@@ -1,7 +1,11 @@
 #include "db/ZMethod.h"
 
+#include <cstdlib>
+#include <new>
+
 #include "agent/Logger.h"
 #include "db/DB.h"
+#include "db/SignatureNames.h"
 #include "foundation/ZMap.h"
 
 const char* const NATIVE_METHOD_PREFIX = "$$KZT$$";
@@ -48,22 +52,57 @@ static int allocateMethodIndex(bool pseudoConstructor) {
     return page.myPage * ZMethod::PAGE_SIZE + page.myCount++;
 }
 
-static bool isProbeCallbackName(const ZString& name) {
+// Texts with their lengths, compared as ZString compares them.
+static bool textEquals(const char* chars, int length, const char* text) {
+    return (int)strlen(text) == length && memcmp(chars, text, length) == 0;
+}
+
+static bool textStartsWith(const char* chars, int length, const char* prefix) {
+    int n = (int)strlen(prefix);
+    return n <= length && memcmp(chars, prefix, n) == 0;
+}
+
+static bool isProbeCallbackName(const char* name, int length) {
     static const char* const names[] = {"onEnter", "onEnterImpl", "onExit", "onReturn", "onReturnImpl",
                                         "onUncaughtException"};
     for (const char* candidate : names) {
-        if (name.equals(candidate)) return true;
+        if (textEquals(name, length, candidate)) return true;
     }
     return false;
 }
 
-static int computeFlags(const ZString& className, const ZString& name, bool native) {
+static int computeFlags(const ZString& className, const char* name, int nameLength, bool native) {
     int flags = 0;
-    if (className.equals(CALLBACK_CLASS_NAME) || name.startsWith(NATIVE_METHOD_PREFIX)) flags |= METHOD_FLAG_INVISIBLE;
+    if (className.equals(CALLBACK_CLASS_NAME) || textStartsWith(name, nameLength, NATIVE_METHOD_PREFIX)) {
+        flags |= METHOD_FLAG_INVISIBLE;
+    }
     if (native) flags |= METHOD_FLAG_NATIVE;
-    if (isProbeCallbackName(name)) flags |= METHOD_FLAG_PROBE_CALLBACK;
-    if (name.startsWith("invoke") || name.startsWith("dispatch")) flags |= METHOD_FLAG_NEVER_EXCLUDED;
+    if (isProbeCallbackName(name, nameLength)) flags |= METHOD_FLAG_PROBE_CALLBACK;
+    if (textStartsWith(name, nameLength, "invoke") || textStartsWith(name, nameLength, "dispatch")) {
+        flags |= METHOD_FLAG_NEVER_EXCLUDED;
+    }
     return flags;
+}
+
+// The method of `key`, made when it is new.
+static int getByKey(const LockHolder& lock, const MethodKey& key, const ZString& className, const char* name,
+                    int nameLength, bool native) {
+    int* known = ourMethodKey2Index.getPtr(key);
+    if (known != nullptr) return *known;
+
+    DB* db = KZT_DB();
+    int method = allocateMethodIndex(textEquals(name, nameLength, "<<init>>"));
+    MethodRecord* record = db->getMethodTable()->getPtr(method, true);
+    record->myName = key.myName;
+    record->myParameters = key.myParameters;
+    record->myClass = key.myClass;
+    record->myReturnType = key.myReturnType;
+    record->mySourceFile = key.mySourceFile;
+    record->myFlags = computeFlags(className, name, nameLength, native);
+    record->myStamp = db->getCurrentGeneration();
+    if (ZMethod::ourApplyFilters != nullptr) ZMethod::ourApplyFilters(lock, method, record);
+    ourMethodKey2Index.put(key, method);
+    return method;
 }
 
 int ZMethod::getByName(const LockHolder& lock, const ZString& className, const ZString& name,
@@ -75,22 +114,86 @@ int ZMethod::getByName(const LockHolder& lock, const ZString& className, const Z
     key.myClass = StringPool::getStrID(lock, className);
     key.myReturnType = StringPool::getStrID(lock, returnType);
     key.mySourceFile = StringPool::getStrID(lock, sourceFile);
-    int* known = ourMethodKey2Index.getPtr(key);
-    if (known != nullptr) return *known;
+    return getByKey(lock, key, className, name.c_str(), name.getLength(), native);
+}
 
-    DB* db = KZT_DB();
-    int method = allocateMethodIndex(name.equals("<<init>>"));
-    MethodRecord* record = db->getMethodTable()->getPtr(method, true);
-    record->myName = key.myName;
-    record->myParameters = key.myParameters;
-    record->myClass = key.myClass;
-    record->myReturnType = key.myReturnType;
-    record->mySourceFile = key.mySourceFile;
-    record->myFlags = computeFlags(className, name, native);
-    record->myStamp = db->getCurrentGeneration();
-    if (ourApplyFilters != nullptr) ourApplyFilters(lock, method, record);
-    ourMethodKey2Index.put(key, method);
-    return method;
+// ---- descriptors ----
+
+// A descriptor's bytes with their hash; the cache owns the bytes.
+struct DescriptorKey {
+    const char* myBytes;
+    int32_t myLength;
+    int32_t myHash;
+
+    bool operator==(const DescriptorKey& other) const {
+        return myHash == other.myHash && myLength == other.myLength && memcmp(myBytes, other.myBytes, myLength) == 0;
+    }
+};
+inline int32_t zmap_hashCode(const DescriptorKey& key) { return key.myHash; }
+
+static DescriptorKey descriptorKey(const char* bytes, int length) {
+    uint32_t hash = (uint32_t)length;
+    for (int i = 0; i < length; i++) hash = hash * 31 + (unsigned char)bytes[i];
+    return DescriptorKey{bytes, length, (int32_t)hash};
+}
+
+// The string indices of the parameters and return type of a descriptor.
+struct DescriptorStrings {
+    int32_t myParameters;
+    int32_t myReturnType;
+};
+
+// Valid while the string pool's epoch is the one it was filled in.
+static ZMap<DescriptorKey, DescriptorStrings>& ourDescriptorStrings = *new ZMap<DescriptorKey, DescriptorStrings>(1000);
+static int ourDescriptorEpoch = -1;
+
+static void forgetDescriptors() {
+    for (int slot = 0; slot < ourDescriptorStrings.getCapacity(); slot++) {
+        if (ourDescriptorStrings.isFull(slot)) free((void*)ourDescriptorStrings.keyAt(slot).myBytes);
+    }
+    ourDescriptorStrings.clear();
+}
+
+int ZMethod::getByDescriptor(const LockHolder& lock, ClassStrings& known, const ZString& className,
+                             const char* name, int nameLength, const char* descriptor, int descriptorLength,
+                             const ZString& sourceFile, bool native) {
+    int epoch = StringPool::getEpoch();
+    if (ourDescriptorEpoch != epoch) {
+        forgetDescriptors();
+        ourDescriptorEpoch = epoch;
+    }
+    if (known.myEpoch != epoch) known = ClassStrings{0, 0, epoch};
+
+    // New strings get their indices in the order of getByName: name,
+    // parameters, class, return type, source file. Known ones are in the
+    // pool already, so leaving out their lookups changes no order.
+    MethodKey key;
+    key.myName = StringPool::getStrIDImpl(lock, name, false);
+    DescriptorKey lookup = descriptorKey(descriptor, descriptorLength);
+    DescriptorStrings* strings = ourDescriptorStrings.getPtr(lookup);
+    ZString returnType;
+    if (strings != nullptr) {
+        key.myParameters = strings->myParameters;
+    } else {
+        ZString text(descriptor, descriptorLength);
+        key.myParameters = StringPool::getStrID(lock, convertMethodSignatureToParameters(text));
+        returnType = getReturnTypeFromMethodSignature(text);
+    }
+    if (known.myClass == 0) known.myClass = StringPool::getStrID(lock, className);
+    key.myClass = known.myClass;
+    if (strings != nullptr) {
+        key.myReturnType = strings->myReturnType;
+    } else {
+        key.myReturnType = StringPool::getStrID(lock, returnType);
+        char* copy = (char*)malloc(descriptorLength > 0 ? descriptorLength : 1);
+        if (copy == nullptr) throw std::bad_alloc();
+        memcpy(copy, descriptor, descriptorLength);
+        lookup.myBytes = copy;
+        ourDescriptorStrings.put(lookup, DescriptorStrings{key.myParameters, key.myReturnType});
+    }
+    if (known.mySourceFile == 0) known.mySourceFile = StringPool::getStrID(lock, sourceFile);
+    key.mySourceFile = known.mySourceFile;
+    return getByKey(lock, key, className, name, nameLength, native);
 }
 
 MethodRecord* ZMethod::getRecord(int method) {
@@ -105,6 +208,7 @@ int ZMethod::getFlags(int method) {
 
 void ZMethod::resetForTests() {
     ourMethodKey2Index.clear();
+    forgetDescriptors();
     ourInitMethodPage = {1, 0};
     ourOtherMethodPage = {0, 1};
     ourNextMethodPage = 2;

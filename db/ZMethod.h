@@ -25,6 +25,21 @@ public:
                          const ZString& parameters, const ZString& returnType, const ZString& sourceFile,
                          bool native);
 
+    // The class and source file strings of the methods of one class, interned
+    // with its first method and reused for the others.
+    struct ClassStrings {
+        int32_t myClass = 0;
+        int32_t mySourceFile = 0;
+        int myEpoch = -1;
+    };
+    // getByName for a method as a class file names it: the JVM descriptor
+    // ("(I)V") instead of parameters and return type. The descriptor's
+    // readable forms are made once for all methods that share it. The name
+    // is interned up to its first zero byte, as getByName does.
+    static int getByDescriptor(const LockHolder& lock, ClassStrings& known, const ZString& className,
+                               const char* name, int nameLength, const char* descriptor, int descriptorLength,
+                               const ZString& sourceFile, bool native);
+
     // The method's record, or null.
     static MethodRecord* getRecord(int method);
     // The flags of a method, 0 when unknown. Read without the lock: a late

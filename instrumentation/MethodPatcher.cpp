@@ -89,11 +89,25 @@ struct ClassContext {
     int allocRef = 0;
     // Pseudo method ids of allocated classes, by pool index of the Class entry.
     ZMap<int, int> pseudoMethodByClassIndex{16};
-    // The method being rewritten.
+    // The class and source file strings of the method records.
+    ZMethod::ClassStrings strings;
+    // The method being rewritten, its name, and its parameters in readable
+    // form once something asked for them.
     MethodInfo* method = nullptr;
-    ZString name;
+    const ConstantUtf8Info* name = nullptr;
     ZString parameters;
+    bool parametersMade = false;
 };
+
+const ZString& methodName(const ClassContext& c) { return c.method->getName(); }
+
+const ZString& methodParameters(ClassContext& c) {
+    if (!c.parametersMade) {
+        c.parameters = convertMethodSignatureToParameters(c.method->getDescriptor());
+        c.parametersMade = true;
+    }
+    return c.parameters;
+}
 
 // One insertion point of the first pass.
 struct Record {
@@ -120,8 +134,10 @@ PatchScratch& scratch() {
     return *instance;
 }
 
-void verboseMessage(const ClassContext& c, const ZString& text) {
-    if (c.options.debugBci) Logger::message(text);
+// The text is made only when the bci log is on.
+template <typename Text>
+void verboseMessage(const ClassContext& c, Text text) {
+    if (c.options.debugBci) Logger::message(text());
 }
 
 // ---- pseudo methods of allocated classes ----
@@ -362,7 +378,7 @@ void FirstPass::onNew(int pc) {
     int afterNext = pc + 4 < length ? code[pc + 4] : -1;
     if (next == OpCodes::DUP && afterNext == OpCodes::POP) {
         Logger::message(ZString("warning: cannot inject object allocation callback due to a bad bytecode pattern (scala?): ") +
-                        c.classFile->getSignature() + " " + c.name);
+                        c.classFile->getSignature() + " " + methodName(c));
     } else if (next == OpCodes::DUP || next == OpCodes::DUP_X1 || next == OpCodes::DUP_X2) {
         s.pendingKinds.push(NEW_DUP_FOLLOWS);
         s.pendingIds.push(id);
@@ -425,9 +441,9 @@ void FirstPass::onDupX() {
 
 // ---- one method ----
 
-void logLargeMethod(const ClassContext& c, int codeLength, bool tracingOn) {
+void logLargeMethod(ClassContext& c, int codeLength, bool tracingOn) {
     Logger::message(ZString(tracingOn ? "tracing=on: large method: " : "tracing=off: large method: ") +
-                    ZString::fromLong(codeLength) + " " + c.fullName + "." + c.name + c.parameters);
+                    ZString::fromLong(codeLength) + " " + c.fullName + "." + methodName(c) + methodParameters(c));
 }
 
 // Lines of the insertion points, asked in increasing pc order: the same
@@ -463,7 +479,7 @@ bool instrumentForTracingAndAllocationImpl(ClassContext& c, int methodId, int li
     LineNumberTableAttribute* lineTable = ca->getLineNumberTable();
 
     bool withLines = !c.options.disableLines && lineTable != nullptr && lineRef != -1;
-    if (length >= c.options.largeMethodThreshold && withLines && !c.name.equals("<clinit>")) {
+    if (length >= c.options.largeMethodThreshold && withLines && !c.name->equals("<clinit>", 8)) {
         bool tracingOn = (ourStatus & 0x100c) == 12;
         if (!shouldNeverRetransform(c.fullName)) {
             ourClassesWithLargeMethods.add(c.fullName);
@@ -472,9 +488,9 @@ bool instrumentForTracingAndAllocationImpl(ClassContext& c, int methodId, int li
         // Line calls come with a retransformation when tracing starts.
         if (!tracingOn) withLines = false;
     }
-    if (withLines && !c.options.jspWithLines && c.name.equals("_jspService") &&
+    if (withLines && !c.options.jspWithLines && c.name->equals("_jspService", 11) &&
         m->getDescriptor().equals(JSP_SERVICE_DESCRIPTOR)) {
-        verboseMessage(c, ZString("-lines (jsp_method): ") + c.fullName);
+        verboseMessage(c, [&] { return ZString("-lines (jsp_method): ") + c.fullName; });
         withLines = false;
     }
     bool withSwitch = SwitchDetector::containsSwitch(code, length);
@@ -491,13 +507,15 @@ bool instrumentForTracingAndAllocationImpl(ClassContext& c, int methodId, int li
                     static bool warned = false;
                     if (!warned) Logger::message("warning: obfuscated bytecode of a known type was detected");
                     warned = true;
-                    verboseMessage(c, ZString("bci: obfuscated bytecode: ") + c.fullName + "." + c.name + c.parameters);
+                    verboseMessage(c, [&] {
+                        return ZString("bci: obfuscated bytecode: ") + c.fullName + "." + methodName(c) + methodParameters(c);
+                    });
                 }
                 break;
             case NewOpCodeDetector::UNEXPECTED_PATTERN:
                 Logger::message(ZString("warning: unexpected bytecode was detected. Allocation recording for this "
                                         "method will be disabled. ") +
-                                c.fullName + "." + c.name + c.parameters);
+                                c.fullName + "." + methodName(c) + methodParameters(c));
                 break;
             default:
                 break;
@@ -666,7 +684,7 @@ bool instrumentForTracingAndAllocation(const LockHolder& lock, ClassFile* cf, bo
     bool isObject = signature.equals("java/lang/Object");
     const ZString* super = cf->getSuperClassSignature();
     bool jspClass = !c.options.jspWithLines && super != nullptr && super->equals("org/apache/jasper/runtime/HttpJspBase");
-    if (jspClass) verboseMessage(c, ZString("-lines (jsp_class): ") + c.fullName);
+    if (jspClass) verboseMessage(c, [&] { return ZString("-lines (jsp_class): ") + c.fullName; });
 
     int callbackClass = cf->findOrCreateConstantClass(cf->findOrCreateUtf8(CALLBACK_INTERNAL_NAME));
     int longDescriptor = cf->findOrCreateUtf8("(IJ)J");
@@ -678,37 +696,44 @@ bool instrumentForTracingAndAllocation(const LockHolder& lock, ClassFile* cf, bo
                                            cf->findOrCreateUtf8("(Ljava/lang/Object;IISJ)I"));
 
     bool changed = false;
+    const ConstantPool* pool = cf->getConstantPool();
     ZVector<MethodInfo*, 10>& methods = cf->getMethods();
     for (int i = 0; i < methods.getSize(); i++) {
         MethodInfo* m = methods[i];
         if (m->getCodeAttribute() == nullptr) continue;
         c.method = m;
-        c.name = m->getName();
-        if (isObject && (c.name.equals("<clinit>") || c.name.equals("finalize"))) continue;
-        const ZString& descriptor = m->getDescriptor();
+        c.name = ConstantPoolInfo::getUtf8Entry(pool, m->getNameIndex());
+        c.parametersMade = false;
+        if (isObject && (c.name->equals("<clinit>", 8) || c.name->equals("finalize", 8))) continue;
+        const ConstantUtf8Info* descriptor = ConstantPoolInfo::getUtf8Entry(pool, m->getDescriptorIndex());
         int reason = 0;
         if (shouldSkipInstrumentationForTracingAndAllocation(m, &reason)) {
-            verboseMessage(c, ZString("-skip (should_skip): ") + signature + " " + c.name + " " + descriptor);
+            verboseMessage(c, [&] {
+                return ZString("-skip (should_skip): ") + signature + " " + methodName(c) + " " + m->getDescriptor();
+            });
             continue;
         }
-        verboseMessage(c, ZString("bci_TA (") + ZString::fromLong(reason) + ") " + signature + " " + c.name + " " + descriptor);
-        c.parameters = convertMethodSignatureToParameters(descriptor);
-        if (ourProbeJoint.isFilteredMethod != nullptr && ourProbeJoint.isFilteredMethod(c.fullName, c.name, c.parameters)) {
-            ZString text = ZString("-skip (bci_filter): ") + c.fullName + "." + c.name + c.parameters;
+        verboseMessage(c, [&] {
+            return ZString("bci_TA (") + ZString::fromLong(reason) + ") " + signature + " " + methodName(c) + " " +
+                   m->getDescriptor();
+        });
+        if (ourProbeJoint.isFilteredMethod != nullptr &&
+            ourProbeJoint.isFilteredMethod(c.fullName, methodName(c), methodParameters(c))) {
+            ZString text = ZString("-skip (bci_filter): ") + c.fullName + "." + methodName(c) + methodParameters(c);
             if (cf->getLoggedSkips().add(text)) Logger::message(text);
             continue;
         }
-        int methodId = ZMethod::getByName(lock, c.fullName, c.name, c.parameters,
-                                          getReturnTypeFromMethodSignature(descriptor), c.sourceFile, false);
+        int methodId = ZMethod::getByDescriptor(lock, c.strings, c.fullName, c.name->getChars(), c.name->getByteLength(),
+                                                descriptor->getChars(), descriptor->getByteLength(), c.sourceFile, false);
         bool done = instrumentForTracingAndAllocationImpl(c, methodId, c.lineRef, withAllocation, withTracing);
         if (!done && c.lineRef != -1) {
             Logger::message(ZString("warning: resulting bytecode is too long, trying a fallback: ") + signature + " " +
-                            c.name + " " + descriptor);
+                            methodName(c) + " " + m->getDescriptor());
             done = instrumentForTracingAndAllocationImpl(c, methodId, -1, withAllocation, withTracing);
         }
         if (!done) {
             Logger::message(ZString("warning: cannot instrument method because resulting bytecode is too long: ") +
-                            signature + " " + c.name + " " + descriptor);
+                            signature + " " + methodName(c) + " " + m->getDescriptor());
             *tooLong = true;
             return false;
         }
