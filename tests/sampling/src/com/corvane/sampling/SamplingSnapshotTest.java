@@ -4,6 +4,7 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.corvane.snapshot.Rows;
 import com.corvane.snapshot.Rows.CpuRow;
 import com.corvane.snapshot.Rows.FrameRow;
 import com.corvane.snapshot.Rows.MethodRow;
@@ -48,17 +49,26 @@ class SamplingSnapshotTest {
         }
     }
 
+    record Run(String out, Times times, Snapshot snapshot) {
+    }
+
     static Times sample(Path dir, String settingsText) throws Exception {
-        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
-        Path home = dir.resolve("home");
-        String options = "sampling,onexit=snapshot,dir=" + snapshots;
+        String options = "sampling";
         if (settingsText != null) {
             options += ",sampling_settings_path=" + Files.writeString(dir.resolve("sampling.txt"), settingsText);
         }
-        ProcessBuilder builder = new ProcessBuilder(System.getProperty("corvane.java"),
-                "-agentpath:" + System.getProperty("corvane.agent") + "=" + options, "-cp",
-                System.getProperty("corvane.sampling.classes"), "SampledWork", "" + ROUNDS, "" + SLEEP_MS)
-                .redirectErrorStream(true);
+        return run(dir, options, "SampledWork", "" + ROUNDS, "" + SLEEP_MS).times();
+    }
+
+    static Run run(Path dir, String options, String... program) throws Exception {
+        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
+        Path home = dir.resolve("home");
+        List<String> command = new java.util.ArrayList<>(List.of(System.getProperty("corvane.java"),
+                "-agentpath:" + System.getProperty("corvane.agent") + "=" + (options.isEmpty() ? "" : options + ",")
+                        + "onexit=snapshot,dir=" + snapshots,
+                "-cp", System.getProperty("corvane.sampling.classes")));
+        command.addAll(List.of(program));
+        ProcessBuilder builder = new ProcessBuilder(command).redirectErrorStream(true);
         builder.environment().put("CORVANE_HOME", home.toString());
         builder.environment().remove("JAVA_TOOL_OPTIONS");
         builder.environment().remove("KZT_STARTUP_OPTIONS_PRE");
@@ -78,7 +88,8 @@ class SamplingSnapshotTest {
             assertEquals(1, found.size(), "exit snapshots: " + found);
             snapshot = found.get(0);
         }
-        return new Times(timesByThread(SnapshotReader.read(snapshot)), log);
+        Snapshot read = SnapshotReader.read(snapshot);
+        return new Run(out, new Times(timesByThread(read), log), read);
     }
 
     static String read(Path file) {
@@ -162,5 +173,39 @@ class SamplingSnapshotTest {
         long sleep = times.of("sleeper", "java.lang.Thread.sleep");
         assertTrue(sleeper > SLEEP_MS * 600_000L && sleeper <= caller, sleeper + " of " + caller);
         assertTrue(sleep < sleeper / 10, "the callee counts CPU only: " + sleep + " of " + sleeper);
+    }
+
+    @Test
+    void samplingSwitchesThroughTheNativesWithOneSamplerThread(@TempDir Path dir) throws Exception {
+        Path stopped = dir.resolve("stopped.snapshot");
+        Run run = run(dir, "", "SamplingControl", stopped.toString());
+        assertNoErrors(run.times());
+        String out = run.out();
+        assertTrue(out.contains("threads 0\nstart null\n"), out);
+        assertTrue(out.contains("again Cannot start CPU sampling: CPU profiling (sampling) already started\n"), out);
+        assertTrue(out.contains("async Cannot start CPU sampling: linux-x86-64 does not support asynchronous sampling\n"),
+                out);
+        assertTrue(out.contains("restart null\nthreads 1\n"), out);
+
+        Times beforeRestart = new Times(timesByThread(SnapshotReader.read(stopped)), "");
+        long sampled = beforeRestart.of("main", "SamplingControl.phaseSampled");
+        assertTrue(sampled > 100_000_000L, "sampled: " + sampled);
+        assertEquals(0, beforeRestart.of("main", "SamplingControl.phaseStopped"), "nothing is sampled while stopped");
+        assertEquals(0, run.times().of("main", "SamplingControl.phaseSampled"), "a start clears the data");
+        long restarted = run.times().of("main", "SamplingControl.phaseRestarted");
+        assertTrue(restarted > 100_000_000L, "sampled again: " + restarted);
+
+        // The telemetry row carries the state of every sampled thread.
+        Rows.TelemetryRow row = run.snapshot().tables().telemetry.liveEntries().iterator().next().row();
+        assertNotNull(row.threadStates(), "thread states");
+        int mainTrn = -1;
+        for (Table.Entry<ThreadRow> entry : run.snapshot().tables().threads.liveEntries()) {
+            if ("main".equals(run.snapshot().string(entry.row().name()))) {
+                mainTrn = entry.row().trn();
+            }
+        }
+        int trn = mainTrn;
+        Rows.ThreadState main = row.threadStates().stream().filter(s -> s.trn() == trn).findFirst().orElseThrow();
+        assertTrue(main.frame() > 0 && main.cpuTimeNs() > 3 * 100_000_000L, main.toString());
     }
 }
