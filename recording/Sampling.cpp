@@ -95,11 +95,12 @@ static void waitMs(int ms) {
 // when the VM is going down.
 template <typename F>
 static bool forEachSampledStack(const LockHolder& lock, JNIEnv* env, F f) {
-    jvmtiStackInfo* stacks = nullptr;
+    JvmtiMemory<jvmtiStackInfo> memory;
     jint count = 0;
-    jvmtiError error = ourJVMTI->GetAllStackTraces(MAX_FRAMES_PER_THREAD, &stacks, &count);
+    jvmtiError error = ourJVMTI->GetAllStackTraces(MAX_FRAMES_PER_THREAD, memory.out(), &count);
     if (error == JVMTI_ERROR_WRONG_PHASE) return false;
     check_JVMTI_error(error);
+    jvmtiStackInfo* stacks = memory.get();
     for (int i = 0; i < count; i++) {
         const jvmtiStackInfo& stack = stacks[i];
         if ((stack.state & JVMTI_THREAD_STATE_ALIVE) == 0) continue;
@@ -108,7 +109,6 @@ static bool forEachSampledStack(const LockHolder& lock, JNIEnv* env, F f) {
         if (thread != nullptr) f(thread, stack);
     }
     for (int i = 0; i < count; i++) env->DeleteLocalRef(stacks[i].thread);
-    deallocate(stacks);
     return true;
 }
 
@@ -173,9 +173,32 @@ void doThreadStateSample(ThreadInfo* thread, int frame, _ThreadState* state) {
     }
 }
 
+// The sampler thread never returns to Java: whatever local references a
+// round makes, also on an error, go with its frame.
+class LocalFrame {
+public:
+    explicit LocalFrame(JNIEnv* env) : myEnv(env), myPushed(env->PushLocalFrame(LOCAL_REFERENCES) == 0) {}
+    ~LocalFrame() {
+        if (myPushed) myEnv->PopLocalFrame(nullptr);
+    }
+    LocalFrame(const LocalFrame&) = delete;
+    LocalFrame& operator=(const LocalFrame&) = delete;
+    bool isPushed() const { return myPushed; }
+
+private:
+    static const int LOCAL_REFERENCES = 64;
+    JNIEnv* myEnv;
+    bool myPushed;
+};
+
 // One round: false when the sampler isn't wanted (the caller waits).
 static bool sampleOnce(JNIEnv* env) {
     if (!JavaSampling::isSamplerWanted(ourStatus)) return false;
+    LocalFrame frame(env);
+    if (!frame.isPushed()) {
+        env->ExceptionClear();
+        return false;
+    }
     LockHolder lock(&ourLock, LOCK_SITE);
     // A stop may have come between the test and the lock.
     if (!JavaSampling::isSamplerWanted(ourStatus)) return false;
