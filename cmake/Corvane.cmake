@@ -43,3 +43,46 @@ function(corvane_unit_test name)
     ENVIRONMENT "CORVANE_HOME=${CMAKE_BINARY_DIR}/test-home;ASAN_OPTIONS=detect_leaks=0"
     LABELS unit)
 endfunction()
+
+# corvane_snapshot_e2e_test(<name>): end-to-end tests in tests/<name>/ where
+# JVMs with the agent run the programs of java/, and JUnit tests of src/ check
+# the snapshots with the project's reader from corvane.jar. The programs'
+# class folder reaches the tests as the property corvane.<name>.classes.
+function(corvane_snapshot_e2e_test name)
+  set(junit_console /usr/share/java/junit-platform-console-standalone.jar)
+  if(NOT TARGET corvane_cli OR NOT TARGET corvane)
+    return()
+  endif()
+  if(NOT EXISTS ${junit_console})
+    message(WARNING "tests/${name}: JUnit 5 is missing (Debian package junit5); these tests are not built")
+    return()
+  endif()
+  set(java ${CORVANE_JAVA_HOME}/bin/java)
+  set(javac ${CORVANE_JAVA_HOME}/bin/javac)
+  set(cli_jar ${CORVANE_DIST}/lib/corvane.jar)
+  set(source_dir ${CMAKE_SOURCE_DIR}/tests/${name})
+  set(program_classes ${CMAKE_CURRENT_BINARY_DIR}/programs)
+  set(test_classes ${CMAKE_CURRENT_BINARY_DIR}/classes)
+
+  file(GLOB program_sources CONFIGURE_DEPENDS ${source_dir}/java/*.java)
+  add_custom_command(OUTPUT ${program_classes}/.built
+    COMMAND ${CMAKE_COMMAND} -E rm -rf ${program_classes}
+    COMMAND ${javac} --release 11 -g -encoding UTF-8 -d ${program_classes} ${program_sources}
+    COMMAND ${CMAKE_COMMAND} -E touch ${program_classes}/.built
+    DEPENDS ${program_sources}
+    COMMENT "Building the programs of the ${name} tests")
+  file(GLOB_RECURSE test_sources CONFIGURE_DEPENDS ${source_dir}/src/*.java)
+  add_custom_command(OUTPUT ${test_classes}/.built
+    COMMAND ${CMAKE_COMMAND} -E rm -rf ${test_classes}
+    COMMAND ${javac} --release 17 -encoding UTF-8 -cp ${cli_jar}:${junit_console} -d ${test_classes} ${test_sources}
+    COMMAND ${CMAKE_COMMAND} -E touch ${test_classes}/.built
+    DEPENDS ${test_sources} ${cli_jar} corvane_cli
+    COMMENT "Building the ${name} tests")
+  add_custom_target(${name}_tests ALL DEPENDS ${program_classes}/.built ${test_classes}/.built corvane)
+
+  add_test(NAME ${name}_e2e COMMAND ${java}
+    -Dcorvane.java=${java} -Dcorvane.agent=$<TARGET_FILE:corvane> -Dcorvane.${name}.classes=${program_classes}
+    -jar ${junit_console} --disable-banner --disable-ansi-colors --details=tree --fail-if-no-tests
+    --class-path ${test_classes}:${cli_jar} --scan-class-path ${test_classes})
+  set_tests_properties(${name}_e2e PROPERTIES LABELS e2e TIMEOUT 900)
+endfunction()
