@@ -268,7 +268,9 @@ public:
     FirstPass(ClassContext& c, PatchScratch& s, const unsigned char* code, int length, int base)
         : c(c), s(s), code(code), length(length), delta(base) {}
 
-    void run(bool withTracing, bool lineFlag, bool instrumentAllocations, bool withSwitch);
+    // False when it met a switch though told there was none: the lengths of
+    // the inserted code depend on it, so the pass must run again.
+    bool run(bool withTracing, bool lineFlag, bool instrumentAllocations, bool withSwitch);
     int getDelta() const { return delta; }
 
 private:
@@ -291,16 +293,37 @@ private:
     int delta;  // new offset of old offset 0, plus everything inserted so far
 };
 
-void FirstPass::run(bool withTracing, bool lineFlag, bool instrumentAllocations, bool withSwitch) {
+// Opcodes that the first pass only steps over: all but branches, switches,
+// `wide` and bytes that are no opcode.
+struct PlainOpcodes {
+    bool plain[256];
+    PlainOpcodes() {
+        for (int opcode = 0; opcode < 256; opcode++) {
+            plain[opcode] = ourOpCodeLength[opcode] > 0 && !OpCodes::isShortBranch(opcode) && !OpCodes::isLongBranch(opcode);
+        }
+    }
+};
+
+// What the first pass does at an instruction besides stepping over it.
+bool hasAction(int opcode) {
+    return OpCodes::isReturn(opcode) || (opcode >= OpCodes::INVOKEVIRTUAL && opcode <= OpCodes::ANEWARRAY) ||
+           opcode == OpCodes::MULTIANEWARRAY || (opcode >= OpCodes::DUP_X1 && opcode <= OpCodes::DUP2_X2);
+}
+
+bool FirstPass::run(bool withTracing, bool lineFlag, bool instrumentAllocations, bool withSwitch) {
+    static const PlainOpcodes plainOpcodes;
     int exitLength = withSwitch ? EXIT_CODE_LENGTH_SWITCH : EXIT_CODE_LENGTH;
     int* map = s.map.getElements();
     for (int pc = 0; pc < length;) {
         int opcode = code[pc];
         int next;
-        if ((opcode >= OpCodes::IFEQ && opcode <= OpCodes::JSR) || opcode == OpCodes::IFNULL ||
-            opcode == OpCodes::IFNONNULL) {
+        if (plainOpcodes.plain[opcode]) {
+            next = pc + ourOpCodeLength[opcode];
+        } else if (OpCodes::isShortBranch(opcode)) {
             s.branches.addOffsetToTable(pc, pc + 1, true);
             next = pc + 3;
+        } else if ((opcode == OpCodes::TABLESWITCH || opcode == OpCodes::LOOKUPSWITCH) && !withSwitch) {
+            return false;
         } else if (opcode == OpCodes::TABLESWITCH) {
             int d = pc + 1 + OpCodes::switchPadding(pc);
             long long low = readS4(d + 4);
@@ -330,6 +353,10 @@ void FirstPass::run(bool withTracing, bool lineFlag, bool instrumentAllocations,
         // The bytes of this instruction move by what was inserted before it;
         // what it inserts itself moves only the instructions after it.
         for (int i = pc; i < next; i++) map[i] = i + delta;
+        if (!hasAction(opcode)) {
+            pc = next;
+            continue;
+        }
 
         switch (opcode) {
             case 172: case 173: case 174: case 175: case 176: case 177:
@@ -370,6 +397,7 @@ void FirstPass::run(bool withTracing, bool lineFlag, bool instrumentAllocations,
         pc = next;
     }
     map[length] = length + delta;
+    return true;
 }
 
 void FirstPass::onNew(int pc) {
@@ -493,7 +521,10 @@ bool instrumentForTracingAndAllocationImpl(ClassContext& c, int methodId, int li
         verboseMessage(c, [&] { return ZString("-lines (jsp_method): ") + c.fullName; });
         withLines = false;
     }
-    bool withSwitch = SwitchDetector::containsSwitch(code, length);
+    // Without allocations the first pass has no side effects, so it can
+    // find the switches itself: it assumes none and runs again on the first.
+    // With allocations it must run once, as it looks up pseudo methods.
+    bool withSwitch = withAllocation && SwitchDetector::containsSwitch(code, length);
 
     bool instrumentAllocations = false;
     if (withAllocation) {
@@ -523,22 +554,29 @@ bool instrumentForTracingAndAllocationImpl(ClassContext& c, int methodId, int li
     }
 
     MethodConstants k;
-    k.withSwitch = withSwitch;
     k.cachedFrameVar = instrumentAllocations ? ca->addLocalVariableToTable(VerificationType(VerificationType::INTEGER, -1), true) : -1;
     k.entryResultVar = withTracing ? ca->addLocalVariableToTable(VerificationType(VerificationType::LONG, -1), true) : -1;
-    int entryLength = withTracing ? entryCodeLength(instrumentAllocations, withSwitch)
-                                  : allocOnlyEntryCodeLength(instrumentAllocations);
 
+    int newLength = 0;
     PatchScratch& s = scratch();
-    s.map.resize(length + 1);
-    s.records.clear();
-    s.pendingKinds.clear();
-    s.pendingIds.clear();
-    s.branches.clear();
-    FirstPass pass(c, s, code, length, entryLength);
-    pass.run(withTracing, withLines && withTracing, instrumentAllocations, withSwitch);
+    // The pass writes every element; the vector only grows, so that no
+    // method pays for filling it.
+    if (s.map.getSize() < length + 1) s.map.resize(length + 1);
+    int entryLength = 0;
+    for (bool done = false; !done;) {
+        entryLength = withTracing ? entryCodeLength(instrumentAllocations, withSwitch)
+                                  : allocOnlyEntryCodeLength(instrumentAllocations);
+        s.records.clear();
+        s.pendingKinds.clear();
+        s.pendingIds.clear();
+        s.branches.clear();
+        FirstPass pass(c, s, code, length, entryLength);
+        done = pass.run(withTracing, withLines && withTracing, instrumentAllocations, withSwitch);
+        if (done) newLength = pass.getDelta() + length;
+        else withSwitch = true;
+    }
+    k.withSwitch = withSwitch;
     const int* map = s.map.getElements();
-    int newLength = pass.getDelta() + length;
 
     // Every branch must still reach its target; no goto is ever widened.
     bool fits = newLength <= 65535;
