@@ -6,7 +6,7 @@ ClassFile::ClassFile(DataInput& in)
     : myMagic(0), myMajorVersion(0), myMinorVersion(0), myAccessFlags(0), myThisClass(0), mySuperClass(0),
       myInterfaceCount(0), myInterfaces(nullptr), myIndex(&myArena), myInvalid(false),
       myParsedPoolSize(0), myProvisionalPoolSize(0), myProvisionalUsed(false), myParsing(true), myPoolBytes(nullptr),
-      myPoolByteLength(0), myPoolEdits(0), myClassesByName(10), myClassesByNameBuilt(false) {
+      myPoolByteLength(0), myPoolEdits(0) {
     try {
         parse(in);
     } catch (...) {
@@ -252,29 +252,10 @@ int ClassFile::findOrCreateConstantClass(int nameIndex) {
 }
 
 int ClassFile::findOrCreateClassByName(const char* chars, int length) {
-    if (!myClassesByNameBuilt) {
-        myClassesByNameBuilt = true;
-        int classes = 0;
-        for (int i = 1; i < myConstantPool.getSize(); i++) {
-            ConstantPoolInfo* entry = myConstantPool[i];
-            if (entry != nullptr && entry->getTag() == ConstantPoolInfo::CLASS) classes++;
-        }
-        myClassesByName.rehash(PrimeFinder::nextPrime(classes * 2 + 10));  // no growth while filling
-        for (int i = 1; i < myConstantPool.getSize(); i++) {
-            ConstantPoolInfo* entry = myConstantPool[i];
-            if (entry == nullptr || entry->getTag() != ConstantPoolInfo::CLASS) continue;
-            int nameIndex = static_cast<ConstantClassInfo*>(entry)->getNameIndex();
-            ConstantPoolInfo* name = nameIndex < myConstantPool.getSize() ? myConstantPool[nameIndex] : nullptr;
-            if (name == nullptr || name->getTag() != ConstantPoolInfo::UTF8) continue;
-            const char* key = static_cast<ConstantUtf8Info*>(name)->getChars();
-            if (!myClassesByName.containsKey(key)) myClassesByName.put(key, i);
-        }
-    }
-    char buffer[256];
-    if (length < (int)sizeof(buffer)) {
-        memcpy(buffer, chars, length);
-        buffer[length] = 0;
-        int index = myClassesByName.get(buffer, 0);
+    myIndex.prepareClassNames(myConstantPool, myPoolEdits);
+    // Names of 256 bytes and more go the long way, as they always have.
+    if (length < 256) {
+        int index = myIndex.findClassName(myConstantPool, chars, length);
         if (index > 0) {
             // Verify: a name with a zero byte inside would match a shorter key.
             const ConstantClassInfo* entry = static_cast<ConstantClassInfo*>(myConstantPool[index]);
@@ -285,8 +266,7 @@ int ClassFile::findOrCreateClassByName(const char* chars, int length) {
     }
     int nameIndex = findOrCreateUtf8(chars, length);
     int index = findOrCreateConstantClass(nameIndex);
-    const char* key = ConstantPoolInfo::getUtf8Entry(&myConstantPool, nameIndex)->getChars();
-    if (!myClassesByName.containsKey(key)) myClassesByName.put(key, index);
+    myIndex.addClassName(myConstantPool, index);
     return index;
 }
 
@@ -340,9 +320,6 @@ void ClassFile::patchConstantPool(const ZVectorSafe<ZString>& from, const ZVecto
             }
         }
     }
-    // The keys of the class names are the entries' own buffers, which a new value frees.
-    if (myClassesByName.isInitialized()) myClassesByName.clear();
-    myClassesByNameBuilt = false;
 }
 
 void ClassFile::removeUnusedMacroMethods() {

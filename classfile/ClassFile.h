@@ -125,7 +125,4 @@ private:
     const unsigned char* myPoolBytes;
     int myPoolByteLength;
     int myPoolEdits;
-    // Class entries by name, built on first use.
-    ZMap<const char*, int> myClassesByName;
-    bool myClassesByNameBuilt;
 };

@@ -10,14 +10,22 @@ static uint32_t mix(uint64_t x) {
 
 // Length, first and last eight bytes: constant time however long the text,
 // and names that share a package prefix still differ at their ends.
+// Loads of a fixed size, so that the compiler makes them single moves.
 uint32_t ConstantPoolIndex::hashBytes(const char* chars, int length) {
     uint64_t head = 0;
     uint64_t tail = 0;
     if (length >= 8) {
         memcpy(&head, chars, 8);
         memcpy(&tail, chars + length - 8, 8);
+    } else if (length >= 4) {
+        uint32_t first;
+        uint32_t last;
+        memcpy(&first, chars, 4);
+        memcpy(&last, chars + length - 4, 4);
+        head = first;
+        tail = last;
     } else {
-        memcpy(&head, chars, length);
+        for (int i = 0; i < length; i++) head = head << 8 | (unsigned char)chars[i];
     }
     return mix(head * 31 + (tail ^ ((uint64_t)length << 56)) + ConstantPoolInfo::UTF8);
 }
@@ -78,40 +86,37 @@ void ConstantPoolIndex::rehash(int capacity) {
     }
 }
 
-void ConstantPoolIndex::insert(int index, uint32_t hash) {
+// Entries come in pool order, so the first of equal ones stays: an entry
+// goes into the first empty slot of its probe sequence unless an equal one
+// stands before it.
+void ConstantPoolIndex::add(const ConstantPool& pool, int index) {
+    const ConstantPoolInfo* const* entries = pool.getElements();
+    const ConstantPoolInfo* entry = entries[index];
+    if (entry == nullptr) return;
+    const ConstantUtf8Info* utf8 = nullptr;
+    Key key;
+    uint32_t hash;
+    if (entry->getTag() == ConstantPoolInfo::UTF8) {
+        utf8 = static_cast<const ConstantUtf8Info*>(entry);
+        hash = hashBytes(utf8->getChars(), utf8->getByteLength());
+    } else if (keyOf(entry, &key)) {
+        hash = hashKey(key);
+    } else {
+        return;
+    }
     if ((uint32_t)(myCount + 1) * 2 > myMask + 1) rehash((myMask + 1) * 2);
     uint32_t at = hash & myMask;
-    while (mySlots[at].index != 0) at = (at + 1) & myMask;
+    for (; mySlots[at].index != 0; at = (at + 1) & myMask) {
+        if (mySlots[at].hash != hash) continue;
+        const ConstantPoolInfo* other = entries[mySlots[at].index];
+        bool equal = utf8 != nullptr ? other->getTag() == ConstantPoolInfo::UTF8 &&
+                                           static_cast<const ConstantUtf8Info*>(other)->equals(utf8->getChars(), utf8->getByteLength())
+                                     : matches(other, key);
+        if (equal) return;
+    }
     mySlots[at].index = index;
     mySlots[at].hash = hash;
     myCount++;
-}
-
-// Entries come in pool order, so the first of equal ones stays.
-void ConstantPoolIndex::add(const ConstantPool& pool, int index) {
-    const ConstantPoolInfo* entry = pool.getElements()[index];
-    if (entry == nullptr) return;
-    if (entry->getTag() == ConstantPoolInfo::UTF8) {
-        const ConstantUtf8Info* utf8 = static_cast<const ConstantUtf8Info*>(entry);
-        uint32_t hash = hashBytes(utf8->getChars(), utf8->getByteLength());
-        for (uint32_t at = hash & myMask; mySlots[at].index != 0; at = (at + 1) & myMask) {
-            if (mySlots[at].hash != hash) continue;
-            const ConstantPoolInfo* other = pool.getElements()[mySlots[at].index];
-            if (other->getTag() == ConstantPoolInfo::UTF8 &&
-                static_cast<const ConstantUtf8Info*>(other)->equals(utf8->getChars(), utf8->getByteLength())) {
-                return;
-            }
-        }
-        insert(index, hash);
-        return;
-    }
-    Key key;
-    if (!keyOf(entry, &key)) return;
-    uint32_t hash = hashKey(key);
-    for (uint32_t at = hash & myMask; mySlots[at].index != 0; at = (at + 1) & myMask) {
-        if (mySlots[at].hash == hash && matches(pool.getElements()[mySlots[at].index], key)) return;
-    }
-    insert(index, hash);
 }
 
 void ConstantPoolIndex::update(const ConstantPool& pool, int edits) {
@@ -173,4 +178,83 @@ int ConstantPoolIndex::findNameAndType(const ConstantPool& pool, int edits, int 
 
 int ConstantPoolIndex::findMethodRef(const ConstantPool& pool, int edits, int classIndex, int nameAndTypeIndex) {
     return findKey(pool, edits, Key{ConstantPoolInfo::METHOD_REF, classIndex, nameAndTypeIndex});
+}
+
+// ---- class names ----
+
+const char* ConstantPoolIndex::classNameOf(const ConstantPool& pool, int classIndex, int* length) {
+    const ConstantPoolInfo* entry = pool.getElements()[classIndex];
+    if (entry == nullptr || entry->getTag() != ConstantPoolInfo::CLASS) return nullptr;
+    int nameIndex = static_cast<const ConstantClassInfo*>(entry)->getNameIndex();
+    const ConstantPoolInfo* name = nameIndex < pool.getSize() ? pool.getElements()[nameIndex] : nullptr;
+    if (name == nullptr || name->getTag() != ConstantPoolInfo::UTF8) return nullptr;
+    const char* chars = static_cast<const ConstantUtf8Info*>(name)->getChars();
+    *length = (int)strlen(chars);
+    return chars;
+}
+
+// The first Class entry of a name stays.
+void ConstantPoolIndex::insertClassName(const ConstantPool& pool, int classIndex) {
+    int length = 0;
+    const char* chars = classNameOf(pool, classIndex, &length);
+    if (chars == nullptr) return;
+    if ((uint32_t)(myNameCount + 1) * 2 > myNameMask + 1) {
+        Slot* old = myNameSlots;
+        uint32_t oldCapacity = myNameMask + 1;
+        uint32_t capacity = oldCapacity * 2;
+        myNameSlots = (Slot*)myArena->allocate(sizeof(Slot) * capacity);
+        memset(myNameSlots, 0, sizeof(Slot) * capacity);
+        myNameMask = capacity - 1;
+        for (uint32_t i = 0; i < oldCapacity; i++) {
+            if (old[i].index == 0) continue;
+            uint32_t at = old[i].hash & myNameMask;
+            while (myNameSlots[at].index != 0) at = (at + 1) & myNameMask;
+            myNameSlots[at] = old[i];
+        }
+    }
+    uint32_t hash = hashBytes(chars, length);
+    uint32_t at = hash & myNameMask;
+    for (; myNameSlots[at].index != 0; at = (at + 1) & myNameMask) {
+        if (myNameSlots[at].hash != hash) continue;
+        int otherLength = 0;
+        const char* other = classNameOf(pool, myNameSlots[at].index, &otherLength);
+        if (otherLength == length && memcmp(other, chars, length) == 0) return;
+    }
+    myNameSlots[at].index = classIndex;
+    myNameSlots[at].hash = hash;
+    myNameCount++;
+}
+
+void ConstantPoolIndex::prepareClassNames(const ConstantPool& pool, int edits) {
+    if (myNameSlots == nullptr || edits != myNameEdits) {
+        int classes = 0;
+        for (int i = 1; i < pool.getSize(); i++) {
+            const ConstantPoolInfo* entry = pool.getElements()[i];
+            if (entry != nullptr && entry->getTag() == ConstantPoolInfo::CLASS) classes++;
+        }
+        uint32_t capacity = 16;
+        while (capacity < (uint32_t)classes * 2 + 16) capacity *= 2;
+        myNameSlots = (Slot*)myArena->allocate(sizeof(Slot) * capacity);
+        memset(myNameSlots, 0, sizeof(Slot) * capacity);
+        myNameMask = capacity - 1;
+        myNameCount = 0;
+        myNameEdits = edits;
+        for (int i = 1; i < pool.getSize(); i++) insertClassName(pool, i);
+    }
+}
+
+int ConstantPoolIndex::findClassName(const ConstantPool& pool, const char* chars, int length) {
+    int keyLength = (int)strnlen(chars, length);
+    uint32_t hash = hashBytes(chars, keyLength);
+    for (uint32_t at = hash & myNameMask; myNameSlots[at].index != 0; at = (at + 1) & myNameMask) {
+        if (myNameSlots[at].hash != hash) continue;
+        int otherLength = 0;
+        const char* other = classNameOf(pool, myNameSlots[at].index, &otherLength);
+        if (otherLength == keyLength && memcmp(other, chars, keyLength) == 0) return myNameSlots[at].index;
+    }
+    return 0;
+}
+
+void ConstantPoolIndex::addClassName(const ConstantPool& pool, int classIndex) {
+    if (myNameSlots != nullptr) insertClassName(pool, classIndex);
 }

@@ -56,3 +56,25 @@ TEST(ConstantPoolIndex, FindsTheFirstOfEqualEntriesAndAppendedOnes) {
     int count = cf->getConstantPool()->getSize();
     EXPECT_EQ(count, cf->findOrCreateUtf8(ZString("twice")));
 }
+
+// Frame types find any Class entry of the name, even one whose name is a
+// second, equal Utf8 entry; a new name adds a Utf8 and a Class entry once.
+TEST(ConstantPoolIndex, ClassesByNameFindEntriesOfEqualTexts) {
+    ClassBuilder b;
+    b.utf8("p/A");
+    int second = b.duplicateUtf8("p/A");
+    Bytes entry{7};
+    putU2(entry, second);
+    int byDuplicate = b.raw(entry);
+    b.method("m", "()V").code = {0xb1};
+    auto cf = parseClass(b.build());
+    EXPECT_EQ(byDuplicate, cf->findOrCreateClassByName("p/A", 3));
+    EXPECT_EQ(byDuplicate, cf->findOrCreateClassByName("p/A", 3));
+    int size = cf->getConstantPool()->getSize();
+    EXPECT_EQ(size + 1, cf->findOrCreateClassByName("p/B", 3));
+    EXPECT_EQ(size + 1, cf->findOrCreateClassByName("p/B", 3));
+    std::string longName(300, 'x');
+    int longClass = cf->findOrCreateClassByName(longName.c_str(), (int)longName.size());
+    EXPECT_EQ(longClass, cf->findOrCreateClassByName(longName.c_str(), (int)longName.size()));
+    EXPECT_EQ(ZString(longName.c_str()), cf->getConstantClassSignature(longClass));
+}
