@@ -104,7 +104,10 @@ public:
         if (newSize < 0) zvectorFail("zvector::zvector", newSize, -1);
         T copy = fill;  // `fill` may be one of our own elements
         if (newSize > capacity) grow(newSize > capacity * 2 ? newSize : capacity * 2);
-        for (int i = size; i < newSize; i++) elements[i] = copy;
+        // Locals, so that stores through the elements cannot alias the
+        // vector's own fields and the fill loop vectorises.
+        T* out = elements;
+        for (int i = size, end = newSize; i < end; i++) out[i] = copy;
         size = newSize;
     }
     int indexOf(const T& value) const {
