@@ -14,7 +14,7 @@ public:
     // Numbers from the defaults, wall-time lines from `text` alone; logs the result.
     void setFromText(const ZString& text);
 
-    // First member, as in TracingSettings: the wall-time specs.
+    // First member, as in TracingSettings: the wall-time patterns.
     ZVectorSafe<ZString> myWallTimeSpecs;
     int mySamplingPeriodMs;
     // Parsed and kept; nothing reads it yet.

@@ -79,8 +79,8 @@ ZString getTracingSettingsText(const ZString* text) {
     return readConfigFromFile(ourOptions.getTracingSettingsPath(), "tracing.txt", TracingSettings::DEFAULT_TEXT);
 }
 
-Filter* Filter::createFilter(const ZString& spec, int type) {
-    ZString full = spec.indexOfChar(':') < 0 ? spec + ":*(*)" : spec;
+Filter* Filter::createFilter(const ZString& pattern, int type) {
+    ZString full = pattern.indexOfChar(':') < 0 ? pattern + ":*(*)" : pattern;
     int colon = full.indexOfChar(':');
     int open = full.indexOfChar('(', colon);
     int close = open < 0 ? -1 : full.indexOfChar(')', open);
@@ -89,13 +89,13 @@ Filter* Filter::createFilter(const ZString& spec, int type) {
     ZString parametersPattern("(*)");
     if (open >= 0) {
         if (close < 0) {
-            Logger::message(ZString("warning: invalid filter specification '") + spec + "': missing ')'");
+            Logger::message(ZString("warning: invalid filter pattern '") + pattern + "': missing ')'");
             return nullptr;
         }
         parametersPattern = ZString("(") + full.substring(open + 1, close).trim() + ")";
     }
     if (classPattern.isEmpty() || methodPattern.isEmpty()) {
-        Logger::message(ZString("warning: invalid filter specification '") + spec + "': empty class or method");
+        Logger::message(ZString("warning: invalid filter pattern '") + pattern + "': empty class or method");
         return nullptr;
     }
     if (ourOptions.isDebug("filters")) {
@@ -107,14 +107,14 @@ Filter* Filter::createFilter(const ZString& spec, int type) {
 
 void Filter::createInclusiveAndExclusiveFiltersFromSpec(const ZVectorSafe<ZString>* lines, ZVector<Filter*>* result) {
     for (const ZString& line : *lines) {
-        ZString spec = line;
+        ZString pattern = line;
         int type = EXCLUSIVE;
-        if (spec.startsWith("+")) {
-            spec = spec.substring(1);
+        if (pattern.startsWith("+")) {
+            pattern = pattern.substring(1);
             type = INCLUSIVE;
         }
-        if (spec.trim().isEmpty()) continue;
-        Filter* filter = createFilter(spec, type);
+        if (pattern.trim().isEmpty()) continue;
+        Filter* filter = createFilter(pattern, type);
         if (filter != nullptr) result->push(filter);
     }
 }
@@ -128,16 +128,16 @@ bool Filter::accept(const ZString& className, const ZString& name, const ZString
            wildcardMatchZS(myParametersPattern, parameters);
 }
 
-void Filter::reloadFilters(const LockHolder& lock, const ZVectorSafe<ZString>& specs) {
+void Filter::reloadFilters(const LockHolder& lock, const ZVectorSafe<ZString>& patterns) {
     for (Filter* filter : ourWallTimeFilters) delete filter;
     ourWallTimeFilters.clear();
     bool star = false;
     bool other = false;
-    for (const ZString& spec : specs) {
-        Filter* filter = createFilter(spec, WALL_TIME);
+    for (const ZString& pattern : patterns) {
+        Filter* filter = createFilter(pattern, WALL_TIME);
         if (filter == nullptr) continue;
         ourWallTimeFilters.push(filter);
-        if (spec.equals("*")) star = true;
+        if (pattern.equals("*")) star = true;
         else other = true;
     }
     ourAlwaysWallTime = star && !other;

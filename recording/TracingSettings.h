@@ -33,15 +33,15 @@ extern TracingSettings ourTracingSettings;
 
 // The given text, or "tracing.txt" of the settings folder, or the default.
 ZString getTracingSettingsText(const ZString* text);
-// Each line of a settings text: "walltime=" lines append their spec to
-// `specs`, any other line goes to `other`.
+// Each line of a settings text: "walltime=" lines append their pattern to
+// `patterns`, any other line goes to `other`.
 template <typename F>
-void parseSettingsLines(const ZString& text, ZVectorSafe<ZString>& specs, F other) {
+void parseSettingsLines(const ZString& text, ZVectorSafe<ZString>& patterns, F other) {
     ZVectorSafe<ZString> lines;
     splitConfigFile(&lines, text);
     for (const ZString& line : lines) {
         ZString rest;
-        if (ZString::isPrefix(line, "walltime=", &rest)) specs.push(rest);
+        if (ZString::isPrefix(line, "walltime=", &rest)) patterns.push(rest);
         else other(line);
     }
 }
@@ -49,7 +49,7 @@ void parseSettingsLines(const ZString& text, ZVectorSafe<ZString>& specs, F othe
 // Logs a settings line, then " (default)" or the text that was given.
 void logSettingsMessage(ZString& message, const ZString& text, const char* defaultText);
 
-// A method filter: "class : method(parameters)" with wildcards; a spec
+// A method filter: "class : method(parameters)" with wildcards; a pattern
 // without ":" means every method of the classes.
 class Filter {
 public:
@@ -61,8 +61,8 @@ public:
         : myType(type), myClassPattern(classPattern), myMethodPattern(methodPattern),
           myParametersPattern(parametersPattern) {}
 
-    // Null for a spec that can't be read, with a warning.
-    static Filter* createFilter(const ZString& spec, int type);
+    // Null for a pattern that can't be read, with a warning.
+    static Filter* createFilter(const ZString& pattern, int type);
     bool accept(const ZString& className, const ZString& name, const ZString& parameters) const;
     bool acceptClass(const ZString& className) const;
     int getType() const { return myType; }
@@ -73,7 +73,7 @@ public:
                                                            ZVector<Filter*>* result);
 
     // Replaces the wall-time filters and applies them to every method.
-    static void reloadFilters(const LockHolder& lock, const ZVectorSafe<ZString>& specs);
+    static void reloadFilters(const LockHolder& lock, const ZVectorSafe<ZString>& patterns);
     // Sets the timing flags of one method; adaptive exclusions are taken back.
     static void applyFilters(const LockHolder& lock, int method, MethodRecord* record);
     static bool isWallTimed(int method);

@@ -131,32 +131,32 @@ TEST_F(RecordingTest, TracingSettingsTakeNumbersFromTheDefaultsAndWallTimeFromTh
 
 TEST_F(RecordingTest, WallTimeFiltersSetTheTimingFlagsOfMethods) {
     int a = method("a"), b = method("b"), other = method("run", "q.D");
-    auto specs = [](std::initializer_list<const char*> texts) {
+    auto patterns = [](std::initializer_list<const char*> texts) {
         ZVectorSafe<ZString> result;
         for (const char* text : texts) result.push(ZString(text));
         return result;
     };
-    Filter::reloadFilters(lock, specs({"*"}));
+    Filter::reloadFilters(lock, patterns({"*"}));
     EXPECT_TRUE(Filter::ourAlwaysWallTime);
     EXPECT_EQ(METHOD_FLAG_WALL_TIME | METHOD_FLAG_ALL_WALL_TIME,
               ZMethod::getFlags(a) & (METHOD_FLAG_WALL_TIME | METHOD_FLAG_ALL_WALL_TIME));
 
-    Filter::reloadFilters(lock, specs({"p.C : a(*)"}));
+    Filter::reloadFilters(lock, patterns({"p.C : a(*)"}));
     EXPECT_FALSE(Filter::ourAlwaysWallTime);
     EXPECT_TRUE(Filter::isWallTimed(a));
     EXPECT_FALSE(Filter::isWallTimed(b));
     EXPECT_EQ(0, ZMethod::getFlags(a) & METHOD_FLAG_ALL_WALL_TIME);
 
-    // A class alone means all its methods; "*" beside another spec is no longer "always".
-    Filter::reloadFilters(lock, specs({"q.D", "*"}));
+    // A class alone means all its methods; "*" beside another pattern is no longer "always".
+    Filter::reloadFilters(lock, patterns({"q.D", "*"}));
     EXPECT_FALSE(Filter::ourAlwaysWallTime);
     EXPECT_TRUE(Filter::isWallTimed(other));
     EXPECT_TRUE(Filter::isWallTimed(a)) << "\"*\" is a filter of its own";
 
     // A new method gets its flags as it is made.
-    Filter::reloadFilters(lock, specs({"q.*"}));
+    Filter::reloadFilters(lock, patterns({"q.*"}));
     int later = method("later", "q.E");
     EXPECT_TRUE(Filter::isWallTimed(later));
     EXPECT_FALSE(Filter::isWallTimed(a));
-    Filter::reloadFilters(lock, specs({}));
+    Filter::reloadFilters(lock, patterns({}));
 }

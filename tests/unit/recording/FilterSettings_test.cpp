@@ -35,7 +35,7 @@ TEST(ClassNameFilterTest, EmptyAndUnreadableLinesAreSkippedWithAWarning) {
     delete filters[0];
     bool warned = false;
     for (const std::string& message : log.messages()) {
-        warned |= message.rfind("warning: invalid filter specification 'a.B : run(': ", 0) == 0;
+        warned |= message.rfind("warning: invalid filter pattern 'a.B : run(': ", 0) == 0;
     }
     EXPECT_TRUE(warned);
 }
