@@ -21,14 +21,18 @@ function(corvane_link_stages target)
   endforeach()
 endfunction()
 
-# corvane_unit_test(<name> STAGES <stage>...): a GoogleTest binary from
-# tests/unit/<name>/*.cpp, registered with CTest. Under CORVANE_SANITIZE the
-# test name gets the suffix "_asan".
+# corvane_unit_test(<name> [QUIET_ERRORS] STAGES <stage>...): a GoogleTest
+# binary from tests/unit/<name>/*.cpp, registered with CTest. QUIET_ERRORS
+# keeps the fatal assertions that the tests expect out of the output. Under
+# CORVANE_SANITIZE the test name gets the suffix "_asan".
 function(corvane_unit_test name)
-  cmake_parse_arguments(ARG "" "" "STAGES" ${ARGN})
+  cmake_parse_arguments(ARG "QUIET_ERRORS" "" "STAGES" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/unit/${name}/*.cpp)
   if(NOT sources)
     return()
+  endif()
+  if(ARG_QUIET_ERRORS)
+    list(APPEND sources ${CMAKE_SOURCE_DIR}/tests/unit/QuietErrors.cpp)
   endif()
   add_executable(unit_${name} ${sources})
   corvane_link_stages(unit_${name} ${ARG_STAGES})

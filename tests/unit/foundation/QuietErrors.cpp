@@ -1,4 +1,0 @@
-// Fatal assertions are expected by many tests: keep them out of the output.
-#include "agent/Logger.h"
-
-static const bool ourQuietErrors = (Logger::ourQuietErrorMode = true);
