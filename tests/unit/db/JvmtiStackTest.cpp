@@ -1,125 +1,20 @@
 // Methods, lines and stacks as read from the JVM, against a scripted JVMTI.
-#include <cstdlib>
-#include <cstring>
-#include <map>
 #include <string>
 #include <utility>
 
 #include "DBTestSupport.h"
-#include "agent/AgentState.h"
+#include "unit/ScriptedJvmti.h"
 
 namespace {
 
-struct FakeMethod {
-    std::string name;
-    std::string descriptor;
-    std::string classSignature;
-    std::string sourceFile;  // empty: no source information
-    bool native = false;
-    std::vector<std::pair<jlocation, jint>> lines;  // sorted by location; empty: no table
-};
-
-std::map<intptr_t, FakeMethod> ourMethods;
-std::vector<jvmtiFrameInfo> ourStack;  // top first
-int ourLineTableCalls = 0;
-
-intptr_t key(jmethodID id) { return (intptr_t)id; }
-jmethodID idOf(intptr_t k) { return (jmethodID)k; }
-
-char* copyOf(const std::string& text) {
-    char* copy = (char*)malloc(text.size() + 1);
-    memcpy(copy, text.c_str(), text.size() + 1);
-    return copy;
-}
-
-jvmtiError JNICALL fakeDeallocate(jvmtiEnv*, unsigned char* memory) {
-    free(memory);
-    return JVMTI_ERROR_NONE;
-}
-
-jvmtiError JNICALL fakeGetStackTrace(jvmtiEnv*, jthread, jint start, jint max, jvmtiFrameInfo* frames, jint* count) {
-    int n = 0;
-    for (size_t i = start; i < ourStack.size() && n < max; i++) frames[n++] = ourStack[i];
-    *count = n;
-    return JVMTI_ERROR_NONE;
-}
-
-jvmtiError JNICALL fakeGetLineNumberTable(jvmtiEnv*, jmethodID method, jint* count, jvmtiLineNumberEntry** table) {
-    ourLineTableCalls++;
-    const FakeMethod& m = ourMethods.at(key(method));
-    if (m.lines.empty()) return JVMTI_ERROR_ABSENT_INFORMATION;
-    *count = (jint)m.lines.size();
-    *table = (jvmtiLineNumberEntry*)malloc(sizeof(jvmtiLineNumberEntry) * m.lines.size());
-    for (size_t i = 0; i < m.lines.size(); i++) (*table)[i] = {m.lines[i].first, m.lines[i].second};
-    return JVMTI_ERROR_NONE;
-}
-
-jvmtiError JNICALL fakeGetMethodName(jvmtiEnv*, jmethodID method, char** name, char** signature, char** generic) {
-    const FakeMethod& m = ourMethods.at(key(method));
-    if (name != nullptr) *name = copyOf(m.name);
-    if (signature != nullptr) *signature = copyOf(m.descriptor);
-    if (generic != nullptr) *generic = nullptr;
-    return JVMTI_ERROR_NONE;
-}
-
-// The declaring class is the method's key, passed as a handle.
-jvmtiError JNICALL fakeGetMethodDeclaringClass(jvmtiEnv*, jmethodID method, jclass* klass) {
-    *klass = (jclass)method;
-    return JVMTI_ERROR_NONE;
-}
-
-jvmtiError JNICALL fakeGetClassSignature(jvmtiEnv*, jclass klass, char** signature, char** generic) {
-    *signature = copyOf(ourMethods.at((intptr_t)klass).classSignature);
-    if (generic != nullptr) *generic = nullptr;
-    return JVMTI_ERROR_NONE;
-}
-
-jvmtiError JNICALL fakeGetSourceFileName(jvmtiEnv*, jclass klass, char** name) {
-    const FakeMethod& m = ourMethods.at((intptr_t)klass);
-    if (m.sourceFile.empty()) return JVMTI_ERROR_ABSENT_INFORMATION;
-    *name = copyOf(m.sourceFile);
-    return JVMTI_ERROR_NONE;
-}
-
-jvmtiError JNICALL fakeIsMethodNative(jvmtiEnv*, jmethodID method, jboolean* native) {
-    *native = ourMethods.at(key(method)).native ? JNI_TRUE : JNI_FALSE;
-    return JVMTI_ERROR_NONE;
-}
-
 class JvmtiStackTest : public DBTest {
 protected:
-    void SetUp() override {
-        DBTest::SetUp();
-        memset(&myFunctions, 0, sizeof(myFunctions));
-        myFunctions.Deallocate = fakeDeallocate;
-        myFunctions.GetStackTrace = fakeGetStackTrace;
-        myFunctions.GetLineNumberTable = fakeGetLineNumberTable;
-        myFunctions.GetMethodName = fakeGetMethodName;
-        myFunctions.GetMethodDeclaringClass = fakeGetMethodDeclaringClass;
-        myFunctions.GetClassSignature = fakeGetClassSignature;
-        myFunctions.GetSourceFileName = fakeGetSourceFileName;
-        myFunctions.IsMethodNative = fakeIsMethodNative;
-        myEnv.functions = &myFunctions;
-        mySavedJvmti = ourJVMTI;
-        ourJVMTI = &myEnv;
-        ourMethods.clear();
-        ourStack.clear();
-        ourLineTableCalls = 0;
-    }
-    void TearDown() override {
-        ourJVMTI = mySavedJvmti;
-        DBTest::TearDown();
-    }
-
-    jmethodID define(intptr_t k, FakeMethod m) {
-        ourMethods[k] = std::move(m);
-        return idOf(k);
-    }
+    jmethodID define(intptr_t k, ScriptedMethod m) { return jvmti.define(k, std::move(m)); }
     // A method of class p.C whose line at location L is 100 + L / 10.
     jmethodID plain(intptr_t k, const std::string& name, const std::string& className = "Lp/C;") {
         return define(k, {name, "()V", className, "C.java", false, {{0, 100}, {10, 101}, {20, 102}, {30, 103}}});
     }
-    void push(jmethodID id, jlocation location) { ourStack.push_back({id, location}); }
+    void push(jmethodID id, jlocation location) { jvmti.push(id, location); }
     int methodOf(jmethodID id) { return ZFrameStorage::getMethodById(lock, nullptr, id); }
     // The (method, line) pairs of a frame's path, root first.
     std::vector<std::pair<int, int>> path(int frame) {
@@ -138,17 +33,7 @@ protected:
         }
         return result;
     }
-    jvmtiStackInfo stackInfo() {
-        jvmtiStackInfo info;
-        memset(&info, 0, sizeof(info));
-        info.frame_buffer = ourStack.data();
-        info.frame_count = (jint)ourStack.size();
-        return info;
-    }
-
-    jvmtiInterface_1_ myFunctions;
-    _jvmtiEnv myEnv;
-    jvmtiEnv* mySavedJvmti = nullptr;
+    ScriptedJvmti jvmti;
 };
 
 }  // namespace
@@ -191,17 +76,17 @@ TEST_F(JvmtiStackTest, LinesComeFromTheTableAndAreCached) {
     EXPECT_EQ(101, ZFrameStorage::getLineNumber(lock, id, m, 15));
     EXPECT_EQ(103, ZFrameStorage::getLineNumber(lock, id, m, 1000));
     EXPECT_EQ(100, ZFrameStorage::getLineNumber(lock, id, m, 0));
-    EXPECT_EQ(3, ourLineTableCalls);
+    EXPECT_EQ(3, jvmti.lineTableCalls);
     EXPECT_EQ(101, ZFrameStorage::getLineNumber(lock, id, m, 15));
     EXPECT_EQ(0, ZFrameStorage::getLineNumber(lock, id, m, -1));
-    EXPECT_EQ(3, ourLineTableCalls);
+    EXPECT_EQ(3, jvmti.lineTableCalls);
 
     // A lineless location is remembered as such.
     jmethodID lineless = define(2, {"n", "()V", "Lp/C;", "", false, {}});
     int n = methodOf(lineless);
     EXPECT_EQ(0, ZFrameStorage::getLineNumber(lock, lineless, n, 4));
     EXPECT_EQ(0, ZFrameStorage::getLineNumber(lock, lineless, n, 4));
-    EXPECT_EQ(4, ourLineTableCalls);
+    EXPECT_EQ(4, jvmti.lineTableCalls);
     // Before the first entry there is no line.
     jmethodID late = define(3, {"o", "()V", "Lp/C;", "", false, {{5, 50}}});
     EXPECT_EQ(0, ZFrameStorage::getLineNumber(lock, late, methodOf(late), 2));
@@ -216,7 +101,7 @@ TEST_F(JvmtiStackTest, SampledStacksPlaceCallsAtTheCallersLine) {
     push(b, 20);         // line 102
     push(callback, 0);   // invisible: skipped
     push(a, 10);         // line 101, the bottom
-    jvmtiStackInfo info = stackInfo();
+    jvmtiStackInfo info = jvmti.stackInfo();
     int frame = ZFrameStorage::fillCurrentFrameJVMTIForSampling(lock, nullptr, info);
     std::vector<std::pair<int, int>> expected = {
         {methodOf(a), 0}, {methodOf(b), 101}, {methodOf(c), 102}, {ownLineNumberMethod, 103}};
@@ -255,9 +140,9 @@ TEST_F(JvmtiStackTest, NodeTreesMirrorStacksWithTheirOwnCaches) {
     int withOwn = tree.fillCurrentNodeJvmti_notForTracing_withOwnLine(nullptr);
     expected.push_back({ownLineNumberMethod, 102});
     EXPECT_EQ(expected, nodePath(tree, withOwn));
-    int calls = ourLineTableCalls;
+    int calls = jvmti.lineTableCalls;
     tree.fillCurrentNodeJvmti_notForTracing_withOwnLine(nullptr);
-    EXPECT_EQ(calls, ourLineTableCalls);  // lines come from the private cache now
+    EXPECT_EQ(calls, jvmti.lineTableCalls);  // lines come from the private cache now
     EXPECT_EQ(methodOf(b), tree.getTopMethodIndex(nullptr));
     EXPECT_EQ(methodOf(b), tree.getMethodById(nullptr, b));
 
@@ -265,7 +150,7 @@ TEST_F(JvmtiStackTest, NodeTreesMirrorStacksWithTheirOwnCaches) {
     // frame drops the pending line too.
     jmethodID c = plain(4, "c");
     jmethodID d = plain(5, "d");
-    ourStack.clear();
+    jvmti.stack.clear();
     push(d, 30);
     push(c, 20);
     push(b, 10);
@@ -277,6 +162,6 @@ TEST_F(JvmtiStackTest, NodeTreesMirrorStacksWithTheirOwnCaches) {
     std::vector<std::pair<int, int>> noLines = {{methodOf(a), 0}, {methodOf(d), 0}};
     EXPECT_EQ(noLines, nodePath(tree, tree.fillCurrentNodeJvmti_forTracing(nullptr, false)));
 
-    ourStack.clear();
+    jvmti.stack.clear();
     EXPECT_EQ(0, tree.getTopMethodIndex(nullptr));
 }

@@ -1,108 +1,43 @@
 // Method events as the tracing natives make them, against a scripted JVMTI
 // that reports the current stack.
-#include <cstdlib>
-#include <cstring>
-
 #include "RecordingTestSupport.h"
+#include "unit/ScriptedJvmti.h"
 
 namespace {
-
-// Stack of the "current thread", top first; a method id is a small number
-// whose method is p.C.m<number>()V.
-std::vector<jvmtiFrameInfo> ourStack;
-
-char* copyOf(const std::string& text) {
-    char* copy = (char*)malloc(text.size() + 1);
-    memcpy(copy, text.c_str(), text.size() + 1);
-    return copy;
-}
-
-jvmtiError JNICALL fakeDeallocate(jvmtiEnv*, unsigned char* memory) {
-    free(memory);
-    return JVMTI_ERROR_NONE;
-}
-jvmtiError JNICALL fakeGetStackTrace(jvmtiEnv*, jthread, jint start, jint max, jvmtiFrameInfo* frames, jint* count) {
-    int n = 0;
-    for (size_t i = start; i < ourStack.size() && n < max; i++) frames[n++] = ourStack[i];
-    *count = n;
-    return JVMTI_ERROR_NONE;
-}
-jvmtiError JNICALL fakeGetMethodName(jvmtiEnv*, jmethodID method, char** name, char** signature, char** generic) {
-    if (name != nullptr) *name = copyOf("m" + std::to_string((intptr_t)method));
-    if (signature != nullptr) *signature = copyOf("()V");
-    if (generic != nullptr) *generic = nullptr;
-    return JVMTI_ERROR_NONE;
-}
-jvmtiError JNICALL fakeGetMethodDeclaringClass(jvmtiEnv*, jmethodID, jclass* klass) {
-    *klass = (jclass)1;
-    return JVMTI_ERROR_NONE;
-}
-jvmtiError JNICALL fakeGetClassSignature(jvmtiEnv*, jclass, char** signature, char** generic) {
-    *signature = copyOf("Lp/C;");
-    if (generic != nullptr) *generic = nullptr;
-    return JVMTI_ERROR_NONE;
-}
-jvmtiError JNICALL fakeGetSourceFileName(jvmtiEnv*, jclass, char** name) {
-    *name = copyOf("C.java");
-    return JVMTI_ERROR_NONE;
-}
-jvmtiError JNICALL fakeIsMethodNative(jvmtiEnv*, jmethodID, jboolean* native) {
-    *native = JNI_FALSE;
-    return JVMTI_ERROR_NONE;
-}
-// Line = location, so that a frame's line is where the test says it stands.
-jvmtiError JNICALL fakeGetLineNumberTable(jvmtiEnv*, jmethodID, jint* count, jvmtiLineNumberEntry** table) {
-    *count = 100;
-    *table = (jvmtiLineNumberEntry*)malloc(sizeof(jvmtiLineNumberEntry) * 100);
-    for (int i = 0; i < 100; i++) (*table)[i] = {(jlocation)i, (jint)i};
-    return JVMTI_ERROR_NONE;
-}
 
 class TracingProductionTest : public RecordingTest {
 protected:
     void SetUp() override {
         RecordingTest::SetUp();
-        memset(&myFunctions, 0, sizeof(myFunctions));
-        myFunctions.Deallocate = fakeDeallocate;
-        myFunctions.GetStackTrace = fakeGetStackTrace;
-        myFunctions.GetMethodName = fakeGetMethodName;
-        myFunctions.GetMethodDeclaringClass = fakeGetMethodDeclaringClass;
-        myFunctions.GetClassSignature = fakeGetClassSignature;
-        myFunctions.GetSourceFileName = fakeGetSourceFileName;
-        myFunctions.IsMethodNative = fakeIsMethodNative;
-        myFunctions.GetLineNumberTable = fakeGetLineNumberTable;
-        myEnv.functions = &myFunctions;
-        mySavedJvmti = ourJVMTI;
-        ourJVMTI = &myEnv;
-        ourStack.clear();
         ourTracingCanSetLineNumbers = true;
     }
-    void TearDown() override {
-        ourJVMTI = mySavedJvmti;
-        RecordingTest::TearDown();
+    // Fake method n is p.C.m<n>()V, whose line at location L is L.
+    jmethodID fake(int n) {
+        std::vector<std::pair<jlocation, jint>> lines;
+        for (int i = 0; i < 100; i++) lines.push_back({i, i});
+        return jvmti.define(n, {"m" + std::to_string(n), "()V", "Lp/C;", "C.java", false, lines});
     }
     // The method index of fake method n, instrumented for tracing.
     int traced(int n) {
+        fake(n);
         int m = method(("m" + std::to_string(n)).c_str());
         ZMethod::getRecord(m)->myFlags |= METHOD_FLAG_TRACED;
         return m;
     }
     // Enters fake method n from the present stack, at location `at` of the caller.
     void call(ThreadInfo* t, int n, int at = 0) {
-        if (!ourStack.empty()) ourStack.front().location = at;
-        ourStack.insert(ourStack.begin(), {(jmethodID)(intptr_t)n, 0});
+        if (!jvmti.stack.empty()) jvmti.stack.front().location = at;
+        jvmti.stack.insert(jvmti.stack.begin(), {fake(n), 0});
         t->setPendingLine(at);
         t->onMethodEntry(nullptr, traced(n));
     }
     void leave(ThreadInfo* t) {
-        int n = (int)(intptr_t)ourStack.front().method;
-        ourStack.erase(ourStack.begin());
+        int n = (int)(intptr_t)jvmti.stack.front().method;
+        jvmti.stack.erase(jvmti.stack.begin());
         t->onMethodExit(nullptr, traced(n));
     }
 
-    jvmtiInterface_1_ myFunctions;
-    _jvmtiEnv myEnv;
-    jvmtiEnv* mySavedJvmti = nullptr;
+    ScriptedJvmti jvmti;
 };
 
 }  // namespace
@@ -110,7 +45,7 @@ protected:
 TEST_F(TracingProductionTest, TheFirstEntrySendsTheStackAndLaterOnesOnlyTheMethod) {
     ThreadInfo* t = newThread("worker");
     traced(1);
-    ourStack.push_back({(jmethodID)1, 7});  // running before tracing began
+    jvmti.push(fake(1), 7);  // running before tracing began
     call(t, 2, 7);
     EXPECT_TRUE(t->isStackKnown());
     EXPECT_EQ(7, t->getEventWriteIndex());
@@ -132,8 +67,8 @@ TEST_F(TracingProductionTest, UntracedFramesAreLeftOutOfTheStack) {
     ThreadInfo* t = newThread("worker");
     method("m4");  // known, but not instrumented
     traced(1);
-    ourStack.push_back({(jmethodID)4, 3});
-    ourStack.insert(ourStack.begin(), {(jmethodID)1, 0});
+    jvmti.push(fake(1), 0);
+    jvmti.push(fake(4), 3);
     call(t, 2, 5);
     play(t);
     // m1 stands at the root, with no line: its caller is not traced.

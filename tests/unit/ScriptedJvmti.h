@@ -1,0 +1,134 @@
+// A scripted JVMTI for unit tests: the methods, their classes and line tables,
+// and the current thread's stack are what the test puts here. Installed as
+// ourJVMTI for the object's lifetime. Header only: each test binary that
+// includes it gets its own copy.
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "agent/AgentState.h"
+
+struct ScriptedMethod {
+    std::string name;
+    std::string descriptor;
+    std::string classSignature;
+    std::string sourceFile;  // empty: no source information
+    bool native = false;
+    std::vector<std::pair<jlocation, jint>> lines;  // sorted by location; empty: no table
+};
+
+class ScriptedJvmti {
+public:
+    ScriptedJvmti() {
+        ourCurrent() = this;
+        memset(&myFunctions, 0, sizeof(myFunctions));
+        myFunctions.Deallocate = deallocate;
+        myFunctions.GetStackTrace = getStackTrace;
+        myFunctions.GetLineNumberTable = getLineNumberTable;
+        myFunctions.GetMethodName = getMethodName;
+        myFunctions.GetMethodDeclaringClass = getMethodDeclaringClass;
+        myFunctions.GetClassSignature = getClassSignature;
+        myFunctions.GetSourceFileName = getSourceFileName;
+        myFunctions.IsMethodNative = isMethodNative;
+        myEnv.functions = &myFunctions;
+        mySaved = ourJVMTI;
+        ourJVMTI = &myEnv;
+    }
+    ~ScriptedJvmti() {
+        ourJVMTI = mySaved;
+        ourCurrent() = nullptr;
+    }
+    ScriptedJvmti(const ScriptedJvmti&) = delete;
+    ScriptedJvmti& operator=(const ScriptedJvmti&) = delete;
+
+    // The method id is the key; the method's declaring class handle is the key too.
+    jmethodID define(intptr_t key, ScriptedMethod method) {
+        methods[key] = std::move(method);
+        return (jmethodID)key;
+    }
+    void push(jmethodID method, jlocation location) { stack.push_back({method, location}); }
+    // The stack as GetStackTraces would hand it out.
+    jvmtiStackInfo stackInfo() {
+        jvmtiStackInfo info;
+        memset(&info, 0, sizeof(info));
+        info.frame_buffer = stack.data();
+        info.frame_count = (jint)stack.size();
+        return info;
+    }
+
+    std::map<intptr_t, ScriptedMethod> methods;
+    std::vector<jvmtiFrameInfo> stack;  // top first
+    int lineTableCalls = 0;
+
+private:
+    static ScriptedJvmti*& ourCurrent() {
+        static ScriptedJvmti* current = nullptr;
+        return current;
+    }
+    static const ScriptedMethod& methodOf(const void* handle) { return ourCurrent()->methods.at((intptr_t)handle); }
+    static char* copyOf(const std::string& text) {
+        char* copy = (char*)malloc(text.size() + 1);
+        memcpy(copy, text.c_str(), text.size() + 1);
+        return copy;
+    }
+
+    static jvmtiError JNICALL deallocate(jvmtiEnv*, unsigned char* memory) {
+        free(memory);
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getStackTrace(jvmtiEnv*, jthread, jint start, jint max, jvmtiFrameInfo* frames,
+                                            jint* count) {
+        const std::vector<jvmtiFrameInfo>& stack = ourCurrent()->stack;
+        int n = 0;
+        for (size_t i = start; i < stack.size() && n < max; i++) frames[n++] = stack[i];
+        *count = n;
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getLineNumberTable(jvmtiEnv*, jmethodID method, jint* count,
+                                                 jvmtiLineNumberEntry** table) {
+        ourCurrent()->lineTableCalls++;
+        const ScriptedMethod& m = methodOf(method);
+        if (m.lines.empty()) return JVMTI_ERROR_ABSENT_INFORMATION;
+        *count = (jint)m.lines.size();
+        *table = (jvmtiLineNumberEntry*)malloc(sizeof(jvmtiLineNumberEntry) * m.lines.size());
+        for (size_t i = 0; i < m.lines.size(); i++) (*table)[i] = {m.lines[i].first, m.lines[i].second};
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getMethodName(jvmtiEnv*, jmethodID method, char** name, char** signature,
+                                            char** generic) {
+        const ScriptedMethod& m = methodOf(method);
+        if (name != nullptr) *name = copyOf(m.name);
+        if (signature != nullptr) *signature = copyOf(m.descriptor);
+        if (generic != nullptr) *generic = nullptr;
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getMethodDeclaringClass(jvmtiEnv*, jmethodID method, jclass* klass) {
+        *klass = (jclass)method;
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getClassSignature(jvmtiEnv*, jclass klass, char** signature, char** generic) {
+        *signature = copyOf(methodOf(klass).classSignature);
+        if (generic != nullptr) *generic = nullptr;
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getSourceFileName(jvmtiEnv*, jclass klass, char** name) {
+        const ScriptedMethod& m = methodOf(klass);
+        if (m.sourceFile.empty()) return JVMTI_ERROR_ABSENT_INFORMATION;
+        *name = copyOf(m.sourceFile);
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL isMethodNative(jvmtiEnv*, jmethodID method, jboolean* native) {
+        *native = methodOf(method).native ? JNI_TRUE : JNI_FALSE;
+        return JVMTI_ERROR_NONE;
+    }
+
+    jvmtiInterface_1_ myFunctions;
+    _jvmtiEnv myEnv;
+    jvmtiEnv* mySaved = nullptr;
+};
