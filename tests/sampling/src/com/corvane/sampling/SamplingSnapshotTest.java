@@ -13,15 +13,12 @@ import com.corvane.snapshot.Rows.ThreadRow;
 import com.corvane.snapshot.Snapshot;
 import com.corvane.snapshot.SnapshotReader;
 import com.corvane.snapshot.Table;
-import java.nio.charset.StandardCharsets;
+import com.corvane.testing.AgentJvm;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
-import java.util.concurrent.TimeUnit;
-import java.util.stream.Collectors;
-import java.util.stream.Stream;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -62,42 +59,12 @@ class SamplingSnapshotTest {
 
     static Run run(Path dir, String options, String... program) throws Exception {
         Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
-        Path home = dir.resolve("home");
-        List<String> command = new java.util.ArrayList<>(List.of(System.getProperty("corvane.java"),
-                "-agentpath:" + System.getProperty("corvane.agent") + "=" + (options.isEmpty() ? "" : options + ",")
-                        + "onexit=snapshot,dir=" + snapshots,
-                "-cp", System.getProperty("corvane.sampling.classes")));
-        command.addAll(List.of(program));
-        ProcessBuilder builder = new ProcessBuilder(command).redirectErrorStream(true);
-        builder.environment().put("CORVANE_HOME", home.toString());
-        builder.environment().remove("JAVA_TOOL_OPTIONS");
-        builder.environment().remove("KZT_STARTUP_OPTIONS_PRE");
-        builder.environment().remove("KZT_STARTUP_OPTIONS_POST");
-        Process process = builder.start();
-        String out = new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
-        assertTrue(process.waitFor(300, TimeUnit.SECONDS), "the program ends");
-        assertEquals(0, process.exitValue(), out);
-        assertTrue(out.contains("done "), out);
-        String log;
-        try (Stream<Path> files = Files.list(home.resolve(".kzt/log"))) {
-            log = files.map(SamplingSnapshotTest::read).collect(Collectors.joining());
-        }
-        Path snapshot;
-        try (Stream<Path> files = Files.list(snapshots)) {
-            List<Path> found = files.filter(p -> p.toString().endsWith("-shutdown.snapshot")).toList();
-            assertEquals(1, found.size(), "exit snapshots: " + found);
-            snapshot = found.get(0);
-        }
-        Snapshot read = SnapshotReader.read(snapshot);
-        return new Run(out, new Times(timesByThread(read), log), read);
-    }
-
-    static String read(Path file) {
-        try {
-            return Files.readString(file);
-        } catch (java.io.IOException e) {
-            throw new java.io.UncheckedIOException(e);
-        }
+        AgentJvm.Run jvm = AgentJvm.run(dir, (options.isEmpty() ? "" : options + ",") + "onexit=snapshot,dir=" + snapshots,
+                System.getProperty("corvane.sampling.classes"), program);
+        assertEquals(0, jvm.exitCode(), jvm.out());
+        assertTrue(jvm.out().contains("done "), jvm.out());
+        Snapshot read = SnapshotReader.read(AgentJvm.onlyFile(snapshots, "-shutdown.snapshot"));
+        return new Run(jvm.out(), new Times(timesByThread(read), jvm.log()), read);
     }
 
     static Map<String, Map<String, Long>> timesByThread(Snapshot snapshot) {

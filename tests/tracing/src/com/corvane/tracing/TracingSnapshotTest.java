@@ -8,8 +8,7 @@ import com.corvane.snapshot.Rows.ThreadRow;
 import com.corvane.snapshot.Snapshot;
 import com.corvane.snapshot.SnapshotReader;
 import com.corvane.snapshot.Table;
-import java.io.IOException;
-import java.nio.charset.StandardCharsets;
+import com.corvane.testing.AgentJvm;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
@@ -19,9 +18,6 @@ import java.util.Map;
 import java.util.Set;
 import java.util.TreeMap;
 import java.util.TreeSet;
-import java.util.concurrent.TimeUnit;
-import java.util.stream.Collectors;
-import java.util.stream.Stream;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -42,42 +38,8 @@ class TracingSnapshotTest {
     static final long SPIN_NS = 150_000_000L;
     static final int DEAD_THREAD_LIMIT = 5;
 
-    record Run(int exitCode, String out, String log) {
-    }
-
-    static Run runJava(Path dir, String agentOptions, String mainClass, String... arguments)
-            throws IOException, InterruptedException {
-        Path home = dir.resolve("home");
-        List<String> command = new ArrayList<>(List.of(System.getProperty("corvane.java"),
-                "-agentpath:" + System.getProperty("corvane.agent") + "=" + agentOptions, "-cp",
-                System.getProperty("corvane.tracing.classes"), mainClass));
-        command.addAll(List.of(arguments));
-        ProcessBuilder builder = new ProcessBuilder(command).redirectErrorStream(true);
-        builder.environment().put("CORVANE_HOME", home.toString());
-        builder.environment().remove("JAVA_TOOL_OPTIONS");
-        builder.environment().remove("KZT_STARTUP_OPTIONS_PRE");
-        builder.environment().remove("KZT_STARTUP_OPTIONS_POST");
-        Process process = builder.start();
-        String out = new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
-        assertTrue(process.waitFor(300, TimeUnit.SECONDS), "the program ends");
-        StringBuilder log = new StringBuilder();
-        Path logs = home.resolve(".kzt/log");
-        if (Files.isDirectory(logs)) {
-            try (Stream<Path> files = Files.list(logs)) {
-                for (Path file : files.collect(Collectors.toList())) {
-                    log.append(Files.readString(file));
-                }
-            }
-        }
-        return new Run(process.exitValue(), out, log.toString());
-    }
-
-    static Path onlySnapshot(Path folder, String suffix) throws IOException {
-        try (Stream<Path> files = Files.list(folder)) {
-            List<Path> found = files.filter(p -> p.getFileName().toString().endsWith(suffix)).collect(Collectors.toList());
-            assertEquals(1, found.size(), "snapshots ending in " + suffix + ": " + found);
-            return found.get(0);
-        }
+    static AgentJvm.Run runJava(Path dir, String agentOptions, String... program) throws Exception {
+        return AgentJvm.run(dir, agentOptions, System.getProperty("corvane.tracing.classes"), program);
     }
 
     static Map<String, Long> measured(String out) {
@@ -112,13 +74,13 @@ class TracingSnapshotTest {
     void aProgramOfKnownShapeIsRecordedExactly(@TempDir Path dir) throws Exception {
         Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
         Path settings = Files.writeString(dir.resolve("tracing.txt"), "walltime=*\nadaptive=false\n");
-        Run run = runJava(dir, "tracing,onexit=snapshot,dir=" + snapshots + ",deadthreadlimit=" + DEAD_THREAD_LIMIT
+        AgentJvm.Run run = runJava(dir, "tracing,onexit=snapshot,dir=" + snapshots + ",deadthreadlimit=" + DEAD_THREAD_LIMIT
                 + ",tracing_settings_path=" + settings, "TracedShapes");
         assertEquals(0, run.exitCode(), run.out());
         assertTrue(run.out().contains("done "), run.out());
         assertEquals(List.of(), tracingWarnings(run.log()), "the player met no disorder");
         Map<String, Long> measured = measured(run.out());
-        Snapshot snapshot = SnapshotReader.read(onlySnapshot(snapshots, "-shutdown.snapshot"));
+        Snapshot snapshot = SnapshotReader.read(AgentJvm.onlyFile(snapshots, "-shutdown.snapshot"));
 
         for (int i = 0; i < LEAF_CALLS.length; i++) {
             String name = "worker-" + (i + 1);
@@ -226,7 +188,7 @@ class TracingSnapshotTest {
     void tracingStartsStopsAndClearsThroughTheNatives(@TempDir Path dir) throws Exception {
         Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
         Path middle = snapshots.resolve("middle.snapshot");
-        Run run = runJava(dir, "dir=" + snapshots, "TracingControl", middle.toString());
+        AgentJvm.Run run = runJava(dir, "dir=" + snapshots, "TracingControl", middle.toString());
         assertEquals(0, run.exitCode(), run.out());
         List<String> answers = List.of("start null", "again Cannot start CPU tracing: CPU profiling (tracing) already started",
                 "invalid Invalid mode: 8", "capture null", "restart null");
@@ -249,7 +211,7 @@ class TracingSnapshotTest {
         assertEquals(0, atMiddle.invocationsOf("TracingControl.phaseD"));
 
         // At exit, tracing runs again: a new start clears what was before.
-        CallTree atExit = treeOf(SnapshotReader.read(onlySnapshot(snapshots, "-shutdown.snapshot")), "main");
+        CallTree atExit = treeOf(SnapshotReader.read(AgentJvm.onlyFile(snapshots, "-shutdown.snapshot")), "main");
         assertEquals(0, atExit.invocationsOf("TracingControl.phaseC"));
         assertEquals(500, atExit.invocationsOf("TracingControl.phaseE"));
     }

@@ -1,0 +1,65 @@
+package com.corvane.testing;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.io.IOException;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.concurrent.TimeUnit;
+import java.util.stream.Collectors;
+import java.util.stream.Stream;
+
+/**
+ * A JVM with the agent library of the build (properties corvane.java and
+ * corvane.agent), in an environment of its own: the agent's home in the
+ * test's folder, and no options from the environment of whoever runs the
+ * tests. The end-to-end suites that compile this file link it from
+ * tests/java-shared.
+ */
+public final class AgentJvm {
+    /** Exit code, standard output and error together, and the agent's log files joined. */
+    public record Run(int exitCode, String out, String log) {
+    }
+
+    private AgentJvm() {
+    }
+
+    public static Run run(Path dir, String agentOptions, String classPath, String... program)
+            throws IOException, InterruptedException {
+        Path home = dir.resolve("home");
+        List<String> command = new ArrayList<>(List.of(System.getProperty("corvane.java"),
+                "-agentpath:" + System.getProperty("corvane.agent") + "=" + agentOptions, "-cp", classPath));
+        command.addAll(List.of(program));
+        ProcessBuilder builder = new ProcessBuilder(command).redirectErrorStream(true);
+        builder.environment().put("CORVANE_HOME", home.toString());
+        builder.environment().remove("JAVA_TOOL_OPTIONS");
+        builder.environment().remove("KZT_STARTUP_OPTIONS_PRE");
+        builder.environment().remove("KZT_STARTUP_OPTIONS_POST");
+        Process process = builder.start();
+        String out = new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
+        assertTrue(process.waitFor(300, TimeUnit.SECONDS), "the program ends");
+        StringBuilder log = new StringBuilder();
+        Path logs = home.resolve(".kzt/log");
+        if (Files.isDirectory(logs)) {
+            try (Stream<Path> files = Files.list(logs)) {
+                for (Path file : files.collect(Collectors.toList())) {
+                    log.append(Files.readString(file));
+                }
+            }
+        }
+        return new Run(process.exitValue(), out, log.toString());
+    }
+
+    /** The one file of the folder whose name ends with the suffix. */
+    public static Path onlyFile(Path folder, String suffix) throws IOException {
+        try (Stream<Path> files = Files.list(folder)) {
+            List<Path> found = files.filter(p -> p.getFileName().toString().endsWith(suffix)).collect(Collectors.toList());
+            assertEquals(1, found.size(), "files ending in " + suffix + ": " + found);
+            return found.get(0);
+        }
+    }
+}
