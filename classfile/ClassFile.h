@@ -75,9 +75,6 @@ public:
     int findOrCreateNameAndType(int nameIndex, int descriptorIndex);
     int findOrCreateMethodRef(int classIndex, int nameIndex, int descriptorIndex);
     int findOrCreateStringInfo(const ZString& value);
-    // A Class entry named `chars`, for frame types: any equal entry will do,
-    // so an index of the class names answers most calls without a scan.
-    int findOrCreateClassByName(const char* chars, int length);
     int findOrCreateIntInfo(int value);
     int findOrCreateLongInfo(long long value);
 

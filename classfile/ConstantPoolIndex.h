@@ -13,8 +13,7 @@
 class ConstantPoolIndex {
 public:
     explicit ConstantPoolIndex(ClassArena* arena)
-        : myArena(arena), myNameSlots(nullptr), myNameMask(0), myNameCount(0), myNameEdits(0), mySlots(nullptr),
-          myMask(0), myCount(0), myIndexedUpTo(1), myEditsSeen(0) {}
+        : myArena(arena), mySlots(nullptr), myMask(0), myCount(0), myIndexedUpTo(1), myEditsSeen(0) {}
 
     // Lowest index of an equal entry, 0 when there is none. `edits` counts
     // the changes of Utf8 texts: when it moved, the index starts over.
@@ -25,15 +24,6 @@ public:
     int findString(const ConstantPool& pool, int edits, int utf8Index);
     int findNameAndType(const ConstantPool& pool, int edits, int nameIndex, int descriptorIndex);
     int findMethodRef(const ConstantPool& pool, int edits, int classIndex, int nameAndTypeIndex);
-
-    // Class entries by name, for frame types. The key is the name up to its
-    // first zero byte; the table holds the Class entries of the pool when it
-    // was first asked, and then only those that addClassName brings, so that
-    // it answers as a map filled that way would. A hit is a candidate: its
-    // whole name may still differ.
-    void prepareClassNames(const ConstantPool& pool, int edits);
-    int findClassName(const ConstantPool& pool, const char* chars, int length);
-    void addClassName(const ConstantPool& pool, int classIndex);
 
     static uint32_t hashBytes(const char* chars, int length);
 
@@ -57,15 +47,7 @@ private:
     static uint32_t hashKey(const Key& key);
     static bool matches(const ConstantPoolInfo* entry, const Key& key);
 
-    // The text of a Class entry's name up to its first zero byte, or null.
-    static const char* classNameOf(const ConstantPool& pool, int classIndex, int* length);
-    void insertClassName(const ConstantPool& pool, int classIndex);
-
     ClassArena* myArena;
-    Slot* myNameSlots;
-    uint32_t myNameMask;
-    int myNameCount;
-    int myNameEdits;
     Slot* mySlots;
     uint32_t myMask;
     int myCount;

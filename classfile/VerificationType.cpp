@@ -35,11 +35,11 @@ VerificationType::VerificationType(const char* descriptor, int length, ClassFile
     case 'L':
         KZT_ASSERT(length >= 3 && descriptor[length - 1] == ';');
         myTag = OBJECT;
-        myData = classFile->findOrCreateClassByName(descriptor + 1, length - 2);
+        myData = classFile->findOrCreateConstantClass(classFile->findOrCreateUtf8(descriptor + 1, length - 2));
         return;
     case '[':
         myTag = OBJECT;
-        myData = classFile->findOrCreateClassByName(descriptor, length);
+        myData = classFile->findOrCreateConstantClass(classFile->findOrCreateUtf8(descriptor, length));
         return;
     default: {
         ZString text("unexpected java type: ");

@@ -57,24 +57,27 @@ TEST(ConstantPoolIndex, FindsTheFirstOfEqualEntriesAndAppendedOnes) {
     EXPECT_EQ(count, cf->findOrCreateUtf8(ZString("twice")));
 }
 
-// Frame types find any Class entry of the name, even one whose name is a
-// second, equal Utf8 entry; a new name adds a Utf8 and a Class entry once.
-TEST(ConstantPoolIndex, ClassesByNameFindEntriesOfEqualTexts) {
+// A frame type names its class by a Class entry of the first Utf8 entry of
+// that text: one whose name is a later, equal Utf8 entry does not count. A new
+// name adds a Utf8 and a Class entry once, whatever its length.
+TEST(ConstantPoolIndex, FrameTypesFindClassesThroughTheFirstEqualText) {
     ClassBuilder b;
-    b.utf8("p/A");
+    int first = b.utf8("p/A");
     int second = b.duplicateUtf8("p/A");
     Bytes entry{7};
     putU2(entry, second);
-    int byDuplicate = b.raw(entry);
+    b.raw(entry);
     b.method("m", "()V").code = {0xb1};
     auto cf = parseClass(b.build());
-    EXPECT_EQ(byDuplicate, cf->findOrCreateClassByName("p/A", 3));
-    EXPECT_EQ(byDuplicate, cf->findOrCreateClassByName("p/A", 3));
     int size = cf->getConstantPool()->getSize();
-    EXPECT_EQ(size + 1, cf->findOrCreateClassByName("p/B", 3));
-    EXPECT_EQ(size + 1, cf->findOrCreateClassByName("p/B", 3));
-    std::string longName(300, 'x');
-    int longClass = cf->findOrCreateClassByName(longName.c_str(), (int)longName.size());
-    EXPECT_EQ(longClass, cf->findOrCreateClassByName(longName.c_str(), (int)longName.size()));
-    EXPECT_EQ(ZString(longName.c_str()), cf->getConstantClassSignature(longClass));
+    VerificationType a(ZString("Lp/A;"), cf.get());
+    EXPECT_EQ(size, a.getData());
+    EXPECT_EQ(first, static_cast<ConstantClassInfo*>((*cf->getConstantPool())[size])->getNameIndex());
+    EXPECT_EQ(size, VerificationType(ZString("Lp/A;"), cf.get()).getData());
+    EXPECT_EQ(size + 2, VerificationType(ZString("[Lp/B;"), cf.get()).getData());
+    EXPECT_EQ(size + 2, VerificationType(ZString("[Lp/B;"), cf.get()).getData());
+    std::string longName = "L" + std::string(300, 'x') + ";";
+    int longClass = VerificationType(ZString(longName.c_str()), cf.get()).getData();
+    EXPECT_EQ(longClass, VerificationType(ZString(longName.c_str()), cf.get()).getData());
+    EXPECT_EQ(ZString(longName.substr(1, 300).c_str()), cf->getConstantClassSignature(longClass));
 }
