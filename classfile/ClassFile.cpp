@@ -37,13 +37,19 @@ void ClassFile::release() {
     myArena.release();
 }
 
-void ClassFile::parse(DataInput& in) {
+void ClassFile::parse(DataInput& source) {
+    // The class is copied once into the arena and read from there: the
+    // constants' texts and the pool as read stay views into that copy.
+    int length = source.available();
+    // The copy and the parts of a class take about four times its size.
+    myArena.reserve(length * 4 + 256);
+    unsigned char* copy = (unsigned char*)myArena.allocate(length);
+    source.readFully(copy, length);
+    DataInput in(copy, length);
     myMagic = in.readInt();
     myMinorVersion = in.readUnsignedShort();
     myMajorVersion = in.readUnsignedShort();
     int count = in.readUnsignedShort();
-    // The parts of a class take about three times its size.
-    myArena.reserve(in.available() * 3 + 256);
     myConstantPool.push(nullptr);
     const unsigned char* poolStart = in.peek(0);
     int poolPosition = in.getPosition();
@@ -66,11 +72,7 @@ void ClassFile::parse(DataInput& in) {
     }
     myParsedPoolSize = myConstantPool.getSize();
     myPoolByteLength = in.getPosition() - poolPosition;
-    if (myPoolByteLength > 0) {
-        unsigned char* poolCopy = (unsigned char*)myArena.allocate(myPoolByteLength);
-        memcpy(poolCopy, poolStart, myPoolByteLength);
-        myPoolBytes = poolCopy;
-    }
+    myPoolBytes = poolStart;
 
     myAccessFlags = in.readUnsignedShort();
     myThisClass = in.readUnsignedShort();
@@ -249,25 +251,6 @@ int ClassFile::findOrCreateConstantClass(int nameIndex) {
     KZT_ASSERT(nameIndex >= 1);
     int index = myIndex.findClass(myConstantPool, myPoolEdits, nameIndex);
     return index > 0 ? noteFound(index) : appendEntry(ConstantPoolInfo::make<ConstantClassInfo>(&myArena, nameIndex));
-}
-
-int ClassFile::findOrCreateClassByName(const char* chars, int length) {
-    myIndex.prepareClassNames(myConstantPool, myPoolEdits);
-    // Names of 256 bytes and more go the long way, as they always have.
-    if (length < 256) {
-        int index = myIndex.findClassName(myConstantPool, chars, length);
-        if (index > 0) {
-            // Verify: a name with a zero byte inside would match a shorter key.
-            const ConstantClassInfo* entry = static_cast<ConstantClassInfo*>(myConstantPool[index]);
-            if (ConstantPoolInfo::getUtf8Entry(&myConstantPool, entry->getNameIndex())->equals(chars, length)) {
-                return noteFound(index);
-            }
-        }
-    }
-    int nameIndex = findOrCreateUtf8(chars, length);
-    int index = findOrCreateConstantClass(nameIndex);
-    myIndex.addClassName(myConstantPool, index);
-    return index;
 }
 
 int ClassFile::findOrCreateStringInfo(const ZString& value) {

@@ -20,12 +20,17 @@ ConstantUtf8Info::ConstantUtf8Info(DataInput& in, ClassArena* arena)
     : ConstantPoolInfo(UTF8), myChars(nullptr), myByteLength(0), myValue(nullptr), myEditCounter(nullptr),
       myOwnsChars(arena == nullptr) {
     int length = in.readUnsignedShort();
+    myByteLength = length;
+    if (arena != nullptr) {
+        myChars = (const char*)in.peek(length);
+        in.skip(length);
+        return;
+    }
     in.peek(length);
-    char* chars = arena != nullptr ? (char*)arena->allocate(length + 1) : new char[length + 1];
+    char* chars = new char[length + 1];
     in.readFully((unsigned char*)chars, length);
     chars[length] = 0;
     myChars = chars;
-    myByteLength = length;
 }
 
 ConstantUtf8Info::ConstantUtf8Info(const ZString& value)

@@ -49,7 +49,8 @@ protected:
 // most constants of a class are never looked at as text.
 class ConstantUtf8Info : public ConstantPoolInfo {
 public:
-    // With an arena the bytes go there, else the entry owns them.
+    // With an arena, `in` reads bytes that live in that arena, and the entry
+    // points at them where they are; without one the entry owns a copy.
     ConstantUtf8Info(DataInput& in, ClassArena* arena);
     explicit ConstantUtf8Info(DataInput& in) : ConstantUtf8Info(in, nullptr) {}
     explicit ConstantUtf8Info(const ZString& value);
@@ -62,7 +63,7 @@ public:
     bool equals(const char* chars, int length) const {
         return myByteLength == length && memcmp(myChars, chars, length) == 0;
     }
-    // The bytes, followed by a zero.
+    // The bytes, not followed by a zero: they may lie inside the class as read.
     const char* getChars() const { return myChars; }
     int getByteLength() const { return myByteLength; }
     const ZString& getValue() const;

@@ -168,7 +168,7 @@ int ZMethod::getByDescriptor(const LockHolder& lock, ClassStrings& known, const 
     // parameters, class, return type, source file. Known ones are in the
     // pool already, so leaving out their lookups changes no order.
     MethodKey key;
-    key.myName = StringPool::getStrIDImpl(lock, name, false);
+    key.myName = StringPool::getStrID(lock, ZString(name, nameLength));
     DescriptorKey lookup = descriptorKey(descriptor, descriptorLength);
     DescriptorStrings* strings = ourDescriptorStrings.getPtr(lookup);
     ZString returnType;
