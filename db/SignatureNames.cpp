@@ -1,5 +1,7 @@
 #include "db/SignatureNames.h"
 
+#include <cstring>
+
 static const char* primitiveName(char letter) {
     switch (letter) {
         case 'B': return "byte";
@@ -15,8 +17,13 @@ static const char* primitiveName(char letter) {
     }
 }
 
+// Whole package segments at a time: names are long and slashes few.
 static void appendDotted(ZString& to, const char* from, int count) {
-    for (int i = 0; i < count; i++) to.appendChar(from[i] == '/' ? '.' : from[i]);
+    const char* end = from + count;
+    for (const char* slash; (slash = (const char*)memchr(from, '/', end - from)) != nullptr; from = slash + 1) {
+        to.append(from, (int)(slash - from)).appendChar('.');
+    }
+    to.append(from, (int)(end - from));
 }
 
 static void appendArraySuffixes(ZString& to, int dimensions) {
@@ -39,7 +46,9 @@ ZString convertClassSignatureToFullName(const char* signature) {
 }
 
 ZString convertMethodSignatureToParameters(const ZString& descriptor) {
-    ZString result("(");
+    // Mostly as long as the descriptor; one growth at most for many primitives.
+    ZString result(descriptor.getLength() + 8);
+    result.appendChar('(');
     int close = descriptor.lastIndexOfChar(')');
     const char* text = descriptor.c_str();
     bool first = true;
