@@ -278,6 +278,7 @@ private:
         s.records.push(Record{kind, pc, delta + pc, instructionLength, id});
         delta += n;
     }
+    int stepOverSpecial(int opcode, int pc, bool withSwitch);
     void onNew(int pc);
     void onInvokeSpecial(int pc);
     void onDupX();
@@ -295,69 +296,85 @@ private:
 
 // Opcodes that the first pass only steps over: all but branches, switches,
 // `wide` and bytes that are no opcode.
-struct PlainOpcodes {
-    bool plain[256];
-    PlainOpcodes() {
+// Slack behind the offset map, so that each instruction can write its first
+// four entries at once: the next instruction overwrites what was too many.
+const int MAP_SLACK = 4;
+
+// What the first pass needs of an opcode, by table: the length of a plain
+// instruction (fixed, at most MAP_SLACK bytes, no branch offset; 0 for the
+// others), and whether it does anything besides stepping over it.
+struct OpcodeSteps {
+    unsigned char plainLength[256];
+    bool action[256];
+    OpcodeSteps() {
         for (int opcode = 0; opcode < 256; opcode++) {
-            plain[opcode] = ourOpCodeLength[opcode] > 0 && !OpCodes::isShortBranch(opcode) && !OpCodes::isLongBranch(opcode);
+            int n = ourOpCodeLength[opcode];
+            bool plain = n > 0 && n <= MAP_SLACK && !OpCodes::isShortBranch(opcode) && !OpCodes::isLongBranch(opcode);
+            plainLength[opcode] = plain ? (unsigned char)n : 0;
+            action[opcode] = OpCodes::isReturn(opcode) || (opcode >= OpCodes::INVOKEVIRTUAL && opcode <= OpCodes::ANEWARRAY) ||
+                             opcode == OpCodes::MULTIANEWARRAY || (opcode >= OpCodes::DUP_X1 && opcode <= OpCodes::DUP2_X2);
         }
     }
 };
 
-// What the first pass does at an instruction besides stepping over it.
-bool hasAction(int opcode) {
-    return OpCodes::isReturn(opcode) || (opcode >= OpCodes::INVOKEVIRTUAL && opcode <= OpCodes::ANEWARRAY) ||
-           opcode == OpCodes::MULTIANEWARRAY || (opcode >= OpCodes::DUP_X1 && opcode <= OpCodes::DUP2_X2);
+// Steps over an instruction that is not plain, noting its branch offsets:
+// the offset after it, or -1 at a switch when told there was none.
+int FirstPass::stepOverSpecial(int opcode, int pc, bool withSwitch) {
+    if (OpCodes::isShortBranch(opcode)) {
+        s.branches.addOffsetToTable(pc, pc + 1, true);
+        return pc + 3;
+    }
+    if ((opcode == OpCodes::TABLESWITCH || opcode == OpCodes::LOOKUPSWITCH) && !withSwitch) return -1;
+    if (opcode == OpCodes::TABLESWITCH) {
+        int d = pc + 1 + OpCodes::switchPadding(pc);
+        long long low = readS4(d + 4);
+        long long high = readS4(d + 8);
+        KZT_ASSERT(high >= low && d + 12 + 4 * (high - low + 1) <= length);
+        s.branches.addOffsetToTable(pc, d, false);
+        for (long long i = 0; i < high - low + 1; i++) s.branches.addOffsetToTable(pc, d + 12 + 4 * (int)i, false);
+        return d + 12 + 4 * (int)(high - low + 1);
+    }
+    if (opcode == OpCodes::LOOKUPSWITCH) {
+        int d = pc + 1 + OpCodes::switchPadding(pc);
+        long long pairs = readS4(d + 4);
+        KZT_ASSERT(pairs >= 0 && d + 8 + 8 * pairs <= length);
+        s.branches.addOffsetToTable(pc, d, false);
+        for (int i = 0; i < (int)pairs; i++) s.branches.addOffsetToTable(pc, d + 12 + 8 * i, false);
+        return d + 8 + 8 * (int)pairs;
+    }
+    if (opcode == OpCodes::WIDE) return pc + (pc + 1 < length && code[pc + 1] == OpCodes::IINC ? 6 : 4);
+    if (opcode == OpCodes::GOTO_W || opcode == OpCodes::JSR_W) {
+        s.branches.addOffsetToTable(pc, pc + 1, false);
+        return pc + 5;
+    }
+    int n = ourOpCodeLength[opcode];
+    if (n < 1) Logger::error(ZString("Wrong instruction opcode found: ") + ZString::fromLong(opcode), __FILE__, __LINE__);
+    return pc + n;
 }
 
 bool FirstPass::run(bool withTracing, bool lineFlag, bool instrumentAllocations, bool withSwitch) {
-    static const PlainOpcodes plainOpcodes;
+    static const OpcodeSteps steps;
     int exitLength = withSwitch ? EXIT_CODE_LENGTH_SWITCH : EXIT_CODE_LENGTH;
     int* map = s.map.getElements();
     for (int pc = 0; pc < length;) {
         int opcode = code[pc];
-        int next;
-        if (plainOpcodes.plain[opcode]) {
-            next = pc + ourOpCodeLength[opcode];
-        } else if (OpCodes::isShortBranch(opcode)) {
-            s.branches.addOffsetToTable(pc, pc + 1, true);
-            next = pc + 3;
-        } else if ((opcode == OpCodes::TABLESWITCH || opcode == OpCodes::LOOKUPSWITCH) && !withSwitch) {
-            return false;
-        } else if (opcode == OpCodes::TABLESWITCH) {
-            int d = pc + 1 + OpCodes::switchPadding(pc);
-            long long low = readS4(d + 4);
-            long long high = readS4(d + 8);
-            KZT_ASSERT(high >= low && d + 12 + 4 * (high - low + 1) <= length);
-            s.branches.addOffsetToTable(pc, d, false);
-            for (long long i = 0; i < high - low + 1; i++) s.branches.addOffsetToTable(pc, d + 12 + 4 * (int)i, false);
-            next = d + 12 + 4 * (int)(high - low + 1);
-        } else if (opcode == OpCodes::LOOKUPSWITCH) {
-            int d = pc + 1 + OpCodes::switchPadding(pc);
-            long long pairs = readS4(d + 4);
-            KZT_ASSERT(pairs >= 0 && d + 8 + 8 * pairs <= length);
-            s.branches.addOffsetToTable(pc, d, false);
-            for (int i = 0; i < (int)pairs; i++) s.branches.addOffsetToTable(pc, d + 12 + 8 * i, false);
-            next = d + 8 + 8 * (int)pairs;
-        } else if (opcode == OpCodes::WIDE) {
-            next = pc + (pc + 1 < length && code[pc + 1] == OpCodes::IINC ? 6 : 4);
-        } else if (opcode == OpCodes::GOTO_W || opcode == OpCodes::JSR_W) {
-            s.branches.addOffsetToTable(pc, pc + 1, false);
-            next = pc + 5;
-        } else {
-            int n = ourOpCodeLength[opcode];
-            if (n < 1) Logger::error(ZString("Wrong instruction opcode found: ") + ZString::fromLong(opcode), __FILE__, __LINE__);
-            next = pc + n;
-        }
-        KZT_ASSERT(next <= length);
         // The bytes of this instruction move by what was inserted before it;
         // what it inserts itself moves only the instructions after it.
-        for (int i = pc; i < next; i++) map[i] = i + delta;
-        if (!hasAction(opcode)) {
+        int moved = pc + delta;
+        for (int i = 0; i < MAP_SLACK; i++) map[pc + i] = moved + i;
+        int next;
+        if (steps.plainLength[opcode] != 0) {
+            next = pc + steps.plainLength[opcode];
+        } else {
+            next = stepOverSpecial(opcode, pc, withSwitch);
+            if (next < 0) return false;
+            for (int i = pc + MAP_SLACK; i < next; i++) map[i] = i + delta;
+        }
+        KZT_ASSERT(next <= length);
+        if (!steps.action[opcode]) {
             pc = next;
             continue;
         }
-
         switch (opcode) {
             case 172: case 173: case 174: case 175: case 176: case 177:
                 if (withTracing) insert(KIND_EXIT, pc, 1, exitLength, 0);
@@ -561,7 +578,7 @@ bool instrumentForTracingAndAllocationImpl(ClassContext& c, int methodId, int li
     PatchScratch& s = scratch();
     // The pass writes every element; the vector only grows, so that no
     // method pays for filling it.
-    if (s.map.getSize() < length + 1) s.map.resize(length + 1);
+    if (s.map.getSize() < length + MAP_SLACK) s.map.resize(length + MAP_SLACK);
     int entryLength = 0;
     for (bool done = false; !done;) {
         entryLength = withTracing ? entryCodeLength(instrumentAllocations, withSwitch)
