@@ -15,6 +15,7 @@
 #include "recording/CpuProfilingSettings.h"
 #include "recording/CpuTracing.h"
 #include "recording/Sampling.h"
+#include "recording/SamplingSettings.h"
 #include "recording/ThreadInfo.h"
 #include "recording/TracingSettings.h"
 #include "snapshot/TableStream.h"
@@ -65,12 +66,18 @@ static ZString startCpuProfilingImpl(JNIEnv* env, int64_t mode, const ZString* s
         if (running == CPU_CALL_COUNTING) return ZString("CPU profiling (call counting) already started");
         if (running == CPU_TRACING) return ZString("CPU profiling (tracing) already started");
         if (running != 0) return ZString("CPU profiling (sampling) already started");
-        if (!tracing && !counting) {
-            ZString error = ourJavaSampling.startSamplerForCpu(lock, env, mode & (int64_t)SAMPLING_MODE_MASK, settings);
+        // Sampling settings are read once: the sampler gets them, and they
+        // take effect only when it has started.
+        SamplingSettings samplingSettings;
+        if (!tracing) {
+            samplingSettings.setFromText(getSamplingSettingsText(settings));
+            ZString error =
+                ourJavaSampling.startSamplerForCpu(lock, env, mode & (int64_t)SAMPLING_MODE_MASK, samplingSettings);
             if (!error.isEmpty()) return error;
         }
         CpuTracing::clearCpuDataImpl(lock);
-        readCpuProfilingSettingsAndReloadFilters(lock, (uint64_t)mode, settings);
+        if (tracing) readCpuProfilingSettingsAndReloadFilters(lock, (uint64_t)mode, settings);
+        else applySamplingSettingsAndReloadFilters(lock, (uint64_t)mode, samplingSettings);
         ourStatus = (ourStatus & ~(CPU_PROFILING_MASK | SAMPLING_MODE_MASK)) | (uint64_t)mode;
         ourLastCpuProfilingMode = mode;
         ourCpuTracingGeneration = ourCpuTracingGeneration + 1;

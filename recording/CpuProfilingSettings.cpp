@@ -19,9 +19,15 @@ ZString readCpuProfilingSettingsAndReloadFilters(const LockHolder& lock, uint64_
         return settings;
     }
     ZString settings = getSamplingSettingsText(text);
-    ourSamplingSettings.setFromText(settings);
+    SamplingSettings parsed;
+    parsed.setFromText(settings);
+    applySamplingSettingsAndReloadFilters(lock, status, parsed);
+    return settings;
+}
+
+void applySamplingSettingsAndReloadFilters(const LockHolder& lock, uint64_t status, const SamplingSettings& settings) {
+    ourSamplingSettings = settings;
     // Asynchronous cpu sampling sees only threads on a CPU: no wall time.
     bool cpuOnly = (status & SAMPLING_MODE_MASK) == SAMPLING_MODE_ASYNC_CPU;
     Filter::reloadFilters(lock, cpuOnly ? ZVectorSafe<ZString>() : ourSamplingSettings.myWallTimeSpecs);
-    return settings;
 }

@@ -42,13 +42,12 @@ Sampler* JavaSampling::getSampler(uint64_t status) {
     return &myAsyncSampler;
 }
 
-ZString JavaSampling::startSampler(const LockHolder& lock, JNIEnv* env, int64_t kind, const ZString* settingsText) {
+ZString JavaSampling::startSampler(const LockHolder& lock, JNIEnv* env, int64_t kind,
+                                   const SamplingSettings& settings) {
     if (kind == 0) Logger::message("starting sampling: synchronous");
     else if (kind == (int64_t)SAMPLING_MODE_ASYNC_CPU) Logger::message("starting sampling: asynchronous, cpu");
     else if (kind == (int64_t)SAMPLING_MODE_ASYNC_PERIODIC) Logger::message("starting sampling: asynchronous, periodic");
     else return ZString("Unknown sampling mode: ") + ZString::fromLong(kind);
-    SamplingSettings settings;
-    settings.setFromText(getSamplingSettingsText(settingsText));
     ZString error = getSampler((uint64_t)kind)->start(kind, settings);
     if (!error.isEmpty()) return error;
     if (!ourSamplingThreadStarted) {
@@ -63,11 +62,11 @@ ZString JavaSampling::startSampler(const LockHolder& lock, JNIEnv* env, int64_t 
 }
 
 ZString JavaSampling::startSamplerForCpu(const LockHolder& lock, JNIEnv* env, int64_t kind,
-                                         const ZString* settingsText) {
+                                         const SamplingSettings& settings) {
     if (isSamplerWanted(ourStatus)) stopSampler(lock);
-    ZString error = startSampler(lock, env, kind, settingsText);
+    ZString error = startSampler(lock, env, kind, settings);
     if (!error.isEmpty() && isSamplerWanted(ourStatus)) {
-        ZString fallback = startSampler(lock, env, 0, settingsText);
+        ZString fallback = startSampler(lock, env, 0, settings);
         KZT_ASSERT(fallback.isEmpty());
     }
     return error;
@@ -75,7 +74,9 @@ ZString JavaSampling::startSamplerForCpu(const LockHolder& lock, JNIEnv* env, in
 
 void JavaSampling::startSamplerForAllocations(const LockHolder& lock, JNIEnv* env) {
     if (isSamplerWanted(ourStatus)) return;
-    ZString error = startSampler(lock, env, 0, nullptr);
+    SamplingSettings settings;
+    settings.setFromText(getSamplingSettingsText(nullptr));
+    ZString error = startSampler(lock, env, 0, settings);
     KZT_ASSERT(error.isEmpty());
 }
 

@@ -46,10 +46,10 @@ public:
     static bool ourSamplingThreadStarted;
 
     // `kind`: the sampling bits of the status word (0 synchronous).
-    ZString startSampler(const LockHolder& lock, JNIEnv* env, int64_t kind, const ZString* settingsText);
+    ZString startSampler(const LockHolder& lock, JNIEnv* env, int64_t kind, const SamplingSettings& settings);
     // Stops a running sampler first; falls back to the synchronous kind when
     // the kind fails and a sampler is still wanted. The first error is returned.
-    ZString startSamplerForCpu(const LockHolder& lock, JNIEnv* env, int64_t kind, const ZString* settingsText);
+    ZString startSamplerForCpu(const LockHolder& lock, JNIEnv* env, int64_t kind, const SamplingSettings& settings);
     // Object sampling needs stacks: the synchronous sampler unless one runs.
     void startSamplerForAllocations(const LockHolder& lock, JNIEnv* env);
     // The thread stays and idles.
