@@ -1,7 +1,3 @@
-import java.nio.file.Files;
-import java.nio.file.Path;
-import java.util.ArrayList;
-import java.util.Arrays;
 import java.util.List;
 import org.objectweb.asm.ClassReader;
 import org.objectweb.asm.ClassVisitor;
@@ -14,27 +10,12 @@ import org.objectweb.asm.commons.LocalVariablesSorter;
 
 // The same rewrite with ASM: a call at method entry whose result goes to a new
 // local, a call before every return and athrow, and a call at every line.
-// Frames expanded and written again. Warmed up, median of the passes.
+// Frames expanded and written again; timed by AsmCorpus.
 public class AsmInstrumentBench {
     static final String CALLBACK = "com/corvane/runtime/Callback";
 
     public static void main(String[] args) throws Exception {
-        List<byte[]> classes = new ArrayList<>();
-        for (String path : Files.readAllLines(Path.of(args[0]))) classes.add(Files.readAllBytes(Path.of(path)));
-        int passes = Integer.parseInt(args[1]);
-        int warmups = Integer.parseInt(args[2]);
-        long sink = 0;
-        for (int i = 0; i < warmups; i++) sink += pass(classes);
-        double[] seconds = new double[passes];
-        for (int i = 0; i < passes; i++) {
-            long start = System.nanoTime();
-            sink += pass(classes);
-            seconds[i] = (System.nanoTime() - start) / 1e9;
-        }
-        Arrays.sort(seconds);
-        System.out.println("classes " + classes.size());
-        System.out.printf("classes_per_second %.0f%n", classes.size() / seconds[passes / 2]);
-        System.out.println("sink " + sink);
+        AsmCorpus.measure(args, AsmInstrumentBench::pass);
     }
 
     static long pass(List<byte[]> classes) {
