@@ -1,6 +1,9 @@
 // Bump allocation for the many small, long-lived parts of one class (pool
 // entries and their bytes). Everything goes at once when the arena goes, so a
-// class costs a few chunk allocations instead of one per constant.
+// class costs a few chunk allocations instead of one per constant. The first
+// chunk of a released arena is kept for the next one: classes come one after
+// another, and a fresh block of this size each time would have the heap
+// return its pages and fault them in again.
 #pragma once
 
 #include <cstddef>
@@ -29,8 +32,11 @@ public:
 private:
     struct Chunk {
         Chunk* next;
+        size_t size;
     };
     void grow(size_t size);
+    static char* takeSpare(size_t size, size_t* taken);
+    static void offerSpare(Chunk* chunk);
 
     Chunk* myChunks;
     char* myFree;
