@@ -35,10 +35,6 @@ TEST_F(DBTest, TablesStandInTheirSlotsWithTheirNamesAndFirstIndices) {
     EXPECT_EQ(ourFrameTable, db->getFrameTable());
     EXPECT_EQ(1, db->getThreadTable()->peekNextIndex());
     EXPECT_EQ(1, db->getCurrentGeneration());
-    EXPECT_EQ(ZString("tele"), db->getTelemetryTable()->getName());
-    EXPECT_EQ(TELEMETRY_LIMIT, db->getTelemetryTable()->getCapacity());
-    // The method table is sized for 0xa00000 methods up front.
-    EXPECT_GE(db->getMethodTable()->getCapacity(), 0xa00000);
     EXPECT_THROW(DB(0), KZTRuntimeException);
 }
 
@@ -50,254 +46,138 @@ TEST_F(DBTest, InitializationWritesBuiltInPropertiesAndTheOwnMethod) {
         PropertyRecord* record = db->getPropertyTable()->getPtr(i + 1, false);
         ASSERT_NE(nullptr, record);
         EXPECT_EQ(telemetryKeys[i], text(record->myKey));
-        EXPECT_EQ(0, record->myValue);
-        EXPECT_EQ(1, record->myStamp);
+        EXPECT_TRUE(record->myValue == 0 && record->myStamp == 1) << telemetryKeys[i];
     }
     int startTime = db->findPropertyRecordIndex(str("kzt.vm.starttime"));
     ASSERT_GE(startTime, 7);
     int startText = db->getPropertyTable()->getPtr(startTime, false)->myValue;
     EXPECT_GT(std::stoll(text(startText)), 1500000000000LL);
-    EXPECT_GE(db->findPropertyRecordIndex(str("qv.system.physical.memory.mb")), 7);
-    EXPECT_GE(db->findPropertyRecordIndex(str("kzt.command.line")), 7);
-    EXPECT_GE(db->findPropertyRecordIndex(str("kzt.ide_project_name")), 7);
+    for (const char* key : {"qv.system.physical.memory.mb", "kzt.command.line", "kzt.ide_project_name"})
+        EXPECT_GE(db->findPropertyRecordIndex(str(key)), 7) << key;
     EXPECT_EQ(-1, db->findPropertyRecordIndex(str("no.such.property")));
 
     ASSERT_GT(ownLineNumberMethod, 0);
     MethodRecord* own = db->getMethodTable()->getPtr(ownLineNumberMethod, false);
-    EXPECT_EQ("<<own>>", text(own->myName));
-    EXPECT_EQ("own", text(own->myClass));
-    EXPECT_EQ("()", text(own->myParameters));
-    EXPECT_EQ("void", text(own->myReturnType));
-    EXPECT_EQ("", text(own->mySourceFile));
+    EXPECT_EQ("own.<<own>>() void []", text(own->myClass) + "." + text(own->myName) + text(own->myParameters) + " " +
+                                            text(own->myReturnType) + " [" + text(own->mySourceFile) + "]");
     EXPECT_EQ(0, own->myFlags & METHOD_FLAG_NATIVE);
+}
+
+// One column of a streamed row: an int, or a long where `isLong`.
+struct Column {
+    int64_t value;
+    bool isLong;
+};
+static Column I(int64_t value) { return {value, false}; }
+static Column L(int64_t value) { return {value, true}; }
+
+static void expectColumns(StreamReader& r, const std::vector<Column>& columns, const std::string& table) {
+    for (size_t i = 0; i < columns.size(); i++) {
+        int64_t read = columns[i].isLong ? r.readLong() : r.readInt();
+        EXPECT_EQ(columns[i].value, read) << table << " column " << i;
+    }
+    EXPECT_TRUE(r.atEnd()) << table;
 }
 
 TEST_F(DBTest, EveryRecordKindStreamsItsColumnsInOrder) {
     int since = db->getCurrentGeneration();
     db->advanceGeneration();
     int g = db->getCurrentGeneration();
+    // The single row of `table` newer than `since`: index, stamp g, then the columns.
+    auto expectRow = [&](auto* table, int index, const std::vector<Column>& columns) {
+        StreamReader r(writeTable(table, since));
+        expectSingleRowHead(r, index, g);
+        expectColumns(r, columns, table->getName().c_str());
+    };
 
+    int fresh = str("fresh text");
     {
-        int id = str("fresh text");
         StreamReader r(writeTable(db->getStringTable(), since));
-        expectSingleRowHead(r, id, g);
+        expectSingleRowHead(r, fresh, g);
         EXPECT_EQ("fresh text", r.readString());
         EXPECT_TRUE(r.atEnd());
     }
-    {
-        *db->getThreadTable()->getPtr(3, true) = ThreadRecord{g, 11, 12, 13, 14, 0x1122334455667788LL, 1, 99, 100};
-        StreamReader r(writeTable(db->getThreadTable(), since));
-        expectSingleRowHead(r, 3, g);
-        EXPECT_EQ(11, r.readInt());
-        EXPECT_EQ(12, r.readInt());
-        EXPECT_EQ(13, r.readInt());
-        EXPECT_EQ(14, r.readInt());
-        EXPECT_EQ(0x1122334455667788LL, r.readLong());
-        EXPECT_EQ(1, r.readInt());
-        EXPECT_EQ(99, r.readLong());
-        EXPECT_EQ(100, r.readLong());
-        EXPECT_TRUE(r.atEnd());
+    int m = ZMethod::getByName(lock, "p.C", "run", "(int)", "long", "C.java", true);
+    expectRow(db->getMethodTable(), m,
+              {I(str("run")), I(str("(int)")), I(str("p.C")), I(str("long")), I(str("C.java")), I(METHOD_FLAG_NATIVE)});
+
+    *db->getThreadTable()->getPtr(3, true) = ThreadRecord{g, 11, 12, 13, 14, 0x1122334455667788LL, 1, 99, 100};
+    expectRow(db->getThreadTable(), 3, {I(11), I(12), I(13), I(14), L(0x1122334455667788LL), I(1), L(99), L(100)});
+    *db->getThreadFrameTable()->getPtr(4, true) = ThreadFrameRecord{g, 21, 22};
+    expectRow(db->getThreadFrameTable(), 4, {I(21), I(22)});
+    *db->getMonitorTable()->getPtr(1, true) = MonitorRecord{g, 31, 32, 33, 34, 1LL << 40, 36};
+    expectRow(db->getMonitorTable(), 1, {I(31), I(32), I(33), I(34), L(1LL << 40), L(36)});
+    *db->getCpuProfilingTable()->getPtr(2, true) = CpuProfilingRecord{g, -41, 42};
+    expectRow(db->getCpuProfilingTable(), 2, {L(-41), L(42)});
+    *db->getInstanceCountTable()->getPtr(5, true) = InstanceCountRecord{g, 51, 52, 53};
+    expectRow(db->getInstanceCountTable(), 5, {I(51), I(52), L(53)});
+    *db->getFrameTable()->getPtr(600, true) = FrameRecord{g, 61, 62, 63, -1};
+    expectRow(db->getFrameTable(), 600, {I(61), I(62), I(63), I(-1)});
+    addSnapshotInfo("snap.cvs", 1234567890123LL);
+    expectRow(db->getSnapshotTable(), 1, {I(str("snap.cvs")), L(1234567890123LL)});
+    *db->getAllocInfoTable()->getPtr(7, true) = AllocInfoRecord{g, 71, 72, 73};
+    expectRow(db->getAllocInfoTable(), 7, {L(71), L(72), L(73)});
+    *db->getGenerationTable()->getPtr(1, true) = GenerationRecord{g, 81, 82};
+    expectRow(db->getGenerationTable(), 1, {I(81), L(82)});
+    db->setProperty(lock, "kzt.test", 91);
+    expectRow(db->getPropertyTable(), db->findPropertyRecordIndex(str("kzt.test")), {I(str("kzt.test")), I(91)});
+    *db->getExceptionTable()->getPtr(2, true) = ExceptionRecord{g, 101, 102, 0, 104, 105};
+    expectRow(db->getExceptionTable(), 2, {I(101), I(102), I(0), I(104), L(105)});
+    *db->getAllocPointTable()->getPtr(1, true) = AllocPointRecord{g, (int)0xC0080005, 112};
+    expectRow(db->getAllocPointTable(), 1, {I((int)0xC0080005), I(112)});
+    int point = CodePointStorage::getCodePoint(lock, 5, 5000);
+    expectRow(db->getCodePointTable(), point & 0x7fffffff, {I(5), I(5000)});
+
+    // Values past the inline capacity of an event row.
+    EventRecord* event = db->getEventRecordTable()->getPtr(9, true);
+    event->myStamp = g;
+    event->myTableId = 33;
+    event->myEventId = 1000;
+    std::vector<Column> eventColumns = {I(33), I(1000), I(12)};
+    for (int i = 0; i < 12; i++) {
+        event->myValues.push(i * 3);
+        eventColumns.push_back(I(i * 3));
     }
+    expectRow(db->getEventRecordTable(), 9, eventColumns);
+
+    // Counters stream current minus base, as one long.
+    CallCountRecord* calls = db->getCallCountTable()->getPtr(3, true);
+    calls->myStamp = g;
+    calls->myCurrent = 50;
+    calls->myBase = 8;
+    expectRow(db->getCallCountTable(), 3, {L(42)});
+    AllocObjectCountRecord* objects = db->getAllocObjectCountTable()->getPtr(1, true);
+    objects->myStamp = g;
+    objects->myCurrent = 7;
+    objects->myBase = 10;
+    expectRow(db->getAllocObjectCountTable(), 1, {L(-3)});
+
+    // Table generations: index and stamp only, whatever the sign.
+    db->markTableCleared(TABLE_CPU_PROFILING);
+    db->getTableGenerationTable()->setRecordModificationStamp(TABLE_MONITOR, -g);
     {
-        int m = ZMethod::getByName(lock, "p.C", "run", "(int)", "long", "C.java", true);
-        StreamReader r(writeTable(db->getMethodTable(), since));
-        expectSingleRowHead(r, m, g);
-        EXPECT_EQ("run", text(r.readInt()));
-        EXPECT_EQ("(int)", text(r.readInt()));
-        EXPECT_EQ("p.C", text(r.readInt()));
-        EXPECT_EQ("long", text(r.readInt()));
-        EXPECT_EQ("C.java", text(r.readInt()));
-        EXPECT_EQ(METHOD_FLAG_NATIVE, r.readInt());
-        EXPECT_TRUE(r.atEnd());
-    }
-    {
-        *db->getThreadFrameTable()->getPtr(4, true) = ThreadFrameRecord{g, 21, 22};
-        StreamReader r(writeTable(db->getThreadFrameTable(), since));
-        expectSingleRowHead(r, 4, g);
-        EXPECT_EQ(21, r.readInt());
-        EXPECT_EQ(22, r.readInt());
-        EXPECT_TRUE(r.atEnd());
-    }
-    {
-        *db->getMonitorTable()->getPtr(1, true) = MonitorRecord{g, 31, 32, 33, 34, 1LL << 40, 36};
-        StreamReader r(writeTable(db->getMonitorTable(), since));
-        expectSingleRowHead(r, 1, g);
-        EXPECT_EQ(31, r.readInt());
-        EXPECT_EQ(32, r.readInt());
-        EXPECT_EQ(33, r.readInt());
-        EXPECT_EQ(34, r.readInt());
-        EXPECT_EQ(1LL << 40, r.readLong());
-        EXPECT_EQ(36, r.readLong());
-        EXPECT_TRUE(r.atEnd());
-    }
-    {
-        *db->getCpuProfilingTable()->getPtr(2, true) = CpuProfilingRecord{g, -41, 42};
-        StreamReader r(writeTable(db->getCpuProfilingTable(), since));
-        expectSingleRowHead(r, 2, g);
-        EXPECT_EQ(-41, r.readLong());
-        EXPECT_EQ(42, r.readLong());
-        EXPECT_TRUE(r.atEnd());
-    }
-    {
-        *db->getInstanceCountTable()->getPtr(5, true) = InstanceCountRecord{g, 51, 52, 53};
-        StreamReader r(writeTable(db->getInstanceCountTable(), since));
-        expectSingleRowHead(r, 5, g);
-        EXPECT_EQ(51, r.readInt());
-        EXPECT_EQ(52, r.readInt());
-        EXPECT_EQ(53, r.readLong());
-        EXPECT_TRUE(r.atEnd());
-    }
-    {
-        *db->getFrameTable()->getPtr(600, true) = FrameRecord{g, 61, 62, 63, -1};
-        StreamReader r(writeTable(db->getFrameTable(), since));
-        expectSingleRowHead(r, 600, g);
-        EXPECT_EQ(61, r.readInt());
-        EXPECT_EQ(62, r.readInt());
-        EXPECT_EQ(63, r.readInt());
-        EXPECT_EQ(-1, r.readInt());
-        EXPECT_TRUE(r.atEnd());
-    }
-    {
-        // Index and stamp only, whatever the sign.
-        db->markTableCleared(TABLE_CPU_PROFILING);
-        db->getTableGenerationTable()->setRecordModificationStamp(TABLE_MONITOR, -g);
         StreamReader r(writeTable(db->getTableGenerationTable(), since));
-        EXPECT_EQ(2, r.readInt());
-        EXPECT_EQ(TABLE_MONITOR, r.readInt());
-        EXPECT_EQ(-g, r.readInt());
-        EXPECT_EQ(TABLE_CPU_PROFILING, r.readInt());
-        EXPECT_EQ(g, r.readInt());
-        EXPECT_TRUE(r.atEnd());
+        expectColumns(r, {I(2), I(TABLE_MONITOR), I(-g), I(TABLE_CPU_PROFILING), I(g)}, "table_generation");
     }
-    {
-        addSnapshotInfo("snap.cvs", 1234567890123LL);
-        StreamReader r(writeTable(db->getSnapshotTable(), since));
-        expectSingleRowHead(r, 1, g);
-        EXPECT_EQ("snap.cvs", text(r.readInt()));
-        EXPECT_EQ(1234567890123LL, r.readLong());
-        EXPECT_TRUE(r.atEnd());
-    }
-    {
-        *db->getAllocInfoTable()->getPtr(7, true) = AllocInfoRecord{g, 71, 72, 73};
-        StreamReader r(writeTable(db->getAllocInfoTable(), since));
-        expectSingleRowHead(r, 7, g);
-        EXPECT_EQ(71, r.readLong());
-        EXPECT_EQ(72, r.readLong());
-        EXPECT_EQ(73, r.readLong());
-        EXPECT_TRUE(r.atEnd());
-    }
-    {
-        *db->getGenerationTable()->getPtr(1, true) = GenerationRecord{g, 81, 82};
-        StreamReader r(writeTable(db->getGenerationTable(), since));
-        expectSingleRowHead(r, 1, g);
-        EXPECT_EQ(81, r.readInt());
-        EXPECT_EQ(82, r.readLong());
-        EXPECT_TRUE(r.atEnd());
-    }
-    {
-        db->setProperty(lock, "kzt.test", 91);
-        int index = db->findPropertyRecordIndex(str("kzt.test"));
-        StreamReader r(writeTable(db->getPropertyTable(), since));
-        expectSingleRowHead(r, index, g);
-        EXPECT_EQ("kzt.test", text(r.readInt()));
-        EXPECT_EQ(91, r.readInt());
-        EXPECT_TRUE(r.atEnd());
-    }
-    {
-        TelemetryRecord* row = db->nextTelemetryRow(lock);
-        for (int i = 0; i < 12; i++) row->myValues[i] = 100 + i;
-        row->myValues.push(str("tele.custom"));
-        row->myValues.push(-7);
-        row->myHasThreadStates = true;
-        row->myThreadStates.push(_ThreadState{3, 4, 5, 6000000000LL});
-        row->myThreadStates.push(_ThreadState{7, 8, 9, 10});
-        TelemetryRecord* noStates = db->nextTelemetryRow(lock);
-        StreamReader r(writeTable(db->getTelemetryTable(), since));
-        EXPECT_EQ(2, r.readInt());
-        EXPECT_EQ(0, r.readInt());  // position
-        EXPECT_EQ(g, r.readInt());
-        EXPECT_EQ(1, r.readInt());  // pairs
-        EXPECT_EQ(2, r.readInt());  // thread states
-        for (int i = 0; i < 12; i++) EXPECT_EQ(100 + i, r.readInt());
-        EXPECT_EQ("tele.custom", text(r.readInt()));
-        EXPECT_EQ(-7, r.readInt());
-        EXPECT_EQ(3, r.readInt());
-        EXPECT_EQ(4, r.readInt());
-        EXPECT_EQ(5, r.readInt());
-        EXPECT_EQ(6000000000LL, r.readLong());
-        EXPECT_EQ(7, r.readInt());
-        EXPECT_EQ(8, r.readInt());
-        EXPECT_EQ(9, r.readInt());
-        EXPECT_EQ(10, r.readLong());
-        EXPECT_EQ(1, r.readInt());
-        EXPECT_EQ(noStates->myStamp, r.readInt());
-        EXPECT_EQ(0, r.readInt());
-        EXPECT_EQ(-1, r.readInt());  // no thread states sampled
-        for (int i = 0; i < 12; i++) EXPECT_EQ(0, r.readInt());
-        EXPECT_TRUE(r.atEnd());
-    }
-    {
-        *db->getExceptionTable()->getPtr(2, true) = ExceptionRecord{g, 101, 102, 0, 104, 105};
-        StreamReader r(writeTable(db->getExceptionTable(), since));
-        expectSingleRowHead(r, 2, g);
-        EXPECT_EQ(101, r.readInt());
-        EXPECT_EQ(102, r.readInt());
-        EXPECT_EQ(0, r.readInt());
-        EXPECT_EQ(104, r.readInt());
-        EXPECT_EQ(105, r.readLong());
-        EXPECT_TRUE(r.atEnd());
-    }
-    {
-        EventRecord* row = db->getEventRecordTable()->getPtr(9, true);
-        row->myStamp = g;
-        row->myTableId = 33;
-        row->myEventId = 1000;
-        for (int i = 0; i < 12; i++) row->myValues.push(i * 3);  // past the inline capacity
-        StreamReader r(writeTable(db->getEventRecordTable(), since));
-        expectSingleRowHead(r, 9, g);
-        EXPECT_EQ(33, r.readInt());
-        EXPECT_EQ(1000, r.readInt());
-        EXPECT_EQ(12, r.readInt());
-        for (int i = 0; i < 12; i++) EXPECT_EQ(i * 3, r.readInt());
-        EXPECT_TRUE(r.atEnd());
-    }
-    {
-        int point = CodePointStorage::getCodePoint(lock, 5, 5000);
-        int index = point & 0x7fffffff;
-        StreamReader r(writeTable(db->getCodePointTable(), since));
-        expectSingleRowHead(r, index, g);
-        EXPECT_EQ(5, r.readInt());
-        EXPECT_EQ(5000, r.readInt());
-        EXPECT_TRUE(r.atEnd());
-    }
-    {
-        CallCountRecord* calls = db->getCallCountTable()->getPtr(3, true);
-        calls->myStamp = g;
-        calls->myCurrent = 50;
-        calls->myBase = 8;
-        StreamReader r(writeTable(db->getCallCountTable(), since));
-        expectSingleRowHead(r, 3, g);
-        EXPECT_EQ(42, r.readLong());
-        EXPECT_TRUE(r.atEnd());
-    }
-    {
-        AllocObjectCountRecord* objects = db->getAllocObjectCountTable()->getPtr(1, true);
-        objects->myStamp = g;
-        objects->myCurrent = 7;
-        objects->myBase = 10;
-        StreamReader r(writeTable(db->getAllocObjectCountTable(), since));
-        expectSingleRowHead(r, 1, g);
-        EXPECT_EQ(-3, r.readLong());
-        EXPECT_TRUE(r.atEnd());
-    }
-    {
-        *db->getAllocPointTable()->getPtr(1, true) = AllocPointRecord{g, (int)0xC0080005, 112};
-        StreamReader r(writeTable(db->getAllocPointTable(), since));
-        expectSingleRowHead(r, 1, g);
-        EXPECT_EQ((int)0xC0080005, r.readInt());
-        EXPECT_EQ(112, r.readInt());
-        EXPECT_TRUE(r.atEnd());
-    }
+
+    // Telemetry: position, stamp, pair count, thread-state count (-1: none
+    // sampled), the twelve values, the pairs, then the thread states.
+    TelemetryRecord* row = db->nextTelemetryRow(lock);
+    for (int i = 0; i < 12; i++) row->myValues[i] = 100 + i;
+    row->myValues.push(str("tele.custom"));
+    row->myValues.push(-7);
+    row->myHasThreadStates = true;
+    row->myThreadStates.push(_ThreadState{3, 4, 5, 6000000000LL});
+    row->myThreadStates.push(_ThreadState{7, 8, 9, 10});
+    TelemetryRecord* noStates = db->nextTelemetryRow(lock);
+    std::vector<Column> tele = {I(2), I(0), I(g), I(1), I(2)};
+    for (int i = 0; i < 12; i++) tele.push_back(I(100 + i));
+    for (Column c : {I(str("tele.custom")), I(-7), I(3), I(4), I(5), L(6000000000LL), I(7), I(8), I(9), L(10), I(1),
+                     I(noStates->myStamp), I(0), I(-1)})
+        tele.push_back(c);
+    for (int i = 0; i < 12; i++) tele.push_back(I(0));
+    StreamReader r(writeTable(db->getTelemetryTable(), since));
+    expectColumns(r, tele, "tele");
 }
 
 TEST_F(DBTest, DeltasCarryChangesDeletionsAndReuseByGeneration) {
