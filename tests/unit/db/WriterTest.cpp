@@ -144,14 +144,9 @@ TEST(AbstractWriter, PrimitivesBySignature) {
     const char* signatures = "BZCSIFJD";
     for (const char* p = signatures; *p != 0; p++) w.writePrimitive(-1, *p);
     StreamReader r(w.done());
-    EXPECT_EQ(0xFF, r.readByte());
-    EXPECT_EQ(0xFF, r.readByte());
-    EXPECT_EQ(-1, r.readShort());
-    EXPECT_EQ(-1, r.readShort());
-    EXPECT_EQ(-1, r.readInt());
-    EXPECT_EQ(-1, r.readInt());
-    EXPECT_EQ(-1, r.readLong());
-    EXPECT_EQ(-1, r.readLong());
+    std::vector<int64_t> read = {r.readByte(), r.readByte(), r.readShort(), r.readShort(),
+                                 r.readInt(),  r.readInt(),  r.readLong(),  r.readLong()};
+    EXPECT_EQ((std::vector<int64_t>{0xFF, 0xFF, -1, -1, -1, -1, -1, -1}), read);
     EXPECT_THROW(w.writePrimitive(1, 'L'), KZTRuntimeException);
     EXPECT_THROW(w.writePrimitives(nullptr, 'V', 1), KZTRuntimeException);
 
@@ -195,15 +190,9 @@ TEST(AbstractWriter, PrimitivesBySignature) {
         a.writePrimitives(longs, 'J', 2);
         a.writePrimitives(bytes, 'B', 3);
         StreamReader ar(a.done(), littleEndian);
-        EXPECT_EQ(1, ar.readShort());
-        EXPECT_EQ(-2, ar.readShort());
-        EXPECT_EQ(3, ar.readInt());
-        EXPECT_EQ(-4, ar.readInt());
-        EXPECT_EQ(5, ar.readLong());
-        EXPECT_EQ(-6, ar.readLong());
-        EXPECT_EQ(7, ar.readByte());
-        EXPECT_EQ(8, ar.readByte());
-        EXPECT_EQ(9, ar.readByte());
+        std::vector<int64_t> read = {ar.readShort(), ar.readShort(), ar.readInt(), ar.readInt(), ar.readLong(),
+                                     ar.readLong(),  ar.readByte(),  ar.readByte(), ar.readByte()};
+        EXPECT_EQ((std::vector<int64_t>{1, -2, 3, -4, 5, -6, 7, 8, 9}), read) << littleEndian;
         EXPECT_TRUE(ar.atEnd());
     }
 }
