@@ -612,7 +612,14 @@ bool instrumentForTracingAndAllocationImpl(ClassContext& c, int methodId, int li
 
     // ---- the second pass ----
     unsigned char* out = new unsigned char[newLength]();
-    for (int b = 0; b < length; b++) out[map[b]] = code[b];
+    // The code moves in runs: the shift changes only behind an instruction
+    // that inserted something.
+    for (int r = 0, from = 0; r <= s.records.getSize(); r++) {
+        int end = r < s.records.getSize() ? s.records[r].oldOffset + s.records[r].instructionLength : length;
+        if (end <= from) continue;
+        memcpy(out + map[from], code + from, end - from);
+        from = end;
+    }
     for (int i = 0; i < s.branches.size(); i++) {
         int instruction = s.branches.getInstructionIndex(i);
         int at = s.branches.getOffsetIndex(i);
