@@ -71,6 +71,7 @@ void ClassFile::parse(DataInput& source) {
         }
     }
     myParsedPoolSize = myConstantPool.getSize();
+    myIndex.setParsedSize(myParsedPoolSize);
     myPoolByteLength = in.getPosition() - poolPosition;
     myPoolBytes = poolStart;
 

@@ -89,10 +89,15 @@ void ConstantPoolIndex::rehash(int capacity) {
 // Entries come in pool order, so the first of equal ones stays: an entry
 // goes into the first empty slot of its probe sequence unless an equal one
 // stands before it.
+bool ConstantPoolIndex::isComposite(int tag) {
+    return tag == ConstantPoolInfo::STRING || tag == ConstantPoolInfo::NAME_AND_TYPE || tag == ConstantPoolInfo::METHOD_REF;
+}
+
 void ConstantPoolIndex::add(const ConstantPool& pool, int index) {
     const ConstantPoolInfo* const* entries = pool.getElements();
     const ConstantPoolInfo* entry = entries[index];
     if (entry == nullptr) return;
+    if (!myCompositesIndexed && index < myParsedSize && isComposite(entry->getTag())) return;
     const ConstantUtf8Info* utf8 = nullptr;
     Key key;
     uint32_t hash;
@@ -122,16 +127,30 @@ void ConstantPoolIndex::add(const ConstantPool& pool, int index) {
 void ConstantPoolIndex::update(const ConstantPool& pool, int edits) {
     int size = pool.getSize();
     if (mySlots == nullptr || edits != myEditsSeen) {
-        // Room for the pool and the constants a rewrite adds, at half load.
+        // Room for the pool and the constants a rewrite adds at half load,
+        // since only some kinds of entries are indexed.
         int capacity = 64;
-        while (capacity < size * 2 + 64) capacity *= 2;
+        while (capacity < size + 64) capacity *= 2;
         mySlots = nullptr;
         myCount = 0;
         rehash(capacity);
         myIndexedUpTo = 1;
         myEditsSeen = edits;
+        myCompositesIndexed = false;
     }
     for (; myIndexedUpTo < size; myIndexedUpTo++) add(pool, myIndexedUpTo);
+}
+
+// Parsed composites come in after appended entries; none of those can equal
+// one of them, as this runs before the first composite naming only parsed
+// entries is looked up, and so before one could be appended.
+void ConstantPoolIndex::indexParsedComposites(const ConstantPool& pool) {
+    myCompositesIndexed = true;
+    int end = myParsedSize < myIndexedUpTo ? myParsedSize : myIndexedUpTo;
+    for (int i = 1; i < end; i++) {
+        const ConstantPoolInfo* entry = pool.getElements()[i];
+        if (entry != nullptr && isComposite(entry->getTag())) add(pool, i);
+    }
 }
 
 int ConstantPoolIndex::findUtf8(const ConstantPool& pool, int edits, const char* chars, int length) {
@@ -149,6 +168,9 @@ int ConstantPoolIndex::findUtf8(const ConstantPool& pool, int edits, const char*
 
 int ConstantPoolIndex::findKey(const ConstantPool& pool, int edits, const Key& key) {
     update(pool, edits);
+    if (!myCompositesIndexed && isComposite(key.tag) && key.a < myParsedSize && key.b < myParsedSize) {
+        indexParsedComposites(pool);
+    }
     uint32_t hash = hashKey(key);
     for (uint32_t at = hash & myMask; mySlots[at].index != 0; at = (at + 1) & myMask) {
         if (mySlots[at].hash == hash && matches(pool.getElements()[mySlots[at].index], key)) return mySlots[at].index;

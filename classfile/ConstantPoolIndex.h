@@ -3,6 +3,10 @@
 // index holding it, which is what a scan from 1 would find. It is built on
 // the first lookup, takes in appended entries as it goes, and lives in the
 // class's arena, so indexing a constant allocates nothing.
+// Entries made of other entries (String, NameAndType, MethodRef) that were
+// read with the class join the index only when a lookup could find one of
+// them: a key naming an appended entry can only match an appended entry, and
+// the references that rewriting adds all name new texts.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +17,11 @@
 class ConstantPoolIndex {
 public:
     explicit ConstantPoolIndex(ClassArena* arena)
-        : myArena(arena), mySlots(nullptr), myMask(0), myCount(0), myIndexedUpTo(1), myEditsSeen(0) {}
+        : myArena(arena), mySlots(nullptr), myMask(0), myCount(0), myIndexedUpTo(1), myEditsSeen(0), myParsedSize(0),
+          myCompositesIndexed(false) {}
+
+    // Entries below `size` were read with the class; set once, after parsing.
+    void setParsedSize(int size) { myParsedSize = size; }
 
     // Lowest index of an equal entry, 0 when there is none. `edits` counts
     // the changes of Utf8 texts: when it moved, the index starts over.
@@ -40,6 +48,8 @@ private:
     };
 
     void update(const ConstantPool& pool, int edits);
+    void indexParsedComposites(const ConstantPool& pool);
+    static bool isComposite(int tag);
     void add(const ConstantPool& pool, int index);
     void rehash(int capacity);
     int findKey(const ConstantPool& pool, int edits, const Key& key);
@@ -51,6 +61,8 @@ private:
     Slot* mySlots;
     uint32_t myMask;
     int myCount;
-    int myIndexedUpTo;  // entries below this are in the index
+    int myIndexedUpTo;  // entries below this are in the index, but for deferred composites
     int myEditsSeen;
+    int myParsedSize;
+    bool myCompositesIndexed;  // the composites below myParsedSize are in too
 };

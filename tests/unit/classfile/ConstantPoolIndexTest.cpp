@@ -57,6 +57,35 @@ TEST(ConstantPoolIndex, FindsTheFirstOfEqualEntriesAndAppendedOnes) {
     EXPECT_EQ(count, cf->findOrCreateUtf8(ZString("twice")));
 }
 
+// String, NameAndType and MethodRef entries read with the class are found,
+// the first of equal ones, also after appended entries were looked up.
+TEST(ConstantPoolIndex, FindsCompositesReadWithTheClass) {
+    ClassBuilder b;
+    int owner = b.cls("p/Owner");
+    int name = b.utf8("run");
+    int descriptor = b.utf8("()V");
+    auto pair = [](int tag, int a, int c) {
+        Bytes e{(unsigned char)tag};
+        putU2(e, a);
+        if (c >= 0) putU2(e, c);
+        return e;
+    };
+    int nameAndType = b.raw(pair(12, name, descriptor));
+    b.raw(pair(12, name, descriptor));
+    int ref = b.raw(pair(10, owner, nameAndType));
+    int text = b.raw(pair(8, name, -1));
+    b.method("m", "()V").code = {0xb1};
+    auto cf = parseClass(b.build());
+
+    int fresh = cf->findOrCreateUtf8(ZString("fresh"));
+    int appended = cf->findOrCreateNameAndType(fresh, descriptor);
+    EXPECT_EQ(fresh + 1, appended);
+    EXPECT_EQ(nameAndType, cf->findOrCreateNameAndType(name, descriptor));
+    EXPECT_EQ(ref, cf->findOrCreateMethodRef(owner, name, descriptor));
+    EXPECT_EQ(text, cf->findOrCreateStringInfo(ZString("run")));
+    EXPECT_EQ(appended, cf->findOrCreateNameAndType(fresh, descriptor));
+}
+
 // A frame type names its class by a Class entry of the first Utf8 entry of
 // that text: one whose name is a later, equal Utf8 entry does not count. A new
 // name adds a Utf8 and a Class entry once, whatever its length.
