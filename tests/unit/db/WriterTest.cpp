@@ -21,16 +21,6 @@
 
 namespace {
 
-std::vector<uint8_t> readWholeFile(const std::string& path) {
-    std::vector<uint8_t> bytes;
-    FILE* file = fopen(path.c_str(), "rb");
-    if (file == nullptr) return bytes;
-    int c;
-    while ((c = fgetc(file)) != EOF) bytes.push_back((uint8_t)c);
-    fclose(file);
-    return bytes;
-}
-
 std::vector<uint8_t> readAll(int fd) {
     std::vector<uint8_t> bytes;
     uint8_t piece[4096];
@@ -220,7 +210,7 @@ TEST(SnapshotWriter, TagsAndTheOidCountArePatchedInPlace) {
         EXPECT_FALSE(w.hasError());
         EXPECT_EQ((int64_t)lseek(file.fd, 0, SEEK_END), w.getCurrentOffset());
     }
-    std::vector<uint8_t> bytes = readWholeFile(file.path);
+    std::vector<uint8_t> bytes = readFileBytes(file.path);
     StreamReader r(bytes);
     EXPECT_EQ(42, r.readInt());
     EXPECT_EQ(0x25, r.readByte());
@@ -244,7 +234,7 @@ TEST(SnapshotWriter, TagsAndTheOidCountArePatchedInPlace) {
     SnapshotWriter w(fresh.fd);
     w.prepareOIDCountProperty();
     w.flush();
-    StreamReader pr(readWholeFile(fresh.path));
+    StreamReader pr(readFileBytes(fresh.path));
     pr.readString();
     EXPECT_EQ(std::string(32, '0'), pr.readString());
 }

@@ -2,47 +2,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <fstream>
-#include <iterator>
-
 #include "RecordingTestSupport.h"
 #include "snapshot/SnapshotFile.h"
 #include "snapshot/TableStream.h"
+#include "unit/StreamBytes.h"
 
 namespace {
-
-// A big-endian reader over a whole file.
-class SnapshotBytes {
-public:
-    explicit SnapshotBytes(const std::string& path) {
-        std::ifstream in(path, std::ios::binary);
-        myBytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    }
-    uint64_t bits(int count) {
-        if (myAt + count > myBytes.size()) throw std::runtime_error("read past the end at " + std::to_string(myAt));
-        uint64_t value = 0;
-        for (int i = 0; i < count; i++) value = (value << 8) | (uint8_t)myBytes[myAt++];
-        return value;
-    }
-    int byte() { return (int)bits(1); }
-    int32_t int32() { return (int32_t)bits(4); }
-    int64_t int64() { return (int64_t)bits(8); }
-    std::string string() {
-        int32_t count = int32();
-        if (count < 0) return "<null>";
-        std::string text(myBytes.begin() + myAt, myBytes.begin() + myAt + count);
-        myAt += count;
-        return text;
-    }
-    void skip(size_t count) { myAt += count; }
-    size_t at() const { return myAt; }
-    size_t size() const { return myBytes.size(); }
-
-private:
-    std::vector<char> myBytes;
-    size_t myAt = 0;
-};
 
 // Bytes of a live row's columns, by slot; -1 for the tables of variable rows.
 const int ROW_BYTES[20] = {-1, 44, 24, 8, 32, 16, 16, 16, 0, 12, 24, 12, 8, -1, 24, -1, 8, 8, 8, 8};
@@ -75,37 +40,37 @@ protected:
         return error;
     }
     // Reads the tables block after the header, checking the item structure.
-    std::vector<TableRows> readTables(SnapshotBytes& in) {
-        EXPECT_EQ(0x25, in.byte());
-        EXPECT_EQ(0, in.int32());
-        size_t length = (uint32_t)in.int32();
-        size_t end = in.at() + length;
+    std::vector<TableRows> readTables(StreamReader& in) {
+        EXPECT_EQ(0x25, in.readByte());
+        EXPECT_EQ(0, in.readInt());
+        size_t length = (uint32_t)in.readInt();
+        size_t end = in.position() + length;
         std::vector<TableRows> tables(20);
         for (int slot = 0; slot < 20; slot++) {
-            EXPECT_EQ(2, in.byte()) << slot;
-            EXPECT_EQ(slot, in.int32());
-            int count = in.int32();
+            EXPECT_EQ(2, in.readByte()) << slot;
+            EXPECT_EQ(slot, in.readInt());
+            int count = in.readInt();
             for (int row = 0; row < count; row++) {
-                int index = in.int32();
-                int stamp = in.int32();
+                int index = in.readInt();
+                int stamp = in.readInt();
                 tables[slot].indices.push_back(index);
                 tables[slot].stamps.push_back(stamp);
                 if (stamp <= 0) continue;
                 if (slot == TABLE_STRING) {
-                    tables[slot].texts[index] = in.string();
+                    tables[slot].texts[index] = in.readString();
                 } else if (slot == TABLE_TELE) {
-                    int pairs = in.int32();
-                    int states = in.int32();
+                    int pairs = in.readInt();
+                    int states = in.readInt();
                     in.skip(48 + pairs * 8 + (states > 0 ? states * 20 : 0));
                 } else if (slot == TABLE_EVENT) {
                     in.skip(8);
-                    in.skip(in.int32() * 4);
+                    in.skip(in.readInt() * 4);
                 } else {
                     in.skip(ROW_BYTES[slot]);
                 }
             }
         }
-        EXPECT_EQ(end, in.at()) << "the block ends where its length says";
+        EXPECT_EQ(end, in.position()) << "the block ends where its length says";
         return tables;
     }
 
@@ -123,26 +88,26 @@ TEST_F(SnapshotFileTest, APerformanceSnapshotIsHeaderAndTablesAndNothingElse) {
     int generationBefore = db->getCurrentGeneration();
     ASSERT_TRUE(write(0x20).isEmpty());
 
-    SnapshotBytes in(myPath);
+    StreamReader in(readFileBytes(myPath));
     std::string magic;
-    for (int i = 0; i < 19; i++) magic.push_back((char)in.byte());
+    for (int i = 0; i < 19; i++) magic.push_back((char)in.readByte());
     EXPECT_EQ(std::string("CORVANE_FILE_60000\0", 19), magic);
-    EXPECT_EQ(4, in.int32());
-    int64_t creation = in.int64();
+    EXPECT_EQ(4, in.readInt());
+    int64_t creation = in.readLong();
     EXPECT_EQ(0, creation % 1000);
     EXPECT_GT(creation, 1500000000000LL);
 
-    EXPECT_EQ(0x25, in.byte());
-    EXPECT_EQ(0, in.int32());
-    size_t headerEnd = in.at() + 4 + (uint32_t)in.int32();
-    EXPECT_EQ(1, in.byte());
-    ASSERT_EQ(11, in.int32());
+    EXPECT_EQ(0x25, in.readByte());
+    EXPECT_EQ(0, in.readInt());
+    size_t headerEnd = in.position() + 4 + (uint32_t)in.readInt();
+    EXPECT_EQ(1, in.readByte());
+    ASSERT_EQ(11, in.readInt());
     std::vector<std::string> keys;
     std::map<std::string, std::string> header;
     for (int i = 0; i < 11; i++) {
-        std::string key = in.string();
+        std::string key = in.readString();
         keys.push_back(key);
-        header[key] = in.string();
+        header[key] = in.readString();
     }
     std::vector<std::string> expectedKeys = {"header",           "snapshot_version", "created_by_version",
                                              "agent_version",    "platform",         "session_id",
@@ -157,10 +122,10 @@ TEST_F(SnapshotFileTest, APerformanceSnapshotIsHeaderAndTablesAndNothingElse) {
     EXPECT_EQ(std::to_string(db->getSessionId()), header["session_id"]);
     EXPECT_EQ(std::string(32, '0'), header["oid_count"]);
     EXPECT_EQ("8", header["sizeof_pointer"]);
-    EXPECT_EQ(headerEnd, in.at()) << "no event tables: the header block ends with the properties";
+    EXPECT_EQ(headerEnd, in.position()) << "no event tables: the header block ends with the properties";
 
     std::vector<TableRows> tables = readTables(in);
-    EXPECT_EQ(in.size(), in.at()) << "a performance snapshot ends after its tables";
+    EXPECT_EQ(in.size(), in.position()) << "a performance snapshot ends after its tables";
 
     // The traced thread's data and names are in, and the generation moved on.
     EXPECT_EQ(generationBefore + 1, db->getCurrentGeneration());
@@ -207,24 +172,6 @@ TEST_F(SnapshotFileTest, SnapshotsAreFoundByFileName) {
     EXPECT_EQ(0, SnapshotFile::findSnapshot(lock, ZString("/tmp/c.snapshot")));
 }
 
-namespace {
-
-class BytesWriter : public AbstractWriter {
-public:
-    BytesWriter() : AbstractWriter(256, true, true) {}
-    void flush() override {
-        bytes.insert(bytes.end(), getBuffer(), getBuffer() + getPosition());
-        discardBuffer();
-    }
-    std::vector<uint8_t> bytes;
-};
-
-int32_t intAt(const std::vector<uint8_t>& bytes, size_t at) {
-    return (int32_t)(bytes[at] | bytes[at + 1] << 8 | bytes[at + 2] << 16 | (uint32_t)bytes[at + 3] << 24);
-}
-
-}  // namespace
-
 TEST_F(SnapshotFileTest, ALiveDeltaHoldsTheTablesOfTheMaskWithRowsNewerThanTheirStamps) {
     ThreadInfo* t = newThread("worker");
     int main = method("main");
@@ -233,21 +180,20 @@ TEST_F(SnapshotFileTest, ALiveDeltaHoldsTheTablesOfTheMaskWithRowsNewerThanTheir
     db->advanceGeneration();
     int before = db->getCurrentGeneration() - 1;
     int later = method("later");  // a method row of the new generation
-    BytesWriter writer;
+    MemoryWriter writer(256, true);
     Progress progress(-1);
     int since[FIXED_TABLE_COUNT] = {};
     since[TABLE_METHOD] = before;
     writeTables(lock, nullptr, db, writer, (1 << TABLE_METHOD) | (1 << TABLE_CPU_PROFILING), 0, 0, &progress, since,
                 false);
-    writer.flush();
-    const std::vector<uint8_t>& bytes = writer.bytes;
     // No kind bytes: slot, count, rows; least significant byte first.
-    ASSERT_GE(bytes.size(), 12u);
-    EXPECT_EQ(TABLE_METHOD, intAt(bytes, 0));
-    EXPECT_EQ(1, intAt(bytes, 4));
-    EXPECT_EQ(later, intAt(bytes, 8));
-    size_t cpuAt = 8 + 4 + 4 + 24;
-    EXPECT_EQ(TABLE_CPU_PROFILING, intAt(bytes, cpuAt));
-    EXPECT_EQ(1, intAt(bytes, cpuAt + 4));
-    EXPECT_EQ(cpuAt + 8 + 8 + 16, bytes.size());
+    StreamReader r(writer.done(), true);
+    EXPECT_EQ(TABLE_METHOD, r.readInt());
+    EXPECT_EQ(1, r.readInt());
+    EXPECT_EQ(later, r.readInt());
+    r.skip(4 + 24);  // stamp and columns
+    EXPECT_EQ(TABLE_CPU_PROFILING, r.readInt());
+    EXPECT_EQ(1, r.readInt());
+    r.skip(8 + 16);
+    EXPECT_TRUE(r.atEnd());
 }
