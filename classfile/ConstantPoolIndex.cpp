@@ -11,7 +11,7 @@ static uint32_t mix(uint64_t x) {
 // Length, first and last eight bytes: constant time however long the text,
 // and names that share a package prefix still differ at their ends.
 // Loads of a fixed size, so that the compiler makes them single moves.
-uint32_t ConstantPoolIndex::hashBytes(const char* chars, int length) {
+static inline uint32_t hashText(const char* chars, int length) {
     uint64_t head = 0;
     uint64_t tail = 0;
     if (length >= 8) {
@@ -29,6 +29,8 @@ uint32_t ConstantPoolIndex::hashBytes(const char* chars, int length) {
     }
     return mix(head * 31 + (tail ^ ((uint64_t)length << 56)) + ConstantPoolInfo::UTF8);
 }
+
+uint32_t ConstantPoolIndex::hashBytes(const char* chars, int length) { return hashText(chars, length); }
 
 uint32_t ConstantPoolIndex::hashKey(const Key& key) {
     return mix(((uint64_t)(uint32_t)key.a << 32 | (uint32_t)key.b) ^ ((uint64_t)key.tag * 0xC2B2AE3D27D4EB4Full));
@@ -86,38 +88,42 @@ void ConstantPoolIndex::rehash(int capacity) {
     }
 }
 
-// Entries come in pool order, so the first of equal ones stays: an entry
-// goes into the first empty slot of its probe sequence unless an equal one
-// stands before it.
 bool ConstantPoolIndex::isComposite(int tag) {
     return tag == ConstantPoolInfo::STRING || tag == ConstantPoolInfo::NAME_AND_TYPE || tag == ConstantPoolInfo::METHOD_REF;
 }
 
-void ConstantPoolIndex::add(const ConstantPool& pool, int index) {
+bool ConstantPoolIndex::sameEntry(const ConstantPoolInfo* a, const ConstantPoolInfo* b) {
+    if (a->getTag() != b->getTag()) return false;
+    if (a->getTag() == ConstantPoolInfo::UTF8) {
+        const ConstantUtf8Info* text = static_cast<const ConstantUtf8Info*>(b);
+        return static_cast<const ConstantUtf8Info*>(a)->equals(text->getChars(), text->getByteLength());
+    }
+    Key key;
+    return keyOf(b, &key) && matches(a, key);
+}
+
+// Entries come in pool order, so the first of equal ones stays: an entry
+// goes into the first empty slot of its probe sequence unless an equal one
+// stands before it.
+inline void ConstantPoolIndex::add(const ConstantPool& pool, int index) {
     const ConstantPoolInfo* const* entries = pool.getElements();
     const ConstantPoolInfo* entry = entries[index];
     if (entry == nullptr) return;
-    if (!myCompositesIndexed && index < myParsedSize && isComposite(entry->getTag())) return;
-    const ConstantUtf8Info* utf8 = nullptr;
-    Key key;
+    int tag = entry->getTag();
     uint32_t hash;
-    if (entry->getTag() == ConstantPoolInfo::UTF8) {
-        utf8 = static_cast<const ConstantUtf8Info*>(entry);
-        hash = hashBytes(utf8->getChars(), utf8->getByteLength());
-    } else if (keyOf(entry, &key)) {
-        hash = hashKey(key);
+    if (tag == ConstantPoolInfo::UTF8) {
+        const ConstantUtf8Info* utf8 = static_cast<const ConstantUtf8Info*>(entry);
+        hash = hashText(utf8->getChars(), utf8->getByteLength());
     } else {
-        return;
+        Key key;
+        if (!myCompositesIndexed && index < myParsedSize && isComposite(tag)) return;
+        if (!keyOf(entry, &key)) return;
+        hash = hashKey(key);
     }
     if ((uint32_t)(myCount + 1) * 2 > myMask + 1) rehash((myMask + 1) * 2);
     uint32_t at = hash & myMask;
     for (; mySlots[at].index != 0; at = (at + 1) & myMask) {
-        if (mySlots[at].hash != hash) continue;
-        const ConstantPoolInfo* other = entries[mySlots[at].index];
-        bool equal = utf8 != nullptr ? other->getTag() == ConstantPoolInfo::UTF8 &&
-                                           static_cast<const ConstantUtf8Info*>(other)->equals(utf8->getChars(), utf8->getByteLength())
-                                     : matches(other, key);
-        if (equal) return;
+        if (mySlots[at].hash == hash && sameEntry(entries[mySlots[at].index], entry)) return;
     }
     mySlots[at].index = index;
     mySlots[at].hash = hash;
@@ -155,7 +161,7 @@ void ConstantPoolIndex::indexParsedComposites(const ConstantPool& pool) {
 
 int ConstantPoolIndex::findUtf8(const ConstantPool& pool, int edits, const char* chars, int length) {
     update(pool, edits);
-    uint32_t hash = hashBytes(chars, length);
+    uint32_t hash = hashText(chars, length);
     for (uint32_t at = hash & myMask; mySlots[at].index != 0; at = (at + 1) & myMask) {
         if (mySlots[at].hash != hash) continue;
         const ConstantPoolInfo* entry = pool.getElements()[mySlots[at].index];

@@ -50,6 +50,7 @@ private:
     void update(const ConstantPool& pool, int edits);
     void indexParsedComposites(const ConstantPool& pool);
     static bool isComposite(int tag);
+    static bool sameEntry(const ConstantPoolInfo* a, const ConstantPoolInfo* b);
     void add(const ConstantPool& pool, int index);
     void rehash(int capacity);
     int findKey(const ConstantPool& pool, int edits, const Key& key);
