@@ -21,10 +21,13 @@ ClassFile::~ClassFile() { release(); }
 
 void ClassFile::release() {
     // Entries live in the arena: their memory goes with it. Only Utf8
-    // entries hold anything of their own.
+    // entries can hold anything of their own.
     for (int i = 0; i < myConstantPool.getSize(); i++) {
         ConstantPoolInfo* entry = myConstantPool[i];
-        if (entry != nullptr && entry->getTag() == ConstantPoolInfo::UTF8) entry->~ConstantPoolInfo();
+        if (entry != nullptr && entry->getTag() == ConstantPoolInfo::UTF8 &&
+            static_cast<ConstantUtf8Info*>(entry)->ownsMemory()) {
+            entry->~ConstantPoolInfo();
+        }
     }
     myConstantPool.clear();
     for (int i = 0; i < myFields.getSize(); i++) delete myFields[i];
@@ -50,6 +53,8 @@ void ClassFile::parse(DataInput& source) {
     myMinorVersion = in.readUnsignedShort();
     myMajorVersion = in.readUnsignedShort();
     int count = in.readUnsignedShort();
+    // Room for the constants a rewrite adds too.
+    myConstantPool.reserve(count + 32);
     myConstantPool.push(nullptr);
     const unsigned char* poolStart = in.peek(0);
     int poolPosition = in.getPosition();
@@ -243,7 +248,7 @@ int ClassFile::findOrCreateUtf8(const char* chars, int length) {
     KZT_ASSERT(length >= 0);
     int index = myIndex.findUtf8(myConstantPool, myPoolEdits, chars, length);
     if (index > 0) return noteFound(index);
-    ConstantUtf8Info* entry = ConstantPoolInfo::make<ConstantUtf8Info>(&myArena, ZString(chars, length));
+    ConstantUtf8Info* entry = ConstantPoolInfo::make<ConstantUtf8Info>(&myArena, chars, length, &myArena);
     entry->setEditCounter(&myPoolEdits);
     return appendEntry(entry);
 }

@@ -129,6 +129,18 @@ void CodeAttribute::adoptCode(unsigned char* bytes, int length) {
     myCodeLength = length;
 }
 
+unsigned char* CodeAttribute::allocateCodeBuffer(int length) {
+    KZT_ASSERT(length >= 1);
+    unsigned char* bytes = myArena != nullptr ? (unsigned char*)myArena->allocate(length) : new unsigned char[length];
+    memset(bytes, 0, length);
+    return bytes;
+}
+
+void CodeAttribute::adoptCodeBuffer(unsigned char* bytes, int length) {
+    adoptCode(bytes, length);
+    myCodeInArena = myArena != nullptr;
+}
+
 static int capped(int value) { return value > CodeAttribute::MAX_VALUE ? CodeAttribute::MAX_VALUE : value; }
 
 void CodeAttribute::incMaxLocalsCount(int n) { myMaxLocals = capped(myMaxLocals + n); }

@@ -49,6 +49,10 @@ public:
     void setCode(const unsigned char* bytes, int length);
     // The same, taking ownership of a new[] array instead of copying.
     void adoptCode(unsigned char* bytes, int length);
+    // A zeroed buffer for code that is to replace this attribute's, in the
+    // class's arena when there is one; adoptCodeBuffer installs it.
+    unsigned char* allocateCodeBuffer(int length);
+    void adoptCodeBuffer(unsigned char* bytes, int length);
 
     int getMaxStack() const { return myMaxStack; }
     int getMaxLocals() const { return myMaxLocals; }

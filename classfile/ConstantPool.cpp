@@ -39,6 +39,15 @@ ConstantUtf8Info::ConstantUtf8Info(const ZString& value)
     myChars = myValue->c_str();
 }
 
+ConstantUtf8Info::ConstantUtf8Info(const char* chars, int length, ClassArena* arena)
+    : ConstantPoolInfo(UTF8), myChars(nullptr), myByteLength(length), myValue(nullptr), myEditCounter(nullptr),
+      myOwnsChars(false) {
+    char* copy = (char*)arena->allocate(length + 1);
+    memcpy(copy, chars, length);
+    copy[length] = 0;
+    myChars = copy;
+}
+
 ConstantUtf8Info::~ConstantUtf8Info() {
     if (myOwnsChars) delete[] myChars;
     delete myValue;

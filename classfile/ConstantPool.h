@@ -54,6 +54,8 @@ public:
     ConstantUtf8Info(DataInput& in, ClassArena* arena);
     explicit ConstantUtf8Info(DataInput& in) : ConstantUtf8Info(in, nullptr) {}
     explicit ConstantUtf8Info(const ZString& value);
+    // A copy of `chars` in the arena.
+    ConstantUtf8Info(const char* chars, int length, ClassArena* arena);
     ~ConstantUtf8Info() override;
     ConstantUtf8Info(const ConstantUtf8Info&) = delete;
     ConstantUtf8Info& operator=(const ConstantUtf8Info&) = delete;
@@ -71,6 +73,9 @@ public:
     // Counted up by every setValue, so that a class can tell that its pool
     // is no longer the one it read.
     void setEditCounter(int* counter) { myEditCounter = counter; }
+    // Whether the destructor has anything to free; entries in an arena
+    // that never made a ZString need not be destroyed.
+    bool ownsMemory() const { return myOwnsChars || myValue != nullptr; }
 
 private:
     const char* myChars;

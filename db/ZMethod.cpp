@@ -85,6 +85,16 @@ static int computeFlags(const ZString& className, const char* name, int nameLeng
 }
 
 // The method of `key`, made when it is new.
+// The string index of a name given by its bytes, up to its first zero byte;
+// a short one is terminated on the stack rather than copied to the heap.
+static int internName(const LockHolder& lock, const char* name, int length) {
+    char buffer[128];
+    if (length >= (int)sizeof(buffer)) return StringPool::getStrID(lock, ZString(name, length));
+    memcpy(buffer, name, length);
+    buffer[length] = 0;
+    return StringPool::getStrIDImpl(lock, buffer, false);
+}
+
 static int getByKey(const LockHolder& lock, const MethodKey& key, const ZString& className, const char* name,
                     int nameLength, bool native) {
     int* known = ourMethodKey2Index.getPtr(key);
@@ -168,7 +178,7 @@ int ZMethod::getByDescriptor(const LockHolder& lock, ClassStrings& known, const 
     // parameters, class, return type, source file. Known ones are in the
     // pool already, so leaving out their lookups changes no order.
     MethodKey key;
-    key.myName = StringPool::getStrID(lock, ZString(name, nameLength));
+    key.myName = internName(lock, name, nameLength);
     DescriptorKey lookup = descriptorKey(descriptor, descriptorLength);
     DescriptorStrings* strings = ourDescriptorStrings.getPtr(lookup);
     ZString returnType;

@@ -99,6 +99,10 @@ public:
         }
         size = 0;
     }
+    // Room for `count` elements without further growth.
+    void reserve(int count) {
+        if (count > capacity) grow(count);
+    }
     // Grows to `newSize` elements, new ones set to `fill`.
     void resize(int newSize, const T& fill = T()) {
         if (newSize < 0) zvectorFail("zvector::zvector", newSize, -1);

@@ -611,7 +611,7 @@ bool instrumentForTracingAndAllocationImpl(ClassContext& c, int methodId, int li
     }
 
     // ---- the second pass ----
-    unsigned char* out = new unsigned char[newLength]();
+    unsigned char* out = ca->allocateCodeBuffer(newLength);
     // The code moves in runs: the shift changes only behind an instruction
     // that inserted something.
     for (int r = 0, from = 0; r <= s.records.getSize(); r++) {
@@ -678,7 +678,7 @@ bool instrumentForTracingAndAllocationImpl(ClassContext& c, int methodId, int li
     else insertAllocOnlyEntryCode(out, k, entryLength);
 
     // ---- install ----
-    ca->adoptCode(out, newLength);
+    ca->adoptCodeBuffer(out, newLength);
     // Frames still hold old offsets here.
     for (int i = 0; i < s.uninitializedToDuplicate.getSize(); i++)
         ca->duplicateUninitializedStackMapFramesItem(s.uninitializedToDuplicate[i]);
