@@ -142,9 +142,7 @@ struct DescriptorKey {
 inline int32_t zmap_hashCode(const DescriptorKey& key) { return key.myHash; }
 
 static DescriptorKey descriptorKey(const char* bytes, int length) {
-    uint32_t hash = (uint32_t)length;
-    for (int i = 0; i < length; i++) hash = hash * 31 + (unsigned char)bytes[i];
-    return DescriptorKey{bytes, length, (int32_t)hash};
+    return DescriptorKey{bytes, length, hashText31(bytes, length)};
 }
 
 // The string indices of the parameters and return type of a descriptor.

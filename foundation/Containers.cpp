@@ -11,9 +11,7 @@ void zmapFail(int line) {
 
 int32_t zmap_hashCode(const char* key) {
     if (key == nullptr) return 0;
-    uint32_t h = 0;
-    for (const char* p = key; *p != 0; p++) h = h * 31 + (uint32_t)(int32_t)(signed char)*p;
-    return (int32_t)h;
+    return hashText31(key, (int)strlen(key));
 }
 
 bool zmap_equal(const char* a, const char* b) {

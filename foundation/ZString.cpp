@@ -338,11 +338,25 @@ int ZStringImpl<C>::compareTo(const ZStringImpl& other) const {
     return length == other.length ? 0 : (length < other.length ? -1 : 1);
 }
 
+// Four characters a step: the same value as one at a time, with a quarter
+// of the multiplications in sequence.
+int32_t hashText31(const char* chars, int length) {
+    uint32_t h = 0;
+    int i = 0;
+    for (; i + 4 <= length; i += 4) {
+        uint32_t c0 = (uint32_t)(int32_t)(signed char)chars[i];
+        uint32_t c1 = (uint32_t)(int32_t)(signed char)chars[i + 1];
+        uint32_t c2 = (uint32_t)(int32_t)(signed char)chars[i + 2];
+        uint32_t c3 = (uint32_t)(int32_t)(signed char)chars[i + 3];
+        h = h * (31u * 31u * 31u * 31u) + (c0 * (31u * 31u * 31u) + c1 * (31u * 31u)) + (c2 * 31u + c3);
+    }
+    for (; i < length; i++) h = h * 31 + (uint32_t)(int32_t)(signed char)chars[i];
+    return (int32_t)h;
+}
+
 template <typename C>
 int32_t ZStringImpl<C>::hashCode() const {
-    uint32_t h = 0;
-    for (int i = 0; i < length; i++) h = h * 31 + (uint32_t)(int32_t)(signed char)data[i];
-    return (int32_t)h;
+    return hashText31((const char*)data, length);
 }
 
 template <typename C>

@@ -10,6 +10,9 @@ template <typename T> class ZVectorSafe;
 
 [[noreturn]] void zstringFail(int line);
 
+// h = h * 31 + c over `length` signed characters, in 32 bits; 0 when empty.
+int32_t hashText31(const char* chars, int length);
+
 template <typename C>
 class ZStringImpl {
 public:

@@ -207,3 +207,16 @@ TEST(ZString, ComparisonIsSignedBytewise) {
     EXPECT_EQ(96354, ZString("abc").hashCode());
     EXPECT_EQ(-23, ZString("\xe9").hashCode());
 }
+
+// Hashing four characters a step must give what one at a time gives, at
+// every length and with characters above 127.
+TEST(ZString, HashOfEveryLengthMatchesTheCharacterByCharacterRule) {
+    std::string text;
+    for (int length = 0; length <= 21; length++) {
+        uint32_t expected = 0;
+        for (char c : text) expected = expected * 31 + (uint32_t)(int32_t)(signed char)c;
+        ASSERT_EQ((int32_t)expected, hashText31(text.data(), length)) << length;
+        ASSERT_EQ((int32_t)expected, ZString(text.c_str()).hashCode()) << length;
+        text.push_back(length % 3 == 0 ? (char)(0xc0 + length) : (char)('a' + length));
+    }
+}
