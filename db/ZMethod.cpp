@@ -5,6 +5,7 @@
 
 #include "agent/Logger.h"
 #include "db/DB.h"
+#include "db/RecentTexts.h"
 #include "db/SignatureNames.h"
 #include "foundation/ZMap.h"
 
@@ -154,6 +155,8 @@ struct DescriptorStrings {
 // Valid while the string pool's epoch is the one it was filled in.
 static ZMap<DescriptorKey, DescriptorStrings>& ourDescriptorStrings = *new ZMap<DescriptorKey, DescriptorStrings>(1000);
 static int ourDescriptorEpoch = -1;
+static RecentTexts<DescriptorStrings>& ourRecentDescriptors = *new RecentTexts<DescriptorStrings>();
+static RecentTexts<int32_t>& ourRecentNames = *new RecentTexts<int32_t>();
 
 static void forgetDescriptors() {
     for (int slot = 0; slot < ourDescriptorStrings.getCapacity(); slot++) {
@@ -176,9 +179,20 @@ int ZMethod::getByDescriptor(const LockHolder& lock, ClassStrings& known, const 
     // parameters, class, return type, source file. Known ones are in the
     // pool already, so leaving out their lookups changes no order.
     MethodKey key;
-    key.myName = internName(lock, name, nameLength);
+    int32_t nameHash = hashText31(name, nameLength);
+    const int32_t* recentName = ourRecentNames.find(name, nameLength, nameHash, epoch);
+    if (recentName != nullptr) {
+        key.myName = *recentName;
+    } else {
+        key.myName = internName(lock, name, nameLength);
+        ourRecentNames.put(name, nameLength, nameHash, epoch, key.myName);
+    }
     DescriptorKey lookup = descriptorKey(descriptor, descriptorLength);
-    DescriptorStrings* strings = ourDescriptorStrings.getPtr(lookup);
+    const DescriptorStrings* strings = ourRecentDescriptors.find(descriptor, descriptorLength, lookup.myHash, epoch);
+    if (strings == nullptr) {
+        strings = ourDescriptorStrings.getPtr(lookup);
+        if (strings != nullptr) ourRecentDescriptors.put(descriptor, descriptorLength, lookup.myHash, epoch, *strings);
+    }
     ZString returnType;
     if (strings != nullptr) {
         key.myParameters = strings->myParameters;
@@ -197,7 +211,9 @@ int ZMethod::getByDescriptor(const LockHolder& lock, ClassStrings& known, const 
         if (copy == nullptr) throw std::bad_alloc();
         memcpy(copy, descriptor, descriptorLength);
         lookup.myBytes = copy;
-        ourDescriptorStrings.put(lookup, DescriptorStrings{key.myParameters, key.myReturnType});
+        DescriptorStrings made{key.myParameters, key.myReturnType};
+        ourDescriptorStrings.put(lookup, made);
+        ourRecentDescriptors.put(descriptor, descriptorLength, lookup.myHash, epoch, made);
     }
     if (known.mySourceFile == 0) known.mySourceFile = StringPool::getStrID(lock, sourceFile);
     key.mySourceFile = known.mySourceFile;
