@@ -8,29 +8,16 @@ static uint32_t mix(uint64_t x) {
     return (uint32_t)(x >> 32);
 }
 
-// Length, first and last eight bytes: constant time however long the text,
-// and names that share a package prefix still differ at their ends.
-// Loads of a fixed size, so that the compiler makes them single moves.
-static inline uint32_t hashText(const char* chars, int length) {
-    uint64_t head = 0;
-    uint64_t tail = 0;
-    if (length >= 8) {
-        memcpy(&head, chars, 8);
-        memcpy(&tail, chars + length - 8, 8);
-    } else if (length >= 4) {
-        uint32_t first;
-        uint32_t last;
-        memcpy(&first, chars, 4);
-        memcpy(&last, chars + length - 4, 4);
-        head = first;
-        tail = last;
-    } else {
-        for (int i = 0; i < length; i++) head = head << 8 | (unsigned char)chars[i];
+// Length and bytes at the start, the end and two points between, mixed by
+// one multiplication: names that share a package still part at their ends.
+[[gnu::always_inline]] inline uint32_t ConstantPoolIndex::bucketOf(const char* chars, int length) const {
+    uint32_t key = (uint32_t)length * 0x9E3779B1u;
+    if (length > 0) {
+        const unsigned char* bytes = (const unsigned char*)chars;
+        key ^= bytes[0] | bytes[length - 1] << 8 | bytes[length >> 1] << 16 | (uint32_t)bytes[(length * 3) >> 2] << 24;
     }
-    return mix(head * 31 + (tail ^ ((uint64_t)length << 56)) + ConstantPoolInfo::UTF8);
+    return (key * 0x85EBCA6Bu) >> (32 - myTextBits);
 }
-
-uint32_t ConstantPoolIndex::hashBytes(const char* chars, int length) { return hashText(chars, length); }
 
 uint32_t ConstantPoolIndex::hashKey(const Key& key) {
     return mix(((uint64_t)(uint32_t)key.a << 32 | (uint32_t)key.b) ^ ((uint64_t)key.tag * 0xC2B2AE3D27D4EB4Full));
@@ -93,33 +80,39 @@ bool ConstantPoolIndex::isComposite(int tag) {
 }
 
 bool ConstantPoolIndex::sameEntry(const ConstantPoolInfo* a, const ConstantPoolInfo* b) {
-    if (a->getTag() != b->getTag()) return false;
-    if (a->getTag() == ConstantPoolInfo::UTF8) {
-        const ConstantUtf8Info* text = static_cast<const ConstantUtf8Info*>(b);
-        return static_cast<const ConstantUtf8Info*>(a)->equals(text->getChars(), text->getByteLength());
-    }
     Key key;
     return keyOf(b, &key) && matches(a, key);
+}
+
+[[gnu::always_inline]] inline void ConstantPoolIndex::addText(const ConstantUtf8Info* text, int index) {
+    if (index >= myTextNextCapacity) {
+        int capacity = myTextNextCapacity * 2 > index + 64 ? myTextNextCapacity * 2 : index + 64;
+        int32_t* next = (int32_t*)myArena->allocate(sizeof(int32_t) * capacity);
+        if (myTextNextCapacity > 0) memcpy(next, myTextNext, sizeof(int32_t) * myTextNextCapacity);
+        myTextNext = next;
+        myTextNextCapacity = capacity;
+    }
+    uint32_t bucket = bucketOf(text->getChars(), text->getByteLength());
+    myTextNext[index] = myTextHeads[bucket];
+    myTextHeads[bucket] = index;
 }
 
 // Entries come in pool order, so the first of equal ones stays: an entry
 // goes into the first empty slot of its probe sequence unless an equal one
 // stands before it.
-inline void ConstantPoolIndex::add(const ConstantPool& pool, int index) {
+[[gnu::always_inline]] inline void ConstantPoolIndex::add(const ConstantPool& pool, int index) {
     const ConstantPoolInfo* const* entries = pool.getElements();
     const ConstantPoolInfo* entry = entries[index];
     if (entry == nullptr) return;
     int tag = entry->getTag();
-    uint32_t hash;
     if (tag == ConstantPoolInfo::UTF8) {
-        const ConstantUtf8Info* utf8 = static_cast<const ConstantUtf8Info*>(entry);
-        hash = hashText(utf8->getChars(), utf8->getByteLength());
-    } else {
-        Key key;
-        if (!myCompositesIndexed && index < myParsedSize && isComposite(tag)) return;
-        if (!keyOf(entry, &key)) return;
-        hash = hashKey(key);
+        addText(static_cast<const ConstantUtf8Info*>(entry), index);
+        return;
     }
+    Key key;
+    if (!myCompositesIndexed && index < myParsedSize && isComposite(tag)) return;
+    if (!keyOf(entry, &key)) return;
+    uint32_t hash = hashKey(key);
     if ((uint32_t)(myCount + 1) * 2 > myMask + 1) rehash((myMask + 1) * 2);
     uint32_t at = hash & myMask;
     for (; mySlots[at].index != 0; at = (at + 1) & myMask) {
@@ -130,11 +123,19 @@ inline void ConstantPoolIndex::add(const ConstantPool& pool, int index) {
     myCount++;
 }
 
+
 void ConstantPoolIndex::update(const ConstantPool& pool, int edits) {
     int size = pool.getSize();
     if (mySlots == nullptr || edits != myEditsSeen) {
-        // Room for the pool and the constants a rewrite adds at half load,
-        // since only some kinds of entries are indexed.
+        // Buckets for about two texts each, as texts are half of a pool.
+        myTextBits = 5;
+        while ((1 << myTextBits) < size) myTextBits++;
+        myTextHeads = (int32_t*)myArena->allocate(sizeof(int32_t) << myTextBits);
+        memset(myTextHeads, 0, sizeof(int32_t) << myTextBits);
+        myTextNextCapacity = size + 64;
+        myTextNext = (int32_t*)myArena->allocate(sizeof(int32_t) * myTextNextCapacity);
+        // Room for the other entries and the constants a rewrite adds at
+        // half load, since only some kinds of them are indexed.
         int capacity = 64;
         while (capacity < size + 64) capacity *= 2;
         mySlots = nullptr;
@@ -161,15 +162,12 @@ void ConstantPoolIndex::indexParsedComposites(const ConstantPool& pool) {
 
 int ConstantPoolIndex::findUtf8(const ConstantPool& pool, int edits, const char* chars, int length) {
     update(pool, edits);
-    uint32_t hash = hashText(chars, length);
-    for (uint32_t at = hash & myMask; mySlots[at].index != 0; at = (at + 1) & myMask) {
-        if (mySlots[at].hash != hash) continue;
-        const ConstantPoolInfo* entry = pool.getElements()[mySlots[at].index];
-        if (entry->getTag() == ConstantPoolInfo::UTF8 && static_cast<const ConstantUtf8Info*>(entry)->equals(chars, length)) {
-            return mySlots[at].index;
-        }
+    // A chain runs from the latest entry back: the last match is the lowest.
+    int found = 0;
+    for (int i = myTextHeads[bucketOf(chars, length)]; i != 0; i = myTextNext[i]) {
+        if (static_cast<const ConstantUtf8Info*>(pool.getElements()[i])->equals(chars, length)) found = i;
     }
-    return 0;
+    return found;
 }
 
 int ConstantPoolIndex::findKey(const ConstantPool& pool, int edits, const Key& key) {

@@ -3,6 +3,9 @@
 // index holding it, which is what a scan from 1 would find. It is built on
 // the first lookup, takes in appended entries as it goes, and lives in the
 // class's arena, so indexing a constant allocates nothing.
+// Texts, half of a pool and looked up only a few times a class, go into
+// chains by a bucket of their length and three of their bytes: a text is
+// filed with two stores, and a lookup compares the few texts of its chain.
 // Entries made of other entries (String, NameAndType, MethodRef) that were
 // read with the class join the index only when a lookup could find one of
 // them: a key naming an appended entry can only match an appended entry, and
@@ -17,7 +20,7 @@
 class ConstantPoolIndex {
 public:
     explicit ConstantPoolIndex(ClassArena* arena)
-        : myArena(arena), mySlots(nullptr), myMask(0), myCount(0), myIndexedUpTo(1), myEditsSeen(0), myParsedSize(0),
+        : myArena(arena), myTextHeads(nullptr), myTextBits(0), myTextNext(nullptr), myTextNextCapacity(0), mySlots(nullptr), myMask(0), myCount(0), myIndexedUpTo(1), myEditsSeen(0), myParsedSize(0),
           myCompositesIndexed(false) {}
 
     // Entries below `size` were read with the class; set once, after parsing.
@@ -32,8 +35,6 @@ public:
     int findString(const ConstantPool& pool, int edits, int utf8Index);
     int findNameAndType(const ConstantPool& pool, int edits, int nameIndex, int descriptorIndex);
     int findMethodRef(const ConstantPool& pool, int edits, int classIndex, int nameAndTypeIndex);
-
-    static uint32_t hashBytes(const char* chars, int length);
 
 private:
     struct Slot {
@@ -52,6 +53,8 @@ private:
     static bool isComposite(int tag);
     static bool sameEntry(const ConstantPoolInfo* a, const ConstantPoolInfo* b);
     void add(const ConstantPool& pool, int index);
+    void addText(const ConstantUtf8Info* text, int index);
+    uint32_t bucketOf(const char* chars, int length) const;
     void rehash(int capacity);
     int findKey(const ConstantPool& pool, int edits, const Key& key);
     static bool keyOf(const ConstantPoolInfo* entry, Key* key);
@@ -59,6 +62,12 @@ private:
     static bool matches(const ConstantPoolInfo* entry, const Key& key);
 
     ClassArena* myArena;
+    // Text chains: the latest entry of each bucket, and for each pool index
+    // the entry before it in its bucket (0 ends a chain).
+    int32_t* myTextHeads;
+    int myTextBits;
+    int32_t* myTextNext;
+    int myTextNextCapacity;
     Slot* mySlots;
     uint32_t myMask;
     int myCount;
