@@ -2,13 +2,13 @@
 
 #include "agent/Logger.h"
 
-ClassFile::ClassFile(DataInput& in)
+ClassFile::ClassFile(DataInput& in, bool borrowBytes)
     : myMagic(0), myMajorVersion(0), myMinorVersion(0), myAccessFlags(0), myThisClass(0), mySuperClass(0),
       myInterfaceCount(0), myInterfaces(nullptr), myIndex(&myArena), myInvalid(false),
       myParsedPoolSize(0), myProvisionalPoolSize(0), myProvisionalUsed(false), myParsing(true), myPoolBytes(nullptr),
       myPoolByteLength(0), myPoolEdits(0) {
     try {
-        parse(in);
+        parse(in, borrowBytes);
     } catch (...) {
         release();
         throw;
@@ -40,15 +40,20 @@ void ClassFile::release() {
     myArena.release();
 }
 
-void ClassFile::parse(DataInput& source) {
-    // The class is copied once into the arena and read from there: the
-    // constants' texts and the pool as read stay views into that copy.
+void ClassFile::parse(DataInput& source, bool borrowBytes) {
+    // Unless borrowed, the class is copied once into the arena and read from
+    // there: the constants' texts and the pool as read are views into it.
     int length = source.available();
     // The copy and the parts of a class take about four times its size.
     myArena.reserve(length * 4 + 256);
-    unsigned char* copy = (unsigned char*)myArena.allocate(length);
-    source.readFully(copy, length);
-    DataInput in(copy, length);
+    const unsigned char* bytes = source.peek(length);
+    source.skip(length);
+    if (!borrowBytes) {
+        unsigned char* copy = (unsigned char*)myArena.allocate(length);
+        memcpy(copy, bytes, length);
+        bytes = copy;
+    }
+    DataInput in(bytes, length);
     myMagic = in.readInt();
     myMinorVersion = in.readUnsignedShort();
     myMajorVersion = in.readUnsignedShort();

@@ -18,7 +18,10 @@ class ClassFile {
 public:
     // Parses the bytes. A pool tag the toolkit does not know leaves the
     // class invalid (see isInvalid) with everything after the pool unread.
-    explicit ClassFile(DataInput& in);
+    explicit ClassFile(DataInput& in) : ClassFile(in, false) {}
+    // With `borrowBytes` the bytes that `in` reads must outlive the class:
+    // it reads and keeps views into them instead of a copy of its own.
+    ClassFile(DataInput& in, bool borrowBytes);
     ~ClassFile();
     ClassFile(const ClassFile&) = delete;
     ClassFile& operator=(const ClassFile&) = delete;
@@ -85,7 +88,7 @@ public:
     void removeUnusedMacroMethods();
 
 private:
-    void parse(DataInput& in);
+    void parse(DataInput& in, bool borrowBytes);
     void release();
     int appendEntry(ConstantPoolInfo* entry);
     // An index found among the constants that parsing added is needed now.

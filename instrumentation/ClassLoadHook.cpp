@@ -91,8 +91,8 @@ static void dumpClass(const ZString& path, const unsigned char* bytes, int lengt
     fclose(file);
 }
 
-// The class parsed from the bytes; it copies what it keeps, so the bytes
-// need to stay only while it parses.
+// The class parsed from the bytes. It keeps views into them, which the JVM
+// holds for as long as the hook runs, and the holder does not outlive it.
 class ParsedClass {
 public:
     ParsedClass() : myClassFile(nullptr) {}
@@ -103,7 +103,7 @@ public:
     // False for bytes that are no class the toolkit can model.
     bool parse(const unsigned char* bytes, int length) {
         DataInput in(bytes, length);
-        myClassFile = new ClassFile(in);
+        myClassFile = new ClassFile(in, true);
         return !myClassFile->isInvalid();
     }
     ClassFile* get() const { return myClassFile; }
