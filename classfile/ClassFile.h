@@ -73,6 +73,7 @@ public:
 
     // Pool index of an equal entry, appended when there is none.
     int findOrCreateUtf8(const ZString& value);
+    int findOrCreateUtf8(const char* text) { return findOrCreateUtf8(text, (int)strlen(text)); }
     int findOrCreateUtf8(const char* chars, int length);
     int findOrCreateConstantClass(int nameIndex);
     int findOrCreateNameAndType(int nameIndex, int descriptorIndex);
