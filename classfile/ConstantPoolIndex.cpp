@@ -134,10 +134,10 @@ void ConstantPoolIndex::update(const ConstantPool& pool, int edits) {
         memset(myTextHeads, 0, sizeof(int32_t) << myTextBits);
         myTextNextCapacity = size + 64;
         myTextNext = (int32_t*)myArena->allocate(sizeof(int32_t) * myTextNextCapacity);
-        // Room for the other entries and the constants a rewrite adds at
-        // half load, since only some kinds of them are indexed.
+        // Room at half load for the entries other than texts that are
+        // indexed (about a third of a pool) and the constants a rewrite adds.
         int capacity = 64;
-        while (capacity < size + 64) capacity *= 2;
+        while (capacity < size * 3 / 4 + 64) capacity *= 2;
         mySlots = nullptr;
         myCount = 0;
         rehash(capacity);
