@@ -158,13 +158,14 @@ int main(int argc, char** argv) {
         if (i > 0) seconds.push_back(spent);  // the first pass warms up
         rewritten = count;
     }
+    std::vector<double> inOrder = seconds;
     std::sort(seconds.begin(), seconds.end());
     double median = seconds[seconds.size() / 2];
     printf("classes %zu\n", classes.size());
     printf("rewritten %ld\n", rewritten);
     printf("classes_per_second %.0f\n", classes.size() / median);
     if (getenv("BENCH_VERBOSE") != nullptr) {
-        for (double t : seconds) printf("pass %.0f classes/s\n", classes.size() / t);
+        for (double t : inOrder) printf("pass %.0f classes/s\n", classes.size() / t);
     }
     return 0;
 }
