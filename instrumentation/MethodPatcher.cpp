@@ -302,10 +302,12 @@ const int MAP_SLACK = 4;
 
 // What the first pass needs of an opcode, by table: the length of a plain
 // instruction (fixed, at most MAP_SLACK bytes, no branch offset; 0 for the
-// others), and whether it does anything besides stepping over it.
+// others), whether it does anything besides stepping over it, and the
+// length of those that are plain and do nothing else, which most are.
 struct OpcodeSteps {
     unsigned char plainLength[256];
     bool action[256];
+    unsigned char quietLength[256];
     OpcodeSteps() {
         for (int opcode = 0; opcode < 256; opcode++) {
             int n = ourOpCodeLength[opcode];
@@ -313,6 +315,7 @@ struct OpcodeSteps {
             plainLength[opcode] = plain ? (unsigned char)n : 0;
             action[opcode] = OpCodes::isReturn(opcode) || (opcode >= OpCodes::INVOKEVIRTUAL && opcode <= OpCodes::ANEWARRAY) ||
                              opcode == OpCodes::MULTIANEWARRAY || (opcode >= OpCodes::DUP_X1 && opcode <= OpCodes::DUP2_X2);
+            quietLength[opcode] = action[opcode] ? 0 : plainLength[opcode];
         }
     }
 };
@@ -356,12 +359,21 @@ bool FirstPass::run(bool withTracing, bool lineFlag, bool instrumentAllocations,
     static const OpcodeSteps steps;
     int exitLength = withSwitch ? EXIT_CODE_LENGTH_SWITCH : EXIT_CODE_LENGTH;
     int* map = s.map.getElements();
-    for (int pc = 0; pc < length;) {
-        int opcode = code[pc];
+    // Locals, so that the stores into the map cannot make the compiler read
+    // the members again.
+    const unsigned char* const bytes = code;
+    const int end = length;
+    int pc = 0;
+    while (pc < end) {
+        int opcode = bytes[pc];
         // The bytes of this instruction move by what was inserted before it;
         // what it inserts itself moves only the instructions after it.
         int moved = pc + delta;
         for (int i = 0; i < MAP_SLACK; i++) map[pc + i] = moved + i;
+        if (steps.quietLength[opcode] != 0) {
+            pc += steps.quietLength[opcode];
+            continue;
+        }
         int next;
         if (steps.plainLength[opcode] != 0) {
             next = pc + steps.plainLength[opcode];
@@ -413,6 +425,7 @@ bool FirstPass::run(bool withTracing, bool lineFlag, bool instrumentAllocations,
         }
         pc = next;
     }
+    KZT_ASSERT(pc == end);
     map[length] = length + delta;
     return true;
 }
