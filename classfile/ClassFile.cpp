@@ -6,7 +6,7 @@ ClassFile::ClassFile(DataInput& in, bool borrowBytes)
     : myMagic(0), myMajorVersion(0), myMinorVersion(0), myAccessFlags(0), myThisClass(0), mySuperClass(0),
       myInterfaceCount(0), myInterfaces(nullptr), myIndex(&myArena), myInvalid(false),
       myParsedPoolSize(0), myProvisionalPoolSize(0), myProvisionalUsed(false), myParsing(true), myPoolBytes(nullptr),
-      myPoolByteLength(0), myPoolEdits(0) {
+      myPoolByteLength(0) {
     try {
         parse(in, borrowBytes);
     } catch (...) {
@@ -20,15 +20,10 @@ ClassFile::ClassFile(DataInput& in, bool borrowBytes)
 ClassFile::~ClassFile() { release(); }
 
 void ClassFile::release() {
-    // Entries live in the arena: their memory goes with it. Only Utf8
-    // entries can hold anything of their own.
-    for (int i = 0; i < myConstantPool.getSize(); i++) {
-        ConstantPoolInfo* entry = myConstantPool[i];
-        if (entry != nullptr && entry->getTag() == ConstantPoolInfo::UTF8 &&
-            static_cast<ConstantUtf8Info*>(entry)->ownsMemory()) {
-            entry->~ConstantPoolInfo();
-        }
-    }
+    // Entries live in the arena: their memory goes with it. Only texts can
+    // hold anything of their own, and the log knows which.
+    for (int i = 0; i < myTexts.owners.getSize(); i++) myTexts.owners[i]->~ConstantUtf8Info();
+    myTexts.owners.clear();
     myConstantPool.clear();
     for (int i = 0; i < myFields.getSize(); i++) delete myFields[i];
     myFields.clear();
@@ -73,7 +68,7 @@ void ClassFile::parse(DataInput& source, bool borrowBytes) {
         myConstantPool.push(entry);
         i++;
         if (entry->getTag() == ConstantPoolInfo::UTF8) {
-            static_cast<ConstantUtf8Info*>(entry)->setEditCounter(&myPoolEdits);
+            static_cast<ConstantUtf8Info*>(entry)->setLog(&myTexts);
         } else if (entry->getTag() == ConstantPoolInfo::LONG || entry->getTag() == ConstantPoolInfo::DOUBLE) {
             KZT_ASSERT(i < count);  // its second slot must be inside the pool
             myConstantPool.push(nullptr);
@@ -132,7 +127,7 @@ void ClassFile::writeClass(DataOutput& out) {
     out.writeUnsignedShort(myConstantPool.getSize());
     int provisionalAt = -1;
     int from = 1;
-    if (myPoolEdits == 0) {
+    if (myTexts.edits == 0) {
         out.write(myPoolBytes, myPoolByteLength);
         from = myParsedPoolSize;
     }
@@ -251,29 +246,29 @@ int ClassFile::findOrCreateUtf8(const ZString& value) { return findOrCreateUtf8(
 
 int ClassFile::findOrCreateUtf8(const char* chars, int length) {
     KZT_ASSERT(length >= 0);
-    int index = myIndex.findUtf8(myConstantPool, myPoolEdits, chars, length);
+    int index = myIndex.findUtf8(myConstantPool, myTexts.edits, chars, length);
     if (index > 0) return noteFound(index);
     ConstantUtf8Info* entry = ConstantPoolInfo::make<ConstantUtf8Info>(&myArena, chars, length, &myArena);
-    entry->setEditCounter(&myPoolEdits);
+    entry->setLog(&myTexts);
     return appendEntry(entry);
 }
 
 int ClassFile::findOrCreateConstantClass(int nameIndex) {
     KZT_ASSERT(nameIndex >= 1);
-    int index = myIndex.findClass(myConstantPool, myPoolEdits, nameIndex);
+    int index = myIndex.findClass(myConstantPool, myTexts.edits, nameIndex);
     return index > 0 ? noteFound(index) : appendEntry(ConstantPoolInfo::make<ConstantClassInfo>(&myArena, nameIndex));
 }
 
 int ClassFile::findOrCreateStringInfo(const ZString& value) {
     int utf8 = findOrCreateUtf8(value);
-    int index = myIndex.findString(myConstantPool, myPoolEdits, utf8);
+    int index = myIndex.findString(myConstantPool, myTexts.edits, utf8);
     return index > 0 ? noteFound(index) : appendEntry(ConstantPoolInfo::make<ConstantStringInfo>(&myArena, utf8));
 }
 
 int ClassFile::findOrCreateNameAndType(int nameIndex, int descriptorIndex) {
     KZT_ASSERT(nameIndex >= 1);
     KZT_ASSERT(descriptorIndex >= 1);
-    int index = myIndex.findNameAndType(myConstantPool, myPoolEdits, nameIndex, descriptorIndex);
+    int index = myIndex.findNameAndType(myConstantPool, myTexts.edits, nameIndex, descriptorIndex);
     if (index > 0) return noteFound(index);
     return appendEntry(ConstantPoolInfo::make<ConstantNameAndTypeInfo>(&myArena, nameIndex, descriptorIndex));
 }
@@ -281,19 +276,19 @@ int ClassFile::findOrCreateNameAndType(int nameIndex, int descriptorIndex) {
 int ClassFile::findOrCreateMethodRef(int classIndex, int nameIndex, int descriptorIndex) {
     KZT_ASSERT(classIndex >= 1);
     int nameAndType = findOrCreateNameAndType(nameIndex, descriptorIndex);
-    int index = myIndex.findMethodRef(myConstantPool, myPoolEdits, classIndex, nameAndType);
+    int index = myIndex.findMethodRef(myConstantPool, myTexts.edits, classIndex, nameAndType);
     if (index > 0) return noteFound(index);
     return appendEntry(ConstantPoolInfo::make<ConstantMethodRefInfo>(&myArena, classIndex, nameAndType));
 }
 
 int ClassFile::findOrCreateIntInfo(int value) {
-    int index = myIndex.findInteger(myConstantPool, myPoolEdits, value);
+    int index = myIndex.findInteger(myConstantPool, myTexts.edits, value);
     if (index > 0) return noteFound(index);
     return appendEntry(ConstantPoolInfo::make<ConstantIntInfo>(&myArena, value));
 }
 
 int ClassFile::findOrCreateLongInfo(long long value) {
-    int index = myIndex.findLong(myConstantPool, myPoolEdits, value);
+    int index = myIndex.findLong(myConstantPool, myTexts.edits, value);
     if (index > 0) return noteFound(index);
     index = appendEntry(ConstantPoolInfo::make<ConstantLongInfo>(&myArena, value));
     appendEntry(nullptr);

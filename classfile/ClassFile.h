@@ -125,5 +125,5 @@ private:
     // The pool as read, written back in one piece while no entry changed.
     const unsigned char* myPoolBytes;
     int myPoolByteLength;
-    int myPoolEdits;
+    ConstantTextLog myTexts;
 };

@@ -17,7 +17,7 @@ ConstantUtf8Info* ConstantPoolInfo::getUtf8Entry(const ConstantPool* pool, int i
 const ZString& ConstantPoolInfo::getUtf8(const ConstantPool* pool, int index) { return getUtf8Entry(pool, index)->getValue(); }
 
 ConstantUtf8Info::ConstantUtf8Info(DataInput& in, ClassArena* arena)
-    : ConstantPoolInfo(UTF8), myChars(nullptr), myByteLength(0), myValue(nullptr), myEditCounter(nullptr),
+    : ConstantPoolInfo(UTF8), myChars(nullptr), myByteLength(0), myValue(nullptr), myLog(nullptr),
       myOwnsChars(arena == nullptr) {
     int length = in.readUnsignedShort();
     myByteLength = length;
@@ -35,12 +35,12 @@ ConstantUtf8Info::ConstantUtf8Info(DataInput& in, ClassArena* arena)
 
 ConstantUtf8Info::ConstantUtf8Info(const ZString& value)
     : ConstantPoolInfo(UTF8), myChars(nullptr), myByteLength(value.getLength()), myValue(new ZString(value)),
-      myEditCounter(nullptr), myOwnsChars(false) {
+      myLog(nullptr), myOwnsChars(false) {
     myChars = myValue->c_str();
 }
 
 ConstantUtf8Info::ConstantUtf8Info(const char* chars, int length, ClassArena* arena)
-    : ConstantPoolInfo(UTF8), myChars(nullptr), myByteLength(length), myValue(nullptr), myEditCounter(nullptr),
+    : ConstantPoolInfo(UTF8), myChars(nullptr), myByteLength(length), myValue(nullptr), myLog(nullptr),
       myOwnsChars(false) {
     char* copy = (char*)arena->allocate(length + 1);
     memcpy(copy, chars, length);
@@ -54,14 +54,18 @@ ConstantUtf8Info::~ConstantUtf8Info() {
 }
 
 const ZString& ConstantUtf8Info::getValue() const {
-    if (myValue == nullptr) myValue = new ZString(myChars, myByteLength);
+    if (myValue == nullptr) {
+        myValue = new ZString(myChars, myByteLength);
+        if (myLog != nullptr) myLog->owners.push(const_cast<ConstantUtf8Info*>(this));
+    }
     return *myValue;
 }
 
 void ConstantUtf8Info::setValue(const ZString& value) {
-    if (myEditCounter != nullptr) (*myEditCounter)++;
+    if (myLog != nullptr) myLog->edits++;
     if (myValue == nullptr) {
         myValue = new ZString(value);
+        if (myLog != nullptr) myLog->owners.push(this);
     } else {
         *myValue = value;
     }

@@ -45,6 +45,16 @@ protected:
     int myTag;
 };
 
+class ConstantUtf8Info;
+
+// What a class learns from its texts: how often one was changed (its pool is
+// then no longer the one it read), and which ones came to hold memory of
+// their own, the only entries that must be destroyed one by one.
+struct ConstantTextLog {
+    int edits = 0;
+    ZVector<ConstantUtf8Info*, 10> owners;
+};
+
 // The bytes stay as read; the ZString of getValue is built on first use, as
 // most constants of a class are never looked at as text.
 class ConstantUtf8Info : public ConstantPoolInfo {
@@ -70,18 +80,15 @@ public:
     int getByteLength() const { return myByteLength; }
     const ZString& getValue() const;
     void setValue(const ZString& value);
-    // Counted up by every setValue, so that a class can tell that its pool
-    // is no longer the one it read.
-    void setEditCounter(int* counter) { myEditCounter = counter; }
-    // Whether the destructor has anything to free; entries in an arena
-    // that never made a ZString need not be destroyed.
-    bool ownsMemory() const { return myOwnsChars || myValue != nullptr; }
+    // The log that setValue counts in and that learns of the first memory
+    // this entry holds of its own.
+    void setLog(ConstantTextLog* log) { myLog = log; }
 
 private:
     const char* myChars;
     int myByteLength;
     mutable ZString* myValue;
-    int* myEditCounter;
+    ConstantTextLog* myLog;
     bool myOwnsChars;
 };
 
