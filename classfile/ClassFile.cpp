@@ -43,7 +43,7 @@ void ClassFile::parse(DataInput& source, bool borrowBytes) {
     myArena.reserve(length * 4 + 256);
     const unsigned char* bytes = source.peek(length);
     source.skip(length);
-    if (!borrowBytes) {
+    if (!borrowBytes && length > 0) {
         unsigned char* copy = (unsigned char*)myArena.allocate(length);
         memcpy(copy, bytes, length);
         bytes = copy;
