@@ -85,7 +85,6 @@ static int computeFlags(const ZString& className, const char* name, int nameLeng
     return flags;
 }
 
-// The method of `key`, made when it is new.
 // The string index of a name given by its bytes, up to its first zero byte;
 // a short one is terminated on the stack rather than copied to the heap.
 static int internName(const LockHolder& lock, const char* name, int length) {
@@ -96,6 +95,7 @@ static int internName(const LockHolder& lock, const char* name, int length) {
     return StringPool::getStrIDImpl(lock, buffer, false);
 }
 
+// The method of `key`, made when it is new.
 static int getByKey(const LockHolder& lock, const MethodKey& key, const ZString& className, const char* name,
                     int nameLength, bool native) {
     int* known = ourMethodKey2Index.getPtr(key);
