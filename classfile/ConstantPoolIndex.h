@@ -4,7 +4,7 @@
 // the first lookup, takes in appended entries as it goes, and lives in the
 // class's arena, so indexing a constant allocates nothing.
 // Texts, half of a pool and looked up only a few times a class, go into
-// chains by a bucket of their length and three of their bytes: a text is
+// chains by a bucket of their length and four of their bytes: a text is
 // filed with two stores, and a lookup compares the few texts of its chain.
 // Entries made of other entries (String, NameAndType, MethodRef) that were
 // read with the class join the index only when a lookup could find one of
@@ -20,7 +20,8 @@
 class ConstantPoolIndex {
 public:
     explicit ConstantPoolIndex(ClassArena* arena)
-        : myArena(arena), myTextHeads(nullptr), myTextBits(0), myTextNext(nullptr), myTextNextCapacity(0), mySlots(nullptr), myMask(0), myCount(0), myIndexedUpTo(1), myEditsSeen(0), myParsedSize(0),
+        : myArena(arena), myTextHeads(nullptr), myTextBits(0), myTextNext(nullptr), myTextNextCapacity(0),
+          mySlots(nullptr), myMask(0), myCount(0), myIndexedUpTo(1), myEditsSeen(0), myParsedSize(0),
           myCompositesIndexed(false) {}
 
     // Entries below `size` were read with the class; set once, after parsing.
