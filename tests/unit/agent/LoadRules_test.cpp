@@ -58,7 +58,7 @@ TEST(JvmRecognition, MajorVersionFromVmVersionThenSpecVersion) {
     EXPECT_EQ(17, detectJavaMajorVersion("17.0.15+6-Debian-1deb12u1", "17"));
     EXPECT_EQ(21, detectJavaMajorVersion("21+35", "21"));
     EXPECT_EQ(11, detectJavaMajorVersion("11.0.2+9", "11"));
-    // A vm.version that is no number falls back to java.vm.specification.version.
+    // A vm.version that is no number falls back to the version the JVM says it implements.
     EXPECT_EQ(9, detectJavaMajorVersion("openj9-0.9.0", "9"));
     EXPECT_EQ(0, detectJavaMajorVersion("openj9-0.9.0", "x"));
 }

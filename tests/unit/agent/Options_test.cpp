@@ -186,7 +186,9 @@ TEST(OptionsTest, PortsAndRanges) {
 
 TEST(OptionsTest, ListenValues) {
     EXPECT_EQ("'listen' is invalid: empty value", validate("listen="));
-    EXPECT_EQ(0u, validate("listen=::1").find("'listen' option no longer allows port specification"));
+    std::string listen = validate("listen=::1");
+    EXPECT_EQ(0u, listen.find("'listen' option no longer allows port"));
+    EXPECT_NE(std::string::npos, listen.find("please use the dedicated option 'port'"));
     EXPECT_EQ("'listen' is invalid: value is not a valid IP address or host name", validate("listen=a_b"));
     for (const char* good : {"listen=127.0.0.1", "listen=my-host", "listen=_ab", "listen=*"})
         EXPECT_EQ("", validate(good)) << good;
