@@ -50,9 +50,13 @@ public:
     // The same, taking ownership of a new[] array instead of copying.
     void adoptCode(unsigned char* bytes, int length);
     // A zeroed buffer for code that is to replace this attribute's, in the
-    // class's arena when there is one; adoptCodeBuffer installs it.
+    // class's arena when there is one; adoptCodeBuffer installs it, and
+    // freeCodeBuffer gives back one that is not used.
     unsigned char* allocateCodeBuffer(int length);
     void adoptCodeBuffer(unsigned char* bytes, int length);
+    void freeCodeBuffer(unsigned char* bytes) {
+        if (myArena == nullptr) delete[] bytes;
+    }
 
     int getMaxStack() const { return myMaxStack; }
     int getMaxLocals() const { return myMaxLocals; }

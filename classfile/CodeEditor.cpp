@@ -178,19 +178,19 @@ bool CodeEditor::apply() {
     sortInsertions();
     int newLength = layout();
     if (newLength > 65535) return false;
-    unsigned char* out = new unsigned char[newLength];
+    unsigned char* out = myCode->allocateCodeBuffer(newLength);
     bool fits;
     try {
         fits = emit(out, newLength);
     } catch (...) {
-        delete[] out;
+        myCode->freeCodeBuffer(out);
         throw;
     }
     if (!fits) {
-        delete[] out;
+        myCode->freeCodeBuffer(out);
         return false;
     }
-    myCode->adoptCode(out, newLength);
+    myCode->adoptCodeBuffer(out, newLength);
     myCode->remapOffsets(myBlockMap.getElements(), myInstructionMap.getElements(), myOldLength);
     myApplied = true;
     return true;

@@ -33,12 +33,6 @@ ConstantUtf8Info::ConstantUtf8Info(DataInput& in, ClassArena* arena)
     myChars = chars;
 }
 
-ConstantUtf8Info::ConstantUtf8Info(const ZString& value)
-    : ConstantPoolInfo(UTF8), myChars(nullptr), myByteLength(value.getLength()), myValue(new ZString(value)),
-      myLog(nullptr), myOwnsChars(false) {
-    myChars = myValue->c_str();
-}
-
 ConstantUtf8Info::ConstantUtf8Info(const char* chars, int length, ClassArena* arena)
     : ConstantPoolInfo(UTF8), myChars(nullptr), myByteLength(length), myValue(nullptr), myLog(nullptr),
       myOwnsChars(false) {

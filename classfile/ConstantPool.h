@@ -63,7 +63,6 @@ public:
     // points at them where they are; without one the entry owns a copy.
     ConstantUtf8Info(DataInput& in, ClassArena* arena);
     explicit ConstantUtf8Info(DataInput& in) : ConstantUtf8Info(in, nullptr) {}
-    explicit ConstantUtf8Info(const ZString& value);
     // A copy of `chars` in the arena.
     ConstantUtf8Info(const char* chars, int length, ClassArena* arena);
     ~ConstantUtf8Info() override;
