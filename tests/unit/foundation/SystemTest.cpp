@@ -193,16 +193,6 @@ TEST(Process, LiveProcessListAndDebugMessage) {
     EXPECT_TRUE(message.contains(mine)) << message.c_str();
 }
 
-TEST(EnvironmentAndPaths, Variables) {
-    ScopedEnv unset("CORVANE_TEST_VARIABLE", nullptr);
-    EXPECT_TRUE(z_getenv("CORVANE_TEST_VARIABLE").isEmpty());
-    z_setenv("CORVANE_TEST_VARIABLE", "v1");
-    EXPECT_STREQ("v1", z_getenv("CORVANE_TEST_VARIABLE").c_str());
-    char cwd[4096];
-    ASSERT_NE(nullptr, getcwd(cwd, sizeof(cwd)));
-    EXPECT_STREQ(cwd, z_getcwd().c_str());
-}
-
 TEST(EnvironmentAndPaths, UserHome) {
     {
         ScopedEnv home("CORVANE_HOME", "/opt/home");
