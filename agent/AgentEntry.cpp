@@ -5,9 +5,10 @@
 #include <cstdlib>
 
 #include "agent/AgentLoad.h"
-#include "agent/AgentState.h"
-#include "agent/Logger.h"
-#include "agent/Options.h"
+#include "agent/Wiring.h"
+#include "services/AgentState.h"
+#include "services/Logger.h"
+#include "services/Options.h"
 #include "foundation/System.h"
 
 void doExit(int code) {
@@ -38,6 +39,7 @@ extern "C" {
 
 JNIEXPORT jint JNICALL Agent_OnLoad(JavaVM* vm, char* options, void* reserved) {
     try {
+        wireAgent();
         pinLibrary();
         ZString fullOptions = getFullOptions(options);
         ourOptions.initializeLogger(fullOptions);
@@ -54,12 +56,13 @@ JNIEXPORT jint JNICALL Agent_OnLoad(JavaVM* vm, char* options, void* reserved) {
 
 JNIEXPORT jint JNICALL Agent_OnAttach(JavaVM* vm, char* options, void* reserved) {
     try {
+        wireAgent();
         pinLibrary();
         ZString fullOptions = getFullOptions(options);
         if (ourJVMTI == nullptr) ourOptions.initializeLogger(fullOptions);
         logEntry("Agent_OnAttach", options, fullOptions);
         bool alreadyLoaded = ourJVMTI != nullptr;
-        ourCapabilities |= CAP_ATTACHED;
+        ourCapabilities.add(CAPABILITY_ATTACHED_AGENT);
         int code = agentLoadImpl(vm, fullOptions);
         if (code != LOAD_OK && !alreadyLoaded) {
             disposeEnvironment(ourJVMTI);

@@ -1,11 +1,11 @@
 // The live-phase steps: agentStart (natives), agentInit (the Java half),
 // onStartProfiling, and the VMStart, VMInit and VMDeath events.
 #include "agent/AgentLoad.h"
-#include "agent/AgentState.h"
-#include "agent/JvmGlue.h"
-#include "agent/Logger.h"
+#include "services/AgentState.h"
+#include "services/JvmGlue.h"
+#include "services/Logger.h"
 #include "agent/NativeTable.h"
-#include "agent/Options.h"
+#include "services/Options.h"
 #include "foundation/System.h"
 #include "foundation/ZLock.h"
 
@@ -183,10 +183,12 @@ void JNICALL vmDeath(jvmtiEnv* jvmti, JNIEnv* env) {
         callCoreStatic(env, "runOnJvmExitTriggers");
         callCoreStatic(env, "notifyLwOnJvmExit");
         Logger::message("vmDeath: 3");
-        uint64_t allocationBits = ourStatus & 0x6002;
-        bool anyRecording = allocationBits != 0 || (ourStatus & 128) != 0 || (ourStatus & 0x100c) != 0;
+        uint64_t status = ourStatus.get();
+        uint64_t allocation = status & ALLOCATION_RECORDING_MASK;
+        bool anyRecording = allocation != 0 || (status & (MONITORS_BIT | CPU_PROFILING_MASK)) != 0;
         if (ourOptions.isOnExitSnapshot() || ourOptions.isOnExitMemory() || anyRecording) {
-            bool memory = allocationBits == 2 || allocationBits == 0x2002 || ourOptions.isOnExitMemory();
+            bool memory = allocation == ALLOCATION_RECORDING_EXACT_STACKS ||
+                          allocation == ALLOCATION_RECORDING_SAMPLED_STACKS || ourOptions.isOnExitMemory();
             jmethodID capture = env->GetStaticMethodID(ourClassCoreGlobalRef, "captureSnapshotOnExit", "(J)V");
             assertJni(env);
             env->CallStaticVoidMethod(ourClassCoreGlobalRef, capture, (jlong)(memory ? 1 : 0));

@@ -4,10 +4,10 @@
 #include <cstring>
 
 #include "agent/AgentLoad.h"
-#include "agent/AgentState.h"
-#include "agent/JvmGlue.h"
-#include "agent/Logger.h"
-#include "agent/Options.h"
+#include "services/AgentState.h"
+#include "services/JvmGlue.h"
+#include "services/Logger.h"
+#include "services/Options.h"
 #include "foundation/System.h"
 #include "foundation/ZLock.h"
 
@@ -66,19 +66,19 @@ static void requestCapabilities(jvmtiCapabilities& wanted, const jvmtiCapabiliti
     REQUEST_CAPABILITY(can_redefine_classes, true, "error: can_redefine_classes: required capability is not available");
 
     if (!potential.can_generate_exception_events) {
-        ourCapabilities |= CAP_NO_EXCEPTION_EVENTS;
+        ourCapabilities.add(CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE);
         Logger::message("can_generate_exception_events: optional capability is not available");
     } else if (ourOptions.getExceptionsMode() == EXCEPTIONS_MODE_DEFAULT && ourIsIbm) {
-        ourCapabilities |= CAP_NO_EXCEPTION_EVENTS | CAP_EXCEPTIONS_OFF_IBM;
+        ourCapabilities.add(CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE | CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE_IBM);
         Logger::message("can_generate_exception_events: disabled by default on IBM - specify startup option "
                         "\"exceptions=on\" or \"exceptions=off\" to override");
     } else if (ourOptions.getExceptionsMode() == EXCEPTIONS_MODE_DISABLED) {
-        ourCapabilities |= CAP_NO_EXCEPTION_EVENTS | CAP_EXCEPTIONS_OFF_BY_OPTION;
+        ourCapabilities.add(CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE | CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE_BY_OPTION);
         Logger::message("can_generate_exception_events: explicitly disabled with a startup option");
     } else {
         wanted.can_generate_exception_events = 1;
     }
-    if ((ourCapabilities & CAP_NO_EXCEPTION_EVENTS) && (ourCapabilities & CAP_TRACING)) {
+    if ((ourCapabilities.get() & CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE) && (ourCapabilities.get() & CAPABILITY_TRACING)) {
         ourProbe2ActivityMode.put(ZString("com.corvane.probes.builtin.CpuTracingSupport"), PROBE_ACTIVITY_MODE_ON);
     }
 
@@ -106,12 +106,12 @@ static void requestCapabilities(jvmtiCapabilities& wanted, const jvmtiCapabiliti
     if (!ourOptions.isWithDebugger() && potential.can_suspend) {
         wanted.can_suspend = 1;
     } else {
-        ourCapabilities |= CAP_NO_SUSPEND;
+        ourCapabilities.add(CAPABILITY_NO_SUSPEND);
         Logger::message(ZString("can_suspend: optional capability is not available; is_debugger=") +
                         (ourOptions.isWithDebugger() ? "1" : "0"));
     }
-    if (ourCapabilities & CAP_ASYNC_SAMPLING) wanted.can_generate_compiled_method_load_events = 1;
-    if (ourCapabilities & CAP_HEAP_SAMPLING) {
+    if (ourCapabilities.get() & CAPABILITY_ASYNC_SAMPLING) wanted.can_generate_compiled_method_load_events = 1;
+    if (ourCapabilities.get() & CAPABILITY_HEAP_SAMPLING) {
         wanted.can_generate_sampled_object_alloc_events = 1;
         Logger::message("heap_sampling: will be used instead of BCI");
     }
@@ -129,7 +129,7 @@ static void requestCapabilities(jvmtiCapabilities& wanted, const jvmtiCapabiliti
 static void setEventCallbacks(jvmtiEnv* env, const jvmtiEventCallbacks& callbacks) {
     jvmtiError error = env->SetEventCallbacks(&callbacks, 296);
     if (error == JVMTI_ERROR_NONE) return;
-    if (ourCapabilities & CAP_HEAP_SAMPLING) check_JVMTI_error(error);
+    if (ourCapabilities.get() & CAPABILITY_HEAP_SAMPLING) check_JVMTI_error(error);
     check_JVMTI_error(env->SetEventCallbacks(&callbacks, 280));
 }
 
@@ -193,16 +193,16 @@ static void setMainEventCallbacks() {
     callbacks.MonitorContendedEntered = monitorContendedEntered;
     callbacks.MonitorWait = monitorWait;
     callbacks.MonitorWaited = monitorWaited;
-    if (!(ourCapabilities & CAP_NO_EXCEPTION_EVENTS)) {
+    if (!(ourCapabilities.get() & CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE)) {
         callbacks.Exception = exception_handler;
         callbacks.ExceptionCatch = exception_catch;
     }
-    if (ourCapabilities & CAP_ASYNC_SAMPLING) {
+    if (ourCapabilities.get() & CAPABILITY_ASYNC_SAMPLING) {
         callbacks.CompiledMethodLoad = compiled_method_load;
         callbacks.CompiledMethodUnload = compiled_method_unload;
         callbacks.DynamicCodeGenerated = dynamic_code_generated;
     }
-    if (ourCapabilities & CAP_HEAP_SAMPLING) callbacks.SampledObjectAlloc = sampled_object_alloc_handler;
+    if (ourCapabilities.get() & CAPABILITY_HEAP_SAMPLING) callbacks.SampledObjectAlloc = sampled_object_alloc_handler;
     setEventCallbacks(ourJVMTI, callbacks);
 }
 
@@ -219,12 +219,12 @@ static void enableMainEvents() {
     enableEvent(JVMTI_EVENT_CLASS_FILE_LOAD_HOOK);
     enableEvent(JVMTI_EVENT_CLASS_LOAD);
     enableEvent(JVMTI_EVENT_CLASS_PREPARE);
-    if (ourCapabilities & CAP_ASYNC_SAMPLING) {
+    if (ourCapabilities.get() & CAPABILITY_ASYNC_SAMPLING) {
         enableEvent(JVMTI_EVENT_COMPILED_METHOD_LOAD);
         enableEvent(JVMTI_EVENT_COMPILED_METHOD_UNLOAD);
         enableEvent(JVMTI_EVENT_DYNAMIC_CODE_GENERATED);
     }
-    if (!(ourCapabilities & CAP_NO_EXCEPTION_EVENTS)) {
+    if (!(ourCapabilities.get() & CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE)) {
         enableEvent(JVMTI_EVENT_EXCEPTION);
         enableEvent(JVMTI_EVENT_EXCEPTION_CATCH);
     }
@@ -265,7 +265,7 @@ static int attachSteps(JavaVM* vm) {
     agentStart(env);
     if (!agentInit(env)) return LOAD_ATTACH_INIT_FAILED;
     Logger::message("on_attach: 3");
-    if (ourCapabilities & (CAP_TRACING | CAP_ALLOC_BCI)) ourJVMTI_ClassesLoadedBeforeAttach = createTaggableJVMTIEnv(false);
+    if (ourCapabilities.get() & (CAPABILITY_TRACING | CAPABILITY_ALLOC_BCI)) ourJVMTI_ClassesLoadedBeforeAttach = createTaggableJVMTIEnv(false);
     Logger::message("on_attach: 4");
     Logger::message("on_attach: 5");
     jint threadCount = 0;
@@ -326,7 +326,7 @@ int agentLoadImpl(JavaVM* vm, const ZString& fullOptions) {
     memset(&potential, 0, sizeof(potential));
     ourJVMTI->GetPotentialCapabilities(&potential);
     if (potential.can_generate_sampled_object_alloc_events) {
-        ourCapabilities |= CAP_HEAP_SAMPLING;
+        ourCapabilities.add(CAPABILITY_HEAP_SAMPLING);
         Logger::message("heap_sampling: capability is available");
     } else {
         Logger::message("heap_sampling: capability is not available");
@@ -372,7 +372,7 @@ int agentLoadImpl(JavaVM* vm, const ZString& fullOptions) {
     createTaggableEnvironments();
     setMainEventCallbacks();
     enableMainEvents();
-    check_JVMTI_error(ourJVMTI->SetNativeMethodPrefix(ourNativeMethodPrefix));
+    check_JVMTI_error(ourJVMTI->SetNativeMethodPrefix(NATIVE_METHOD_PREFIX));
 
     ZString archivePath = writeCallbackJar();
     if (archivePath.isEmpty()) return LOAD_ARCHIVE_FAILED;

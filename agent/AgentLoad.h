@@ -6,6 +6,7 @@
 #include <jvmti.h>
 
 #include "foundation/ZString.h"
+#include "services/LoadRules.h"
 
 // Exit codes of the load routine.
 enum AgentLoadResult {
@@ -25,10 +26,6 @@ enum AgentLoadResult {
     LOAD_JVM_ONLOAD_ONLY = 23,
 };
 
-// The newest Java major version admitted without `_no_java_version_check`.
-const int MAX_SUPPORTED_JAVA_MAJOR = 25;
-
-ZString getFullOptions(const char* options);
 int agentLoadImpl(JavaVM* vm, const ZString& fullOptions);
 [[noreturn]] void doExit(int code);
 
@@ -38,12 +35,6 @@ ZString writeCallbackJar();
 void agentStart(JNIEnv* env);
 bool agentInit(JNIEnv* env);
 void onStartProfiling(JNIEnv* env);
-
-// Reads the Java major version from the VM properties (0 below Java 9).
-int detectJavaMajorVersion(const ZString& vmVersion, const ZString& specVersion);
-// The JVMs refused as older than Java 7, whatever version they report.
-bool isTooOldJvm(const ZString& vendor, const ZString& vmVersion, int jvmtiVersion, bool isIbm,
-                 const ZString& classVersion);
 
 // JVMTI event handlers.
 void JNICALL vmStart(jvmtiEnv* jvmti, JNIEnv* env);

@@ -1,13 +1,19 @@
 // Where the load sequence hands over to the database and the recording
 // modes. Each joint does what its stage offers.
 #include "agent/AgentLoad.h"
-#include "agent/Logger.h"
+#include "services/Logger.h"
+#include "services/Options.h"
 #include "agent/ModeControl.h"
 #include "db/DB.h"
 #include "foundation/ZLock.h"
 
 void createDatabase(int telemetryLimit) {
-    DB::createAndInitializeDB(telemetryLimit);
+    DBSettings settings;
+    settings.myTelemetryLimit = telemetryLimit;
+    settings.mySessionName = ourOptions.getSessionName();
+    settings.mySnapshotNameFormat = ourOptions.getSnapshotNameFormat();
+    settings.myIdeProjectName = ourOptions.getInternalOption("_ide_project_name");
+    DB::createAndInitializeDB(settings);
 }
 
 void advanceGenerationOnLoad(const LockHolder& lock, const char* description) {

@@ -1,8 +1,8 @@
 // Writes the runtime class archive stored in the library to the temporary
 // folder, reusing a file that is already equal.
 #include "agent/AgentLoad.h"
-#include "agent/Logger.h"
-#include "agent/Options.h"
+#include "services/Logger.h"
+#include "services/Options.h"
 #include "foundation/System.h"
 #include <cstdio>
 #include <cstring>

@@ -2,11 +2,11 @@
 // time, status, messages, process facts and the dispatch keys. Each body runs
 // inside the boundary rule.
 #include "agent/AgentLoad.h"
-#include "agent/AgentState.h"
-#include "agent/JvmGlue.h"
-#include "agent/Logger.h"
+#include "services/AgentState.h"
+#include "services/JvmGlue.h"
+#include "services/Logger.h"
 #include "agent/NativeTable.h"
-#include "agent/Options.h"
+#include "services/Options.h"
 #include "foundation/System.h"
 #include "foundation/UptimeProvider.h"
 #include "foundation/ZLock.h"
@@ -48,11 +48,11 @@ JNIEXPORT void JNICALL NATIVE(correctUptimeMs)(JNIEnv* env, jclass, jlong etalon
 }
 
 JNIEXPORT jlong JNICALL NATIVE(getStatus)(JNIEnv* env, jclass) {
-    return (jlong)ourStatus;
+    return (jlong)ourStatus.get();
 }
 
 JNIEXPORT jlong JNICALL NATIVE(getCapabilities)(JNIEnv* env, jclass) {
-    return (jlong)ourCapabilities;
+    return (jlong)ourCapabilities.get();
 }
 
 JNIEXPORT jint JNICALL NATIVE(getPhase)(JNIEnv* env, jclass) {
@@ -146,7 +146,7 @@ JNIEXPORT jobject JNICALL NATIVE(dispatchNullable)(JNIEnv* env, jclass, jstring 
 
 }  // extern "C"
 
-static const JNINativeMethod ourAgentCoreNatives[] = {
+static const JNINativeMethod ourAgentCoreRows[] = {
     KZT_NATIVE_ROW(correctUptimeMs, "(J)V"),
     KZT_NATIVE_ROW(dispatchLong, "(Ljava/lang/String;)J"),
     KZT_NATIVE_ROW(dispatchNullable, "(Ljava/lang/String;[Ljava/lang/String;)Ljava/lang/Object;"),
@@ -166,4 +166,4 @@ static const JNINativeMethod ourAgentCoreNatives[] = {
     KZT_NATIVE_ROW(messageToStdout, "(Ljava/lang/String;)V"),
 };
 
-KZT_NATIVE_GROUP(agentCore, ourAgentCoreNatives);
+KZT_NATIVE_GROUP(ourAgentCoreNatives, ourAgentCoreRows);

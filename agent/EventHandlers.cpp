@@ -2,10 +2,11 @@
 // allocation, monitor and exception recording). Each stays within the
 // boundary rule: nothing thrown here ever reaches the JVM.
 #include "agent/AgentLoad.h"
-#include "agent/AgentState.h"
-#include "agent/Logger.h"
+#include "services/AgentState.h"
+#include "services/Logger.h"
 #include "instrumentation/Instrumentation.h"
 #include "recording/CpuTracing.h"
+#include "recording/EntryPoints.h"
 #include "recording/ThreadInfo.h"
 
 void JNICALL object_free_handler(jvmtiEnv* jvmti, jlong tag) {}
@@ -38,14 +39,14 @@ void JNICALL class_load_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jc
 
 void JNICALL class_prepare_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jclass klass) {
     try {
-        if (ourCapabilities & CAP_ASYNC_SAMPLING) {
+        if (ourCapabilities.get() & CAPABILITY_ASYNC_SAMPLING) {
             // Forces the method ids of the class into being.
             jint count = 0;
             jmethodID* methods = nullptr;
             if (jvmti->GetClassMethods(klass, &count, &methods) == JVMTI_ERROR_NONE)
                 jvmti->Deallocate((unsigned char*)methods);
         }
-        if (ourCapabilities & CAP_ALLOC_BCI) kztInitImpl(env, klass, nullptr, 0, -1, 0, 0);
+        if (ourCapabilities.get() & CAPABILITY_ALLOC_BCI) kztInitImpl(env, klass, nullptr, 0, -1, 0, 0);
     } catch (...) {
         Logger::exceptionCaught(__FILE__, __LINE__);
     }

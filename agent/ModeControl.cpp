@@ -4,11 +4,11 @@
 // outside it.
 #include "agent/ModeControl.h"
 
-#include "agent/AgentState.h"
-#include "agent/JvmGlue.h"
-#include "agent/Logger.h"
+#include "services/AgentState.h"
+#include "services/JvmGlue.h"
+#include "services/Logger.h"
 #include "agent/NativeTable.h"
-#include "agent/Options.h"
+#include "services/Options.h"
 #include "db/DB.h"
 #include "foundation/UptimeProvider.h"
 #include "instrumentation/Instrumentation.h"
@@ -61,7 +61,7 @@ static ZString startCpuProfilingImpl(JNIEnv* env, int64_t mode, const ZString* s
     {
         LockHolder lock(&ourLock, LOCK_SITE);
         CpuTracingPseudoLockScope pseudoLock(lock);
-        uint64_t running = ourStatus & CPU_PROFILING_MASK;
+        uint64_t running = ourStatus.get() & CPU_PROFILING_MASK;
         // Modes exclude each other: a second start is refused, not switched.
         if (running == CPU_CALL_COUNTING) return ZString("CPU profiling (call counting) already started");
         if (running == CPU_TRACING) return ZString("CPU profiling (tracing) already started");
@@ -78,7 +78,7 @@ static ZString startCpuProfilingImpl(JNIEnv* env, int64_t mode, const ZString* s
         CpuTracing::clearCpuDataImpl(lock);
         if (tracing) readCpuProfilingSettingsAndReloadFilters(lock, (uint64_t)mode, settings);
         else applySamplingSettingsAndReloadFilters(lock, (uint64_t)mode, samplingSettings);
-        ourStatus = (ourStatus & ~(CPU_PROFILING_MASK | SAMPLING_MODE_MASK)) | (uint64_t)mode;
+        ourStatus.set((ourStatus.get() & ~(CPU_PROFILING_MASK | SAMPLING_MODE_MASK)) | (uint64_t)mode);
         ourLastCpuProfilingMode = mode;
         ourCpuTracingGeneration = ourCpuTracingGeneration + 1;
     }
@@ -103,7 +103,7 @@ ZString startCpuProfiling(JNIEnv* env, int64_t mode, const ZString* settings) {
                  mode == (int64_t)CPU_CALL_COUNTING;
     if (!valid) return ZString("Invalid mode: ") + ZString::fromLong(mode);
     bool instrumented = mode == (int64_t)CPU_TRACING || mode == (int64_t)CPU_CALL_COUNTING;
-    if (instrumented && (ourCapabilities & CAP_TRACING) == 0) {
+    if (instrumented && (ourCapabilities.get() & CAPABILITY_TRACING) == 0) {
         return ZString(cpuModeDisplayName(mode)) + " was disabled with startup option 'disabletracing' or 'disableall'";
     }
     ZString failure = startCpuProfilingImpl(env, mode, settings);
@@ -121,12 +121,12 @@ void stopCpuProfiling(JNIEnv* env, bool force) {
     {
         LockHolder lock(&ourLock, LOCK_SITE);
         CpuTracingPseudoLockScope pseudoLock(lock);
-        running = ourStatus & CPU_PROFILING_MASK;
+        running = ourStatus.get() & CPU_PROFILING_MASK;
         if (running == 0) return;
         ourCpuProfilingStopNs = ourUptimeProvider.getUptimeNs();
         CpuTracing::stopTracingThreads(lock);
         if (running == CPU_SAMPLING) ourJavaSampling.stopSampler(lock);
-        ourStatus &= ~(CPU_PROFILING_MASK | SAMPLING_MODE_MASK);
+        ourStatus.remove(CPU_PROFILING_MASK | SAMPLING_MODE_MASK);
         if (running == CPU_TRACING || running == CPU_CALL_COUNTING) redefineCallback(env);
     }
     // Line calls of the largest methods go with tracing.
@@ -137,18 +137,15 @@ void stopCpuProfiling(JNIEnv* env, bool force) {
 // The last allocation mode started, 0 before any.
 static int64_t ourLastAllocationRecordingMode = 0;
 
-static void setModeProperties(const LockHolder& lock, JNIEnv* env, int tableMask) {
-    setLongProperty(lock, KZT_DB(), "kzt.last.allocation.recording.mode", ourLastAllocationRecordingMode);
+void setModeProperties(const LockHolder& lock, JNIEnv* env, int tableMask) {
+    KZT_DB()->setLongProperty(lock, "kzt.last.allocation.recording.mode", ourLastAllocationRecordingMode);
 }
-
-static const SnapshotParticipant ourModeControlParticipant = {nullptr, nullptr, setModeProperties};
-static const bool ourParticipantRegistered = (registerSnapshotParticipant(&ourModeControlParticipant), true);
 
 static void switchStatusBit(uint64_t bit, bool on, const char* message) {
     {
         LockHolder lock(&ourLock, LOCK_SITE);
-        if (on) ourStatus |= bit;
-        else ourStatus &= ~bit;
+        if (on) ourStatus.add(bit);
+        else ourStatus.remove(bit);
     }
     Logger::message(message);
 }
@@ -191,19 +188,19 @@ JNIEXPORT void JNICALL NATIVE(advanceGeneration)(JNIEnv* env, jclass, jstring de
 }
 
 JNIEXPORT void JNICALL NATIVE(startStackTelemetry)(JNIEnv* env, jclass) {
-    switchStatusBit(STATUS_STACK_TELEMETRY, true, "Stack telemetry started");
+    switchStatusBit(STACK_TELEMETRY, true, "Stack telemetry started");
 }
 
 JNIEXPORT void JNICALL NATIVE(stopStackTelemetry)(JNIEnv* env, jclass) {
-    switchStatusBit(STATUS_STACK_TELEMETRY, false, "Stack telemetry stopped");
+    switchStatusBit(STACK_TELEMETRY, false, "Stack telemetry stopped");
 }
 
 JNIEXPORT void JNICALL NATIVE(startExceptionProfiling)(JNIEnv* env, jclass) {
-    switchStatusBit(STATUS_EXCEPTION_TELEMETRY, true, "Exception profiling started");
+    switchStatusBit(EXCEPTION_PROFILING, true, "Exception profiling started");
 }
 
 JNIEXPORT void JNICALL NATIVE(stopExceptionProfiling)(JNIEnv* env, jclass) {
-    switchStatusBit(STATUS_EXCEPTION_TELEMETRY, false, "Exception profiling stopped");
+    switchStatusBit(EXCEPTION_PROFILING, false, "Exception profiling stopped");
 }
 
 JNIEXPORT void JNICALL NATIVE(storeTelemetryRecord)(JNIEnv* env, jclass, jintArray jconstants, jintArray jvalues,
@@ -222,7 +219,7 @@ JNIEXPORT void JNICALL NATIVE(storeTelemetryRecord)(JNIEnv* env, jclass, jintArr
     if (ourOptions.isInternalOption("_crash_in_telemetry")) {
         Logger::error("forced crash (_crash_in_telemetry)", __FILE__, __LINE__);
     }
-    bool threadStates = (ourStatus & STATUS_STACK_TELEMETRY) != 0;
+    bool threadStates = (ourStatus.get() & STACK_TELEMETRY) != 0;
     TelemetryRecord* row = ourDB->storeTelemetrySample(lock, constants, values, keys, customValues, threadStates);
     if (threadStates) sampleThreadStatesJVMTI(lock, env, row);
     KZT_NATIVE_END(env, )
@@ -230,7 +227,7 @@ JNIEXPORT void JNICALL NATIVE(storeTelemetryRecord)(JNIEnv* env, jclass, jintArr
 
 }  // extern "C"
 
-static const JNINativeMethod ourModeControlNatives[] = {
+static const JNINativeMethod ourModeControlRows[] = {
     KZT_NATIVE_ROW(advanceGeneration, "(Ljava/lang/String;)V"),
     KZT_NATIVE_ROW(clearCpuData, "()V"),
     KZT_NATIVE_ROW(startCpuProfiling, "(JLjava/lang/String;)Ljava/lang/String;"),
@@ -242,4 +239,4 @@ static const JNINativeMethod ourModeControlNatives[] = {
     KZT_NATIVE_ROW(storeTelemetryRecord, "([I[I[I[I)V"),
 };
 
-KZT_NATIVE_GROUP(modeControl, ourModeControlNatives);
+KZT_NATIVE_GROUP(ourModeControlNatives, ourModeControlRows);

@@ -1,8 +1,8 @@
 // Generations of objects: a snapshot can tell which objects were created
 // between two advances by the generation id in the upper half of each tag.
-#include "agent/AgentState.h"
-#include "agent/JvmGlue.h"
-#include "agent/Logger.h"
+#include "services/AgentState.h"
+#include "services/JvmGlue.h"
+#include "services/Logger.h"
 #include "agent/ModeControl.h"
 #include "db/DB.h"
 #include "foundation/UptimeProvider.h"

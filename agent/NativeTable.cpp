@@ -5,21 +5,19 @@
 
 #include "foundation/ZVector.h"
 
-// Filled by static constructors before any JVM call reaches the library.
-static ZVector<JNINativeMethod, 128>& groupRows() {
-    static ZVector<JNINativeMethod, 128>* rows = new ZVector<JNINativeMethod, 128>();
-    return *rows;
-}
+static ZVector<const NativeGroup*, 16>& ourGroups = *new ZVector<const NativeGroup*, 16>();
+static ZVector<JNINativeMethod, 128>& ourRows = *new ZVector<JNINativeMethod, 128>();
 
-NativeGroup::NativeGroup(const JNINativeMethod* rows, int count) {
-    for (int i = 0; i < count; i++) groupRows().push(rows[i]);
+void addNativeGroup(const NativeGroup& group) {
+    if (ourGroups.contains(&group)) return;
+    ourGroups.push(&group);
+    for (int i = 0; i < group.myCount; i++) ourRows.push(group.myRows[i]);
 }
 
 const JNINativeMethod* getAgentNativeMethods(int* count) {
-    ZVector<JNINativeMethod, 128>& rows = groupRows();
-    qsort(rows.getElements(), rows.getSize(), sizeof(JNINativeMethod), [](const void* a, const void* b) {
+    qsort(ourRows.getElements(), ourRows.getSize(), sizeof(JNINativeMethod), [](const void* a, const void* b) {
         return strcmp(((const JNINativeMethod*)a)->name, ((const JNINativeMethod*)b)->name);
     });
-    *count = rows.getSize();
-    return rows.getElements();
+    *count = ourRows.getSize();
+    return ourRows.getElements();
 }

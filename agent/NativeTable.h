@@ -1,21 +1,31 @@
-// The natives of com.corvane.runtime.Callback come in groups, one a stage,
-// each defined next to the code it serves. At registration they are merged
-// into one table sorted by name.
+// The natives of com.corvane.runtime.Callback come in groups, one for each
+// subsystem they serve, each defined next to the code of its natives. The
+// wiring adds every group at start; at registration they are merged into
+// one table sorted by name.
 #pragma once
 
 #include <jni.h>
 
-class NativeGroup {
-public:
-    NativeGroup(const JNINativeMethod* rows, int count);
+struct NativeGroup {
+    const JNINativeMethod* myRows;
+    int myCount;
 };
 
 // Defines the group `name` from a static array of JNINativeMethod rows.
-#define KZT_NATIVE_GROUP(name, rows) static NativeGroup name##NativeGroup(rows, sizeof(rows) / sizeof(rows[0]))
+#define KZT_NATIVE_GROUP(name, rows) const NativeGroup name = {rows, (int)(sizeof(rows) / sizeof(rows[0]))}
 
 // A row for Java_com_corvane_runtime_Callback_<name>.
 #define KZT_NATIVE_ROW(name, signature) \
     { (char*)#name, (char*)signature, (void*)Java_com_corvane_runtime_Callback_##name }
 
-// All rows of all groups, sorted by name; built on first use.
+// The groups.
+extern const NativeGroup ourAgentCoreNatives;        // agent/CallbackNatives.cpp
+extern const NativeGroup ourEntryPointNatives;       // agent/EntryPointNatives.cpp
+extern const NativeGroup ourModeControlNatives;      // agent/ModeControl.cpp
+extern const NativeGroup ourSnapshotNatives;         // agent/SnapshotNatives.cpp
+extern const NativeGroup ourTracingNatives;          // agent/TracingNatives.cpp
+
+// Adds a group; a group added twice counts once.
+void addNativeGroup(const NativeGroup& group);
+// All rows of all groups, sorted by name.
 const JNINativeMethod* getAgentNativeMethods(int* count);

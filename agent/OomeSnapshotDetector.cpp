@@ -1,9 +1,9 @@
 // Watches for the heap dump that the JVM itself writes on OutOfMemoryError,
 // and reports the first one.
 #include "agent/AgentLoad.h"
-#include "agent/AgentState.h"
-#include "agent/Logger.h"
-#include "agent/Options.h"
+#include "services/AgentState.h"
+#include "services/Logger.h"
+#include "services/Options.h"
 #include "db/DB.h"
 #include "foundation/System.h"
 

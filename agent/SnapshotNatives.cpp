@@ -1,8 +1,8 @@
 // The natives of snapshots and table streams: capture to a file, the live
 // table delta over a socket, and the table of captured snapshots.
-#include "agent/AgentState.h"
-#include "agent/JvmGlue.h"
-#include "agent/Logger.h"
+#include "services/AgentState.h"
+#include "services/JvmGlue.h"
+#include "services/Logger.h"
 #include "agent/NativeTable.h"
 #include "db/DB.h"
 #include "snapshot/FileBackedSocketWriter.h"
@@ -71,7 +71,7 @@ JNIEXPORT void JNICALL NATIVE(writeTables)(JNIEnv* env, jclass, jint socket, jin
 
 }  // extern "C"
 
-static const JNINativeMethod ourSnapshotNatives[] = {
+static const JNINativeMethod ourSnapshotRows[] = {
     KZT_NATIVE_ROW(addSnapshotInfo, "(Ljava/lang/String;J)V"),
     KZT_NATIVE_ROW(captureSnapshot, "(Ljava/lang/String;IJ)Ljava/lang/String;"),
     KZT_NATIVE_ROW(findSnapshot, "(Ljava/lang/String;)Z"),
@@ -79,4 +79,4 @@ static const JNINativeMethod ourSnapshotNatives[] = {
     KZT_NATIVE_ROW(writeTables, "(II[I)V"),
 };
 
-KZT_NATIVE_GROUP(snapshot, ourSnapshotNatives);
+KZT_NATIVE_GROUP(ourSnapshotNatives, ourSnapshotRows);

@@ -1,10 +1,10 @@
 // ThreadStart and ThreadEnd: each thread gets its ThreadInfo in JVMTI
 // thread-local storage for its whole life.
 #include "agent/AgentLoad.h"
-#include "agent/AgentState.h"
-#include "agent/JvmGlue.h"
-#include "agent/Logger.h"
-#include "agent/Options.h"
+#include "services/AgentState.h"
+#include "services/JvmGlue.h"
+#include "services/Logger.h"
+#include "services/Options.h"
 #include "db/DB.h"
 #include "foundation/System.h"
 #include "recording/ThreadInfo.h"

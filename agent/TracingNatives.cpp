@@ -1,5 +1,5 @@
 // Natives that ask about or adjust the calling thread's tracing state.
-#include "agent/JvmGlue.h"
+#include "services/JvmGlue.h"
 #include "agent/NativeTable.h"
 #include "recording/CpuTracing.h"
 #include "recording/ThreadInfo.h"
@@ -26,9 +26,9 @@ JNIEXPORT jboolean JNICALL NATIVE(shouldSkipThread)(JNIEnv* env, jclass) {
 
 }  // extern "C"
 
-static const JNINativeMethod ourTracingNatives[] = {
+static const JNINativeMethod ourTracingRows[] = {
     KZT_NATIVE_ROW(onUncaughtException, "()V"),
     KZT_NATIVE_ROW(shouldSkipThread, "()Z"),
 };
 
-KZT_NATIVE_GROUP(tracing, ourTracingNatives);
+KZT_NATIVE_GROUP(ourTracingNatives, ourTracingRows);

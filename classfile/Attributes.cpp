@@ -1,6 +1,6 @@
 #include "classfile/Attributes.h"
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "classfile/CodeAttribute.h"
 #include "foundation/System.h"
 
@@ -102,7 +102,7 @@ AttributeInfo* AttributeInfoReader::create(DataInput& in, ConstantPool* pool, Cl
     AttributeInfo* attribute = createByName(name, in, pool, nameIndex, length, arena);
     if (in.getPosition() - start != length) {
         delete attribute;
-        Logger::error("assertion failed", __FILE__, __LINE__);
+        failFatal("assertion failed", __FILE__, __LINE__);
     }
     return attribute;
 }

@@ -1,6 +1,6 @@
 #include "classfile/ByteCodeGenerator.h"
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "classfile/CodeAttribute.h"
 
 void ByteCodeGenerator::opU2(int op, int value) {

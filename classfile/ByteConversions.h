@@ -1,7 +1,7 @@
 // Big-endian reads and writes at an index of a code array, with checks.
 #pragma once
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 
 class ByteConversions {
 public:
@@ -48,7 +48,7 @@ public:
 
 private:
     static void check(const unsigned char* code, int index, int line) {
-        if (code == nullptr) Logger::error("assertion failed: value is NULL", "./ByteConversions.h", line);
-        if (index < 0) Logger::error("assertion failed", "./ByteConversions.h", line);
+        if (code == nullptr) failFatal("assertion failed: value is NULL", "./ByteConversions.h", line);
+        if (index < 0) failFatal("assertion failed", "./ByteConversions.h", line);
     }
 };

@@ -3,8 +3,6 @@
 #include <atomic>
 #include <new>
 
-#include "classfile/ArenaObject.h"
-
 // One spare chunk for the whole process, passed on by atomic exchange so
 // that arenas on several threads never wait for each other.
 static std::atomic<void*> ourSpareChunk{nullptr};
@@ -56,21 +54,4 @@ void ClassArena::release() {
     }
     myFree = nullptr;
     myEnd = nullptr;
-}
-
-// Each object is preceded by one word that tells where its memory came from.
-static const size_t HEADER = 8;
-static const size_t FROM_HEAP = 0x48454150;
-static const size_t FROM_ARENA = 0x4152454e;
-
-void* ArenaObject::allocate(size_t size, ClassArena* arena) {
-    char* memory = arena != nullptr ? (char*)arena->allocate(size + HEADER) : (char*)::operator new(size + HEADER);
-    *(size_t*)memory = arena != nullptr ? FROM_ARENA : FROM_HEAP;
-    return memory + HEADER;
-}
-
-void ArenaObject::release(void* p) {
-    if (p == nullptr) return;
-    char* memory = (char*)p - HEADER;
-    if (*(size_t*)memory == FROM_HEAP) ::operator delete(memory);
 }

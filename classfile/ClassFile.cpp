@@ -1,6 +1,6 @@
 #include "classfile/ClassFile.h"
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 
 ClassFile::ClassFile(DataInput& in, bool borrowBytes)
     : myMagic(0), myMajorVersion(0), myMinorVersion(0), myAccessFlags(0), myThisClass(0), mySuperClass(0),

@@ -1,6 +1,6 @@
 #include "classfile/CodeAttribute.h"
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "classfile/ClassFile.h"
 
 CodeAttribute::CodeAttribute(DataInput& in, ConstantPool* pool, int nameIndex, int length, ClassArena* arena)

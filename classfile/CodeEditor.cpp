@@ -1,6 +1,6 @@
 #include "classfile/CodeEditor.h"
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "classfile/ByteConversions.h"
 #include "classfile/OpCodes.h"
 

@@ -1,6 +1,6 @@
 #include "classfile/ConstantPool.h"
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 
 ConstantPoolInfo* ConstantPoolInfo::getEntry(const ConstantPool* pool, int index, int tag) {
     KZT_ASSERT_NOT_NULL(pool);
@@ -194,7 +194,7 @@ ConstantPoolInfo* ConstantPoolInfoReader::create(DataInput& in, ClassArena* aren
     default: {
         ZString text("Unknown Constant Pool Info tag: ");
         text.appendLong(tag);
-        Logger::message(text);
+        reportMessage(text.c_str());
         return nullptr;
     }
     }

@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "foundation/ZString.h"
 #include "foundation/ZVector.h"
 

@@ -1,6 +1,6 @@
 #include "classfile/LineNumberTableAttribute.h"
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 
 LineNumberTableAttribute::LineNumberTableAttribute(DataInput& in, int nameIndex, int length)
     : AttributeInfo(LINE_NUMBER_TABLE, nameIndex, length) {

@@ -1,6 +1,6 @@
 #include "classfile/LocalVariableTableAttribute.h"
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 
 LocalVariableTableAttribute::LocalVariableTableAttribute(Kind kind, DataInput& in, ConstantPool* pool, int nameIndex,
                                                          int length)

@@ -1,6 +1,6 @@
 #include "classfile/MethodInfo.h"
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "classfile/ClassFile.h"
 #include "classfile/CodeAttribute.h"
 

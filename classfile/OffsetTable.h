@@ -2,7 +2,7 @@
 // instruction, the position of its stored offset, and the offset's width.
 #pragma once
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "foundation/ZVector.h"
 
 class OffsetTable {

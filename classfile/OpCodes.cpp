@@ -1,6 +1,7 @@
 #include "classfile/OpCodes.h"
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
+#include "foundation/ZString.h"
 #include "classfile/ByteConversions.h"
 
 // clang-format off
@@ -45,7 +46,7 @@ namespace OpCodes {
 static void wrongOpcode(int opcode) {
     ZString text("Wrong instruction opcode found: ");
     text.appendLong(opcode);
-    Logger::error(text, __FILE__, __LINE__);
+    failFatal(text.c_str(), __FILE__, __LINE__);
 }
 
 int instructionLength(const unsigned char* code, int codeLength, int pc) {

@@ -1,6 +1,6 @@
 #include "classfile/StackMapFrame.h"
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "classfile/ClassFile.h"
 
 StackMapFrame::StackMapFrame(ClassFile* classFile, const MethodInfo* method) : myOffset(-1) {

@@ -1,6 +1,6 @@
 #include "classfile/VerificationType.h"
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "classfile/ClassFile.h"
 
 VerificationType::VerificationType(int tag, int data) : myTag(tag), myData(-1) {
@@ -44,7 +44,7 @@ VerificationType::VerificationType(const char* descriptor, int length, ClassFile
     default: {
         ZString text("unexpected java type: ");
         text.appendLong(first);
-        Logger::error(text, __FILE__, __LINE__);
+        failFatal(text.c_str(), __FILE__, __LINE__);
     }
     }
 }

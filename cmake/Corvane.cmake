@@ -1,32 +1,22 @@
-# corvane_objects(<name> <glob>...): an object library corvane_<name> from the
-# sources matching the globs. A stage with no sources yet gets no library.
-function(corvane_objects name)
-  set(sources)
-  foreach(pattern ${ARGN})
-    file(GLOB found CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/${pattern})
-    list(APPEND sources ${found})
-  endforeach()
-  if(sources)
-    add_library(corvane_${name} OBJECT ${sources})
-  endif()
-endfunction()
-
-# corvane_link_stages(<target> <stage>...): link the object libraries of the
-# given stages that exist.
-function(corvane_link_stages target)
-  foreach(stage ${ARGN})
-    if(TARGET corvane_${stage})
-      target_link_libraries(${target} PRIVATE corvane_${stage})
-    endif()
+# corvane_layer(<name> SOURCES <file>... [BELOW <layer>...]): the static
+# library corvane_<name> of one folder, built from the plain list of its
+# files. BELOW names the layers its files include; whoever links a layer gets
+# those below it too, and nothing above.
+function(corvane_layer name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;BELOW" ${ARGN})
+  add_library(corvane_${name} STATIC ${ARG_SOURCES})
+  foreach(below ${ARG_BELOW})
+    target_link_libraries(corvane_${name} PUBLIC corvane_${below})
   endforeach()
 endfunction()
 
-# corvane_unit_test(<name> [QUIET_ERRORS] STAGES <stage>...): a GoogleTest
-# binary from tests/unit/<name>/*.cpp, registered with CTest. QUIET_ERRORS
-# keeps the fatal assertions that the tests expect out of the output. Under
-# CORVANE_SANITIZE the test name gets the suffix "_asan".
+# corvane_unit_test(<layer> [QUIET_ERRORS]): a GoogleTest binary from
+# tests/unit/<layer>/*.cpp that links that layer and the layers below it,
+# registered with CTest. QUIET_ERRORS keeps the fatal assertions that the
+# tests expect out of the output. Under CORVANE_SANITIZE the test name gets
+# the suffix "_asan".
 function(corvane_unit_test name)
-  cmake_parse_arguments(ARG "QUIET_ERRORS" "" "STAGES" ${ARGN})
+  cmake_parse_arguments(ARG "QUIET_ERRORS" "" "" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/unit/${name}/*.cpp)
   if(NOT sources)
     return()
@@ -35,7 +25,7 @@ function(corvane_unit_test name)
     list(APPEND sources ${CMAKE_SOURCE_DIR}/tests/unit/QuietErrors.cpp)
   endif()
   add_executable(unit_${name} ${sources})
-  corvane_link_stages(unit_${name} ${ARG_STAGES})
+  target_link_libraries(unit_${name} PRIVATE corvane_${name})
   target_link_libraries(unit_${name} PRIVATE GTest::gtest GTest::gtest_main pthread dl)
   target_include_directories(unit_${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests)
   set(test_name unit_${name})

@@ -1,6 +1,6 @@
 #include "db/CodePointStorage.h"
 
-#include "agent/Logger.h"
+#include "services/Logger.h"
 #include "db/DB.h"
 #include "foundation/ZMap.h"
 

@@ -3,8 +3,7 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "agent/Logger.h"
-#include "agent/Options.h"
+#include "services/Logger.h"
 #include "db/EventTable.h"
 #include "foundation/System.h"
 #include "foundation/UptimeProvider.h"
@@ -80,26 +79,26 @@ DB::~DB() {
     delete myThreadFrameIndex;
 }
 
-void DB::createAndInitializeDB(int telemetryLimit) {
+void DB::createAndInitializeDB(const DBSettings& settings) {
     // A second attach keeps the database of the first.
     if (ourDB != nullptr) return;
-    DB* db = new DB(telemetryLimit);
+    DB* db = new DB(settings.myTelemetryLimit);
     ourDB = db;
     ourMethodTable = db->myMethodTable;
     ourFrameTable = db->myFrameTable;
-    db->mySessionName = ourOptions.getSessionName();
-    db->mySnapshotNameFormat = ourOptions.getSnapshotNameFormat();
+    db->mySessionName = settings.mySessionName;
+    db->mySnapshotNameFormat = settings.mySnapshotNameFormat;
 
     LockHolder lock(&ourLock, LOCK_SITE);
     if (ourCreatePseudoThreads != nullptr) ourCreatePseudoThreads(lock);
-    db->createBuiltInProperties(lock);
+    db->createBuiltInProperties(lock, settings.myIdeProjectName);
     ownLineNumberMethod = ZMethod::getByName(lock, "own", "<<own>>", "()", "void", "", false);
     ZString message("line_method: ");
     message.appendLong(ownLineNumberMethod);
     Logger::message(message);
 }
 
-void DB::createBuiltInProperties(const LockHolder& lock) {
+void DB::createBuiltInProperties(const LockHolder& lock, const ZString& ideProjectName) {
     static const char* const telemetryKeys[BUILT_IN_PROPERTY_COUNT] = {
         "telec.non.heap.memory.max.kb", "telec.unloaded.class.count", "telec.peak.thread.count",
         "telec.total.started.thread.count", "telec.deadlock.found", "telec.heap.memory.max.kb"};
@@ -122,8 +121,7 @@ void DB::createBuiltInProperties(const LockHolder& lock) {
         commandLine.append(arguments[i]);
     }
     setProperty(lock, "kzt.command.line", StringPool::getStrID(lock, commandLine));
-    setProperty(lock, "kzt.ide_project_name",
-                StringPool::getStrID(lock, ourOptions.getInternalOption("_ide_project_name")));
+    setProperty(lock, "kzt.ide_project_name", StringPool::getStrID(lock, ideProjectName));
 }
 
 DBTableBase* DB::getTable(int slot) const {
@@ -142,6 +140,11 @@ int DB::allocateEventTableId() {
 void DB::installEventTable(int id, EventTable* table) {
     KZT_ASSERT(id >= FIRST_EVENT_TABLE_ID && id <= LAST_EVENT_TABLE_ID && myEventTables[id] == nullptr);
     myEventTables[id] = table;
+}
+
+void DB::setLongProperty(const LockHolder& lock, const char* key, int64_t value) {
+    setProperty(lock, (ZString(key) + ".low").c_str(), (int32_t)(uint32_t)(uint64_t)value);
+    setProperty(lock, (ZString(key) + ".high").c_str(), (int32_t)(uint32_t)((uint64_t)value >> 32));
 }
 
 int DB::findPropertyRecordIndex(int key) {

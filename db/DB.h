@@ -67,6 +67,15 @@ typedef DBTable<CallCountRecord, ZIntChunkMap<CallCountRecord>> CallCountTable;
 typedef DBTable<AllocPointRecord, ZIntChunkMap<AllocPointRecord>> AllocPointTable;
 typedef DBTable<AllocObjectCountRecord, ZIntChunkMap<AllocObjectCountRecord>> AllocObjectCountTable;
 
+// What the database is made with: the size of the telemetry ring and the
+// texts that it keeps for the snapshot header and properties.
+struct DBSettings {
+    int myTelemetryLimit = 1;
+    ZString mySessionName;
+    ZString mySnapshotNameFormat;
+    ZString myIdeProjectName;
+};
+
 class DB {
 public:
     // Indices 1 to 6 of "properties", updated by position from telemetry.
@@ -80,7 +89,7 @@ public:
 
     // The one place that makes ourDB: tables, the pseudo threads, the
     // built-in properties and the "<<own>>" method.
-    static void createAndInitializeDB(int telemetryLimit);
+    static void createAndInitializeDB(const DBSettings& settings);
     // Made by the thread registry under ourLock while the database is set up:
     // the four pseudo threads, of which all but the first are started.
     static void (*ourCreatePseudoThreads)(const LockHolder&);
@@ -125,6 +134,8 @@ public:
 
     // Sets a property by key text; unchanged values keep their stamp.
     void setProperty(const LockHolder& lock, const char* key, int value);
+    // A 64-bit property as the two 32-bit properties key.low and key.high.
+    void setLongProperty(const LockHolder& lock, const char* key, int64_t value);
     // The row of the property with that key string index, or -1.
     int findPropertyRecordIndex(int key);
     // Stamps the "table_generation" row of a cleared table's slot.
@@ -149,7 +160,7 @@ public:
 
 private:
     void appendEventStatistics(ZString& text);
-    void createBuiltInProperties(const LockHolder& lock);
+    void createBuiltInProperties(const LockHolder& lock, const ZString& ideProjectName);
 
     DBTableBase* myTables[FIXED_TABLE_COUNT];
     // By id; ids below 32 stay empty.

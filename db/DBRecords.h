@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "foundation/ZVector.h"
-#include "snapshot/AbstractWriter.h"
+#include "foundation/AbstractWriter.h"
 
 // Method flags.
 enum : int {

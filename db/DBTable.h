@@ -7,13 +7,13 @@
 #include <cstdlib>
 #include <new>
 
-#include "agent/Logger.h"
+#include "services/Logger.h"
 #include "foundation/IndexPool.h"
 #include "foundation/ZIntChunkMap.h"
 #include "foundation/ZRollingArray.h"
 #include "foundation/ZString.h"
-#include "snapshot/AbstractWriter.h"
-#include "snapshot/Progress.h"
+#include "foundation/AbstractWriter.h"
+#include "foundation/Progress.h"
 
 class DBTableBase {
 public:

@@ -1,6 +1,6 @@
 #include "db/EventTable.h"
 
-#include "agent/Logger.h"
+#include "services/Logger.h"
 
 EventTable::EventTable(DB* database, int id, const ZString& name, const ZString& description)
     : myDatabase(database), myName(name), myId(id), myDescription(description), myMinimumRowDuration(0),

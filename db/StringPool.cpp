@@ -4,7 +4,7 @@
 #include <cstring>
 #include <new>
 
-#include "agent/Logger.h"
+#include "services/Logger.h"
 #include "db/DB.h"
 #include "db/EventTable.h"
 #include "foundation/System.h"

@@ -1,6 +1,6 @@
 #include "db/ThreadFrameIndex.h"
 
-#include "agent/Logger.h"
+#include "services/Logger.h"
 #include "db/DB.h"
 
 // 8 chunk pointers at first, 256 frames a chunk.

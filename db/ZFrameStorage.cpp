@@ -1,6 +1,6 @@
 #include "db/ZFrameStorage.h"
 
-#include "agent/Logger.h"
+#include "services/Logger.h"
 #include "db/DB.h"
 #include "foundation/ZMap.h"
 
@@ -149,4 +149,9 @@ ZString ZFrameStorage::getMethodDescription(const LockHolder& lock, int method) 
 
 ZString ZFrameStorage::getMethodDescriptionByFrame(const LockHolder& lock, int frame) {
     return getMethodDescription(lock, getMethodByFrame(frame));
+}
+
+void ZFrameStorage::resetForTests() {
+    ownLineNumberMethod = 0;
+    clearWideChildIndex();
 }

@@ -3,33 +3,12 @@
 // needs ourLock.
 #pragma once
 
-#include <jni.h>
-#include <jvmti.h>
 #include <cstdint>
 
 #include "db/CodePointStorage.h"
 #include "db/ZMethod.h"
 #include "foundation/ZLock.h"
 #include "foundation/ZString.h"
-
-// A method and a bytecode location: the key of the line caches.
-struct MethodAndLocation {
-    int32_t myMethod;
-    int64_t myLocation;
-
-    bool operator==(const MethodAndLocation& other) const {
-        return myMethod == other.myMethod && myLocation == other.myLocation;
-    }
-};
-inline int32_t zmap_hashCode(const MethodAndLocation& key) {
-    return (int32_t)((uint32_t)key.myMethod + (uint32_t)key.myLocation);
-}
-
-// One frame of an asynchronously taken stack: a line or location, and the method.
-struct AsyncCallFrame {
-    jint myLineOrLocation;
-    jmethodID myMethodId;
-};
 
 // The "<<own>>" pseudo method. A stack ends with a frame of it whose line is
 // where the top frame stood, so that the lines of the top frame don't split
@@ -58,20 +37,6 @@ public:
     static ZString getStackTraceByFrame(const LockHolder& lock, int frame);
     static ZString getMethodDescription(const LockHolder& lock, int method);
     static ZString getMethodDescriptionByFrame(const LockHolder& lock, int frame);
-
-    // ---- Through JVMTI ----
-    // The line at `location`, 0 when unknown; cached, lineless answers too.
-    static int getLineNumber(const LockHolder& lock, jmethodID methodId, int method, jlocation location);
-    // The method index of a JVM method, interned on first sight.
-    static int getMethodById(const LockHolder& lock, JNIEnv* env, jmethodID methodId);
-    // A sampled stack as a frame: bottom up, invisible methods skipped, each
-    // call placed at its caller's line, and the own-line frame on top.
-    static int fillCurrentFrameJVMTIForSampling(const LockHolder& lock, JNIEnv* env, const jvmtiStackInfo& stack);
-    // The same for (location, method id) frames; null ids are skipped.
-    static int fillCurrentFrameForAsyncSampling(const LockHolder& lock, JNIEnv* env, int count,
-                                                AsyncCallFrame* frames);
-    // The same walk for heap roots, skipping nothing; every method must resolve.
-    static int fillCurrentFrameJvmtiForRoots(const LockHolder& lock, JNIEnv* env, const jvmtiStackInfo& stack);
 
     static void resetForTests();
     // Forgets the hash index of wide parents; with the frame table only.

@@ -3,14 +3,12 @@
 #include <cstdlib>
 #include <new>
 
-#include "agent/Logger.h"
+#include "services/Logger.h"
 #include "db/DB.h"
 #include "db/RecentTexts.h"
 #include "db/SignatureNames.h"
 #include "foundation/ZMap.h"
 
-const char* const NATIVE_METHOD_PREFIX = "$$KZT$$";
-const char* const CALLBACK_CLASS_NAME = "com.corvane.runtime.Callback";
 
 void (*ZMethod::ourApplyFilters)(const LockHolder&, int, MethodRecord*) = nullptr;
 
@@ -74,7 +72,7 @@ static bool isProbeCallbackName(const char* name, int length) {
 
 static int computeFlags(const ZString& className, const char* name, int nameLength, bool native) {
     int flags = 0;
-    if (className.equals(CALLBACK_CLASS_NAME) || textStartsWith(name, nameLength, NATIVE_METHOD_PREFIX)) {
+    if (className.equals(CALLBACK_CLASS_DOTTED) || textStartsWith(name, nameLength, NATIVE_METHOD_PREFIX)) {
         flags |= METHOD_FLAG_INVISIBLE;
     }
     if (native) flags |= METHOD_FLAG_NATIVE;

@@ -7,11 +7,8 @@
 #include "db/DBRecords.h"
 #include "foundation/ZLock.h"
 #include "foundation/ZString.h"
+#include "services/SharedConstants.h"
 
-// Names of native methods that the agent wrapped begin with this.
-extern const char* const NATIVE_METHOD_PREFIX;
-// The class of the agent's own callbacks: invisible in stacks.
-extern const char* const CALLBACK_CLASS_NAME;
 
 class ZMethod {
 public:

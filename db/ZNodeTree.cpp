@@ -2,13 +2,10 @@
 
 #include <cstring>
 
-#include "agent/AgentState.h"
-#include "agent/JvmGlue.h"
-#include "agent/Logger.h"
 #include "db/DB.h"
 
 ZNodeTree::ZNodeTree()
-    : myLineCache(1024), myCodePointCache(1024), myAllocCounterCache(1024), myMethodCache(1024), myNodes(nullptr),
+    : myCodePointCache(1024), myAllocCounterCache(1024), myNodes(nullptr),
       myCapacity(0), myFreshCursor(1), myRescanCursor(1), myVmStartNode(-1), myUnknownAllocatorNode(-1) {
     // Nobody else sees the tree yet: the first array needs no lock.
     myNodes = new ZNode[INITIAL_CAPACITY];
@@ -81,20 +78,6 @@ static long codePointKey(int method, int line) {
     return (long)(((uint64_t)(uint32_t)line << 32) | (uint32_t)method);
 }
 
-// The private cache first; on a miss the shared storage, under the lock.
-template <typename K, typename Compute>
-static int lookupCached(ZMap<K, int>& cache, const K& key, Compute compute) {
-    int* known = cache.getPtr(key);
-    if (known != nullptr) return *known;
-    int value;
-    {
-        LockHolder lock(&ourLock, LOCK_SITE);
-        value = compute(lock);
-    }
-    cache.put(key, value);
-    return value;
-}
-
 int ZNodeTree::getCodePoint(int method, int line) {
     int encoded = CodePointStorage::tryEncodeWithoutTable(method, line);
     if (encoded != 0) return encoded;
@@ -103,74 +86,9 @@ int ZNodeTree::getCodePoint(int method, int line) {
     });
 }
 
-int ZNodeTree::getLineNumber(jmethodID methodId, int method, jlocation location) {
-    if (location < 0) return 0;
-    MethodAndLocation key = {method, (int64_t)location};
-    return lookupCached(myLineCache, key, [&](const LockHolder& lock) {
-        return ZFrameStorage::getLineNumber(lock, methodId, method, location);
-    });
-}
-
-int ZNodeTree::getMethodById(JNIEnv* env, jmethodID methodId) {
-    return lookupCached(myMethodCache, methodId, [&](const LockHolder& lock) {
-        return ZFrameStorage::getMethodById(lock, env, methodId);
-    });
-}
-
-int ZNodeTree::readCurrentStack(int maxDepth) {
-    jint count = 0;
-    check_JVMTI_error(ourJVMTI->GetStackTrace(nullptr, 0, maxDepth, myFrameBuffer, &count));
-    return count;
-}
-
-int ZNodeTree::fillCurrentNodeJvmti_notForTracing_noOwnLine(JNIEnv* env, int* lastLine) {
-    int count = readCurrentStack(MAX_STACK_DEPTH);
-    int node = 0;
-    int line = 0;
-    for (int i = count - 1; i >= 0; i--) {
-        jmethodID methodId = myFrameBuffer[i].method;
-        int method = getMethodById(env, methodId);
-        if ((ZMethod::getFlags(method) & METHOD_FLAG_INVISIBLE) != 0) continue;
-        node = getChildNode(node, getCodePoint(method, line));
-        line = getLineNumber(methodId, method, myFrameBuffer[i].location);
-    }
-    *lastLine = line;
-    return node;
-}
-
-int ZNodeTree::fillCurrentNodeJvmti_notForTracing_withOwnLine(JNIEnv* env) {
-    int line = 0;
-    int node = fillCurrentNodeJvmti_notForTracing_noOwnLine(env, &line);
-    return tryGetOwnLineChildNode(node, line);
-}
-
-int ZNodeTree::fillCurrentNodeJvmti_forTracing(JNIEnv* env, bool lines) {
-    int count = readCurrentStack(MAX_STACK_DEPTH);
-    int node = 0;
-    int line = 0;
-    for (int i = count - 1; i >= 0; i--) {
-        jmethodID methodId = myFrameBuffer[i].method;
-        int method = getMethodById(env, methodId);
-        int flags = ZMethod::getFlags(method);
-        if ((flags & (METHOD_FLAG_TRACED | METHOD_FLAG_EXCLUDED | METHOD_FLAG_INVISIBLE)) != METHOD_FLAG_TRACED) {
-            line = 0;
-            continue;
-        }
-        node = getChildNode(node, getCodePoint(method, line));
-        line = lines ? getLineNumber(methodId, method, myFrameBuffer[i].location) : 0;
-    }
-    return node;
-}
-
 int ZNodeTree::tryGetOwnLineChildNode(int node, int line) {
     if (node <= 0 || line <= 0) return node;
     return getChildNode(node, getCodePoint(ownLineNumberMethod, line));
-}
-
-int ZNodeTree::getTopMethodIndex(JNIEnv* env) {
-    jint count = 0;
-    if (ourJVMTI->GetStackTrace(nullptr, 0, 1, myFrameBuffer, &count) != JVMTI_ERROR_NONE || count < 1) return 0;
-    return getMethodById(env, myFrameBuffer[0].method);
 }
 
 int ZNodeTree::getPseudoMethodNode(const char* name) {

@@ -5,11 +5,10 @@
 // to reach the shared tables, and to grow the node array.
 #pragma once
 
-#include <jni.h>
-#include <jvmti.h>
 #include <cstdint>
 
 #include "db/ZFrameStorage.h"
+#include "foundation/ZLock.h"
 #include "foundation/ZMap.h"
 
 struct ZNode {
@@ -38,44 +37,42 @@ public:
     int getCapacity() const { return myCapacity; }
 
     int getCodePoint(int method, int line);
-    int getLineNumber(jmethodID methodId, int method, jlocation location);
-    int getMethodById(JNIEnv* env, jmethodID methodId);
     // Allocation counters by (method, line) key, kept by allocation recording.
     ZMap<long, long>& getAllocCounterCache() { return myAllocCounterCache; }
 
-    // The current thread's stack, bottom up, invisible methods skipped;
-    // `lastLine` gets the line of the top frame.
-    int fillCurrentNodeJvmti_notForTracing_noOwnLine(JNIEnv* env, int* lastLine);
-    // The same with the own-line node on top.
-    int fillCurrentNodeJvmti_notForTracing_withOwnLine(JNIEnv* env);
-    // Only methods instrumented for tracing and not excluded; with `lines`
-    // false every line is 0. No own-line node.
-    int fillCurrentNodeJvmti_forTracing(JNIEnv* env, bool lines);
     // The own-line child when node and line are both above 0, else the node.
     int tryGetOwnLineChildNode(int node, int line);
-    // The method of the top frame, 0 on failure.
-    int getTopMethodIndex(JNIEnv* env);
 
     // Children of the root for the pseudo methods of allocation recording.
     int getVmStartNode();
     int getUnknownAllocatorNode();
 
+    // A thread's private cache first; on a miss `compute` runs under ourLock
+    // and its answer is kept.
+    template <typename K, typename Compute>
+    static int lookupCached(ZMap<K, int>& cache, const K& key, Compute compute) {
+        int* known = cache.getPtr(key);
+        if (known != nullptr) return *known;
+        int value;
+        {
+            LockHolder lock(&ourLock, LOCK_SITE);
+            value = compute(lock);
+        }
+        cache.put(key, value);
+        return value;
+    }
+
 private:
     int allocateFreeNode();
     void grow();
-    // GetStackTrace of the current thread into the buffer; the frame count.
-    int readCurrentStack(int maxDepth);
     int getPseudoMethodNode(const char* name);
 
-    ZMap<MethodAndLocation, int> myLineCache;
     ZMap<long, int> myCodePointCache;
     ZMap<long, long> myAllocCounterCache;
-    ZMap<jmethodID, int> myMethodCache;
     ZNode* myNodes;
     int32_t myCapacity;
     int32_t myFreshCursor;
     int32_t myRescanCursor;
-    jvmtiFrameInfo myFrameBuffer[MAX_STACK_DEPTH];
     int32_t myVmStartNode;
     int32_t myUnknownAllocatorNode;
 };

@@ -1,13 +1,8 @@
 #include <cstring>
 
-#include "agent/Logger.h"
 #include "foundation/ZLock.h"
 #include "foundation/ZMap.h"
 #include "foundation/ZStringSet.h"
-
-void zmapFail(int line) {
-    Logger::error("assertion failed", "ZMap", line);
-}
 
 int32_t zmap_hashCode(const char* key) {
     if (key == nullptr) return 0;

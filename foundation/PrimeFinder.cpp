@@ -1,6 +1,6 @@
 #include "foundation/PrimeFinder.h"
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 
 const int PrimeFinder::PRIME_CAPACITIES[PrimeFinder::PRIME_CAPACITIES_COUNT] = {
     3, 5, 7, 11, 17, 23, 31, 37, 43, 47,
@@ -50,8 +50,8 @@ int PrimeFinder::binary_search(int n) {
 int PrimeFinder::nextPrime(int n) {
     int at = binary_search(n);
     if (at < 0) at = ~at;
-    if (at >= PRIME_CAPACITIES_COUNT) Logger::error("assertion failed", "PrimeFinder", __LINE__);
+    if (at >= PRIME_CAPACITIES_COUNT) failFatal("assertion failed", "PrimeFinder", __LINE__);
     int prime = PRIME_CAPACITIES[at];
-    if (prime < 1) Logger::error("assertion failed", "PrimeFinder", __LINE__);
+    if (prime < 1) failFatal("assertion failed", "PrimeFinder", __LINE__);
     return prime;
 }

@@ -4,7 +4,7 @@
 #include "foundation/ZLock.h"
 #include "foundation/ZVector.h"
 
-[[noreturn]] void zmapFail(int line);
+#include "foundation/Failure.h"
 
 template <typename T>
 class SynchronizedQueue {

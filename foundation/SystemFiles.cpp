@@ -7,7 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "foundation/System.h"
 
 FILE* z_fopen(const char* path, const char* mode) {

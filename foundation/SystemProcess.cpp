@@ -7,7 +7,7 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "foundation/System.h"
 
 static ZString procPath(int pid, const char* entry) {

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <sys/socket.h>
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "foundation/System.h"
 
 static const int MAX_EMPTY_SENDS = 5;
@@ -18,14 +18,14 @@ bool z_send(int socket, const void* buffer, int length) {
         if (sent < 0) {
             int error = errno;
             if (error == EINTR) continue;
-            Logger::message(ZString("error: send failed: ") + getLastSocketErrorText(error));
+            reportMessage((ZString("error: send failed: ") + getLastSocketErrorText(error)).c_str());
             return false;
         }
         if (sent == 0) {
             if (++emptySends >= MAX_EMPTY_SENDS) {
                 ZString text("error: send failed; send attempts: ");
                 text.appendLong(emptySends);
-                Logger::message(text);
+                reportMessage(text.c_str());
                 return false;
             }
             continue;

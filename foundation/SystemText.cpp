@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "foundation/System.h"
 
 // Only "*" is special; a run of them acts as one. Characters compare as

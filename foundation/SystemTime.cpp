@@ -4,7 +4,7 @@
 #include <ctime>
 #include <sys/time.h>
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "foundation/System.h"
 
 static std::atomic<int64_t> ourLastTimeNs(0);

@@ -1,6 +1,6 @@
 #include "foundation/UptimeProvider.h"
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "foundation/System.h"
 
 UptimeProvider ourUptimeProvider;
@@ -12,11 +12,11 @@ int64_t UptimeProvider::getUptimeNs() const {
 }
 
 void UptimeProvider::correctUptimeMs(const LockHolder&, int64_t etalonMs) {
-    Logger::message("Uptime correction will be performed (it's the last log entry with non-corrected timestamp)...");
+    reportMessage("Uptime correction will be performed (it's the last log entry with non-corrected timestamp)...");
     int64_t diffMs = etalonMs - getUptimeMs();
     // Uptime only ever jumps forward.
     if (diffMs > 0) myOriginNs -= diffMs * 1000000;
     ZString text("Uptime corrected: etalon=");
     text.appendLong(etalonMs).append("ms diff=").appendLong(diffMs).append("ms");
-    Logger::message(text);
+    reportMessage(text.c_str());
 }

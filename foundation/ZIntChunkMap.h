@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
-[[noreturn]] void zmapFail(int line);
+#include "foundation/Failure.h"
 
 template <typename T>
 class ZIntChunkMap {

@@ -7,7 +7,7 @@
 
 #include "foundation/PrimeFinder.h"
 
-[[noreturn]] void zmapFail(int line);
+#include "foundation/Failure.h"
 
 // Key hashing and equality. Further key types add overloads next to their
 // own definition.

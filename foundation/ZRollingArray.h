@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-[[noreturn]] void zmapFail(int line);
+#include "foundation/Failure.h"
 
 template <typename T>
 class ZRollingArray {

@@ -3,12 +3,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "agent/Logger.h"
 #include "foundation/ZVector.h"
-
-void zstringFail(int line) {
-    Logger::error("assertion failed", "ZString", line);
-}
 
 template <typename C>
 static int textLength(const C* text) {
@@ -462,8 +457,4 @@ long long parseLongSafe(const ZString& text) {
     return negative ? (long long)(0ULL - value) : (long long)value;
 }
 
-void zvectorFail(const char* label, int a, int b) {
-    ZString text("op=");
-    text.append(label).appendChar(' ').appendLong(a).appendChar(' ').appendLong(b);
-    Logger::error(text, "ZVector", 0);
-}
+

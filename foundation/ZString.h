@@ -8,7 +8,7 @@
 template <typename T, int N> class ZVector;
 template <typename T> class ZVectorSafe;
 
-[[noreturn]] void zstringFail(int line);
+#include "foundation/Failure.h"
 
 // h = h * 31 + c over `length` signed characters, in 32 bits; 0 when empty.
 int32_t hashText31(const char* chars, int length);

@@ -58,8 +58,6 @@ private:
     V absent;
 };
 
-[[noreturn]] void zmapFail(int line);
-
 template <typename V>
 int ZStringMap<V>::checkCapacity(int capacity) {
     if (capacity < 1) zmapFail(__LINE__);

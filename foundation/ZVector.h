@@ -7,9 +7,7 @@
 #include <cstring>
 #include <type_traits>
 
-#include "foundation/ZString.h"
-
-[[noreturn]] void zvectorFail(const char* label, int a, int b);
+#include "foundation/Failure.h"
 
 template <typename T, int N = 10>
 class ZVector {

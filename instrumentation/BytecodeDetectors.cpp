@@ -1,6 +1,6 @@
 #include "instrumentation/BytecodeDetectors.h"
 
-#include "agent/Logger.h"
+#include "services/Logger.h"
 #include "classfile/ByteConversions.h"
 #include "classfile/OpCodes.h"
 

@@ -1,10 +1,10 @@
 // The Callback class as the modes want it: the bodies of its four public
 // stubs are replaced by private variants of the same class, and the class is
 // redefined. Application classes are never touched for a mode change.
-#include "agent/AgentState.h"
-#include "agent/JvmGlue.h"
-#include "agent/Logger.h"
-#include "agent/Options.h"
+#include "services/AgentState.h"
+#include "services/JvmGlue.h"
+#include "services/Logger.h"
+#include "services/Options.h"
 #include "classfile/ClassFile.h"
 #include "foundation/System.h"
 #include "instrumentation/EmbeddedClass.h"
@@ -13,14 +13,6 @@
 EmbeddedClass ourCallbackBytecode = {nullptr, 0};
 EmbeddedClass ourMethodListenerProbeBytecode = {nullptr, 0};
 
-enum : uint64_t {
-    CPU_MODE_MASK = 0x100c,
-    CPU_TRACING = 0xc,
-    CPU_CALL_COUNTING = 0x1004,
-    ALLOCATION_MODE_MASK = 0x6002,
-    ALLOCATION_OBJECT_COUNTING = 0x4002,
-    ALLOCATION_RECORDING_BIT = 0x2,
-};
 
 void loadEmbeddedClass(const EmbeddedClass& embedded, const char* relativePath, ZVector<unsigned char, 10>& bytes) {
     ZString agentClassPath = ourOptions.getInternalOption("_agent_cp");
@@ -45,13 +37,13 @@ void copyMethodBody(ClassFile* classFile, const char* target, const char* source
 
 void buildRedefinedCallback(uint64_t status, int factor, bool adaptive, bool lines, ZVector<unsigned char, 10>& result) {
     ZVector<unsigned char, 10> bytes;
-    loadEmbeddedClass(ourCallbackBytecode, "com/corvane/runtime/Callback.class", bytes);
+    loadEmbeddedClass(ourCallbackBytecode, (ZString(CALLBACK_CLASS) + ".class").c_str(), bytes);
     DataInput in(bytes);
     ClassFile cf(in);
     KZT_ASSERT(!cf.isInvalid());
 
     ZString factorText = ZString::fromLong(factor);
-    uint64_t cpuMode = status & CPU_MODE_MASK;
+    uint64_t cpuMode = status & CPU_PROFILING_MASK;
     if (cpuMode == CPU_CALL_COUNTING) {
         // A counted method costs one increment; its exit stays empty.
         copyMethodBody(&cf, "kztMethodEntry", (ZString("methodEntry_CF") + factorText).c_str(), "(IJ)J");
@@ -61,9 +53,9 @@ void buildRedefinedCallback(uint64_t status, int factor, bool adaptive, bool lin
         copyMethodBody(&cf, "kztMethodExit", (ZString("methodExit") + suffix).c_str(), "(IJ)V");
         if (lines) copyMethodBody(&cf, "kztMethodLine", "methodLine", "(IJ)V");
     }
-    uint64_t allocationMode = status & ALLOCATION_MODE_MASK;
+    uint64_t allocationMode = status & ALLOCATION_RECORDING_MASK;
     const char* initDescriptor = "(Ljava/lang/Object;IISJ)I";
-    if (allocationMode == ALLOCATION_OBJECT_COUNTING) {
+    if (allocationMode == ALLOCATION_RECORDING_OBJECT_COUNTING) {
         copyMethodBody(&cf, "kztInit", (ZString("init_CF") + factorText).c_str(), initDescriptor);
     } else if ((status & ALLOCATION_RECORDING_BIT) != 0) {
         copyMethodBody(&cf, "kztInit", "init_A", initDescriptor);
@@ -75,12 +67,12 @@ void buildRedefinedCallback(uint64_t status, int factor, bool adaptive, bool lin
 
 void redefineCallback(JNIEnv* env) {
     LockHolder holder(&ourLock, LOCK_SITE);
-    jclass callbackClass = findClass(env, "com/corvane/runtime/Callback");
+    jclass callbackClass = findClass(env, CALLBACK_CLASS);
     int factor = ourCountingJoint.getFactor();
     bool adaptive = ourRecordingJoint.isAdaptiveTracing();
     bool lines = !ourOptions.isInternalOption("_tracing_disable_lines") && ourRecordingJoint.canSetLineNumbers();
     ZVector<unsigned char, 10> written(4096);
-    buildRedefinedCallback(ourStatus, factor, adaptive, lines, written);
+    buildRedefinedCallback(ourStatus.get(), factor, adaptive, lines, written);
 
     unsigned char* bytes = allocate(written.getSize());
     memcpy(bytes, written.getElements(), written.getSize());
@@ -107,4 +99,25 @@ bool patchTemplateClass(const ZVectorSafe<ZString>& from, const ZVectorSafe<ZStr
     DataOutput out(result);
     cf.writeClass(out);
     return true;
+}
+
+jbyteArray patchTemplateClassImpl(JNIEnv* env, jobjectArray macroAndValuePairs) {
+    if (macroAndValuePairs == nullptr) {
+        throwException(env, "macroAndValuePairs is null");
+        return nullptr;
+    }
+    ZVectorSafe<ZString> pairs;
+    fillStringVectorFromJArray(env, macroAndValuePairs, pairs);
+    ZVectorSafe<ZString> from;
+    ZVectorSafe<ZString> to;
+    for (int i = 0; i + 1 < pairs.getSize(); i += 2) {
+        from.push(pairs[i]);
+        to.push(pairs[i + 1]);
+    }
+    ZVector<unsigned char, 10> written(4096);
+    if (!patchTemplateClass(from, to, written)) {
+        throwException(env, "method listener template is invalid");
+        return nullptr;
+    }
+    return newJByteArray(env, written.getElements(), written.getSize());
 }

@@ -5,10 +5,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "agent/AgentState.h"
-#include "agent/JvmGlue.h"
-#include "agent/Logger.h"
-#include "agent/Options.h"
+#include "services/AgentState.h"
+#include "services/JvmGlue.h"
+#include "services/Logger.h"
+#include "services/Options.h"
 #include "classfile/ClassFile.h"
 #include "db/DB.h"
 #include "db/SignatureNames.h"
@@ -197,8 +197,8 @@ void classFileLoadHookHandlerImpl(const LockHolder& lock, const ZString& name, i
     }
 
     bool disabledProbe = ourProbeJoint.isDisabledProbeClass != nullptr && ourProbeJoint.isDisabledProbeClass(lock, name);
-    bool withTracing = (ourCapabilities & CAP_TRACING) != 0;
-    bool withAllocation = (ourCapabilities & CAP_ALLOC_BCI) != 0;
+    bool withTracing = (ourCapabilities.get() & CAPABILITY_TRACING) != 0;
+    bool withAllocation = (ourCapabilities.get() & CAPABILITY_ALLOC_BCI) != 0;
     if (!withTracing && !withAllocation && !disabledProbe && !wrapNatives) {
         bool probeWanted = ourProbeJoint.isAnyProbeApplicable != nullptr && ourProbeJoint.isAnyProbeApplicable(lock, name, fullName);
         if (!probeWanted) return;
@@ -305,7 +305,7 @@ static bool shouldWrapNatives(jvmtiEnv* jvmti, jclass classBeingRedefined, const
         if (jvmti->GetMethodModifiers(methods.get()[i], &modifiers) != JVMTI_ERROR_NONE || (modifiers & 0x100) == 0) continue;
         JvmtiMemory<char> methodName;
         if (jvmti->GetMethodName(methods.get()[i], methodName.out(), nullptr, nullptr) != JVMTI_ERROR_NONE) continue;
-        wrap = methodName.get() != nullptr && strstr(methodName.get(), ourNativeMethodPrefix) != nullptr;
+        wrap = methodName.get() != nullptr && strstr(methodName.get(), NATIVE_METHOD_PREFIX) != nullptr;
     }
     if (verbose) Logger::message(ZString("h_w_m: redefining ") + name + ": shouldWrap=" + (wrap ? "true" : "false"));
     return wrap;

@@ -1,6 +1,6 @@
 // Class files kept in the library: the Callback class, base of every
-// redefinition of its stubs, and the method listener probe template. The
-// build registers their bytes at library load.
+// redefinition of its stubs, and the method listener probe template. Their
+// bytes are handed over at start.
 #pragma once
 
 #include "foundation/ZVector.h"
@@ -12,14 +12,6 @@ struct EmbeddedClass {
 
 extern EmbeddedClass ourCallbackBytecode;
 extern EmbeddedClass ourMethodListenerProbeBytecode;
-
-class EmbeddedClassRegistration {
-public:
-    EmbeddedClassRegistration(EmbeddedClass& target, const unsigned char* bytes, int length) {
-        target.myBytes = bytes;
-        target.myLength = length;
-    }
-};
 
 // A copy of the class: with the internal option `_agent_cp`, the file
 // `relativePath` below that folder (for working on the runtime without a

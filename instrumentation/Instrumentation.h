@@ -85,17 +85,5 @@ void copyMethodBody(ClassFile* classFile, const char* target, const char* source
 bool patchTemplateClass(const ZVectorSafe<ZString>& from, const ZVectorSafe<ZString>& to,
                         ZVector<unsigned char, 10>& result);
 
-// ---- entry points ----
-
-// Allocation of one object as seen by injected code (cachedFrame, class
-// pseudo method, line) or by the JVM's events (-1, 0, 0). Returns the new
-// cached frame.
-jint kztInitImpl(JNIEnv* env, jobject object, jclass klass, jlong size, jint cachedFrame, jint classMethodId,
-                 jint line);
-
-// The work of the natives kztMethodEntry0, kztMethodExit0, kztMethodLine0
-// and patchTemplateClass; the JNI shells stand in the agent's native table.
-jlong kztMethodEntryImpl(JNIEnv* env, jint methodId);
-void kztMethodExitImpl(JNIEnv* env, jint methodId, jlong entryResult);
-void kztMethodLineImpl(JNIEnv* env, jint line);
+// The work of the native patchTemplateClass.
 jbyteArray patchTemplateClassImpl(JNIEnv* env, jobjectArray macroAndValuePairs);

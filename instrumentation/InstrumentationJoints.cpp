@@ -10,8 +10,7 @@ static int64_t unreadAllocCounter(const LockHolder&, int, int) { return (int64_t
 static int defaultFactor() { return 8; }
 static bool adaptiveByDefault() { return true; }
 static bool noLineStores() { return false; }
-static jlong nothingCounted() { return 0; }
 
 ProbeJoint ourProbeJoint = {nullptr, nullptr, nullptr, nullptr};
 CountingJoint ourCountingJoint = {unreadCallCounter, unreadAllocCounter, defaultFactor};
-RecordingJoint ourRecordingJoint = {adaptiveByDefault, noLineStores, nullptr, nothingCounted, nothingCounted};
+RecordingJoint ourRecordingJoint = {adaptiveByDefault, noLineStores};

@@ -1,8 +1,7 @@
-// What the class load hook, the patcher and the entry points ask of stages
-// that are built on top of this one (probes, counting support, allocation
-// recording, mode control). Each stage installs its functions when it starts;
-// until then every joint answers as if that stage had nothing to say, so the
-// instrumentation works on its own.
+// What the class load hook and the patcher ask of the layers above them
+// (probes, counting support, tracing). The agent's wiring installs their
+// functions at start; until then every joint answers as if that layer had
+// nothing to say, so the instrumentation works on its own.
 #pragma once
 
 #include <jni.h>
@@ -41,12 +40,6 @@ struct RecordingJoint {
     bool (*isAdaptiveTracing)();
     // Injected code may store lines through Unsafe.
     bool (*canSetLineNumbers)();
-    // The recording of one object, past the first decisions of kztInitImpl.
-    jint (*recordAllocation)(JNIEnv* env, jobject object, jclass klass, jlong size, jint cachedFrame, jint classMethodId,
-                             jint line);
-    // Objects and bytes that the agent counted itself.
-    jlong (*getNativeAllocationCount)();
-    jlong (*getTotalCreatedObjectSize)();
 };
 
 extern ProbeJoint ourProbeJoint;

@@ -4,9 +4,9 @@
 // offset map, the second assembles the new code. Injected sequences are
 // straight-line and of fixed length, so no stack map frame is ever added;
 // frames, exception table, line and variable tables follow through the map.
-#include "agent/AgentState.h"
-#include "agent/Logger.h"
-#include "agent/Options.h"
+#include "services/AgentState.h"
+#include "services/Logger.h"
+#include "services/Options.h"
 #include "classfile/ByteConversions.h"
 #include "classfile/ClassFile.h"
 #include "classfile/OffsetTable.h"
@@ -538,7 +538,7 @@ bool instrumentForTracingAndAllocationImpl(ClassContext& c, int methodId, int li
 
     bool withLines = !c.options.disableLines && lineTable != nullptr && lineRef != -1;
     if (length >= c.options.largeMethodThreshold && withLines && !c.name->equals("<clinit>", 8)) {
-        bool tracingOn = (ourStatus & 0x100c) == 12;
+        bool tracingOn = (ourStatus.get() & CPU_PROFILING_MASK) == CPU_TRACING;
         if (!shouldNeverRetransform(c.fullName)) {
             ourClassesWithLargeMethods.add(c.fullName);
             logLargeMethod(c, length, tracingOn);

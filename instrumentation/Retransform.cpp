@@ -6,10 +6,10 @@
 #include <cstring>
 #include <unistd.h>
 
-#include "agent/AgentState.h"
-#include "agent/JvmGlue.h"
-#include "agent/Logger.h"
-#include "agent/Options.h"
+#include "services/AgentState.h"
+#include "services/JvmGlue.h"
+#include "services/Logger.h"
+#include "services/Options.h"
 #include "db/SignatureNames.h"
 #include "instrumentation/Instrumentation.h"
 

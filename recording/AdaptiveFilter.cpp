@@ -1,8 +1,8 @@
 // The adaptive filter: watches exits as they are played and takes cheap,
 // hot methods out of tracing, together with everything they call. The
 // expensive test runs once in 32768 calls of a method.
-#include "agent/Logger.h"
-#include "agent/Options.h"
+#include "services/Logger.h"
+#include "services/Options.h"
 #include "db/DB.h"
 #include "foundation/System.h"
 #include "foundation/UptimeProvider.h"

@@ -4,7 +4,6 @@
 #include "recording/SamplingSettings.h"
 #include "recording/TracingSettings.h"
 
-static const uint64_t SAMPLING_MODE_ASYNC_CPU = 0x20000;
 
 ZString readCpuProfilingSettingsAndReloadFilters(const LockHolder& lock, uint64_t status, const ZString* text) {
     uint64_t mode = status & CPU_PROFILING_MASK;

@@ -1,15 +1,13 @@
 #include "recording/CpuTracing.h"
 
-#include "agent/JvmGlue.h"
-#include "agent/Logger.h"
-#include "agent/Options.h"
+#include "services/JvmGlue.h"
+#include "services/Logger.h"
+#include "services/Options.h"
 #include "db/DB.h"
 #include "foundation/UptimeProvider.h"
-#include "instrumentation/InstrumentationJoints.h"
 #include "recording/EventEncoding.h"
 #include "recording/ThreadInfo.h"
 #include "recording/TracingSettings.h"
-#include "snapshot/TableStream.h"
 
 volatile int32_t ourCpuTracingGeneration = 0;
 volatile uint8_t CpuTracingPseudoLock::ourLocked = 0;
@@ -73,12 +71,12 @@ void CpuTracing::reopenStacks(const LockHolder& lock) {
 void CpuTracing::setTableProperties(const LockHolder& lock, int tableMask) {
     DB* db = KZT_DB();
     if ((tableMask & (1 << TABLE_CPU_PROFILING)) != 0 && ourLastCpuProfilingMode != 0) {
-        bool running = (ourStatus & CPU_PROFILING_MASK) != 0;
-        setLongProperty(lock, db, "kzt.cpu.profiling.start.ns", ourCpuProfilingStartNs);
-        setLongProperty(lock, db, "kzt.cpu.profiling.end.ns",
+        bool running = (ourStatus.get() & CPU_PROFILING_MASK) != 0;
+        db->setLongProperty(lock, "kzt.cpu.profiling.start.ns", ourCpuProfilingStartNs);
+        db->setLongProperty(lock, "kzt.cpu.profiling.end.ns",
                         running ? ourUptimeProvider.getUptimeNs() : ourCpuProfilingStopNs);
     }
-    setLongProperty(lock, db, "kzt.last.cpu.profiling.mode", ourLastCpuProfilingMode);
+    db->setLongProperty(lock, "kzt.last.cpu.profiling.mode", ourLastCpuProfilingMode);
     forEachLiveThread([&](ThreadInfo* thread) { thread->applyThreadNameToDB(lock, db); });
     if (ourOldestFinishedThreads != nullptr) ourOldestFinishedThreads->applyThreadNameToDB(lock, db);
 }
@@ -98,13 +96,13 @@ void CpuTracing::resetForTests() {
 
 static uint8_t ourPseudoLockBeforeCapture = 0;
 
-static void beginCapture(const LockHolder& lock) {
+void CpuTracing::beginCapture(const LockHolder& lock) {
     ourPseudoLockBeforeCapture = CpuTracingPseudoLock::ourLocked;
     CpuTracingPseudoLock::ourLocked = 1;
     CpuTracing::foldOpenStacks(lock);
 }
 
-static void endCapture(const LockHolder& lock) {
+void CpuTracing::endCapture(const LockHolder& lock) {
     CpuTracing::reopenStacks(lock);
     CpuTracingPseudoLock::ourLocked = ourPseudoLockBeforeCapture;
 }
@@ -123,26 +121,19 @@ static void updateThreadNames(JNIEnv* env) {
     deallocate(threads);
 }
 
-static void setProperties(const LockHolder& lock, JNIEnv* env, int tableMask) {
+void CpuTracing::setCaptureProperties(const LockHolder& lock, JNIEnv* env, int tableMask) {
     static int forceNames = -1;
     if (forceNames < 0) forceNames = ourOptions.isInternalOption("_force_thread_name_update") ? 1 : 0;
     if (forceNames == 1 && env != nullptr && (tableMask & (1 << TABLE_THREAD)) != 0) updateThreadNames(env);
     CpuTracing::setTableProperties(lock, tableMask);
 }
 
-static const SnapshotParticipant ourCpuTracingParticipant = {beginCapture, endCapture, setProperties};
-static const bool ourParticipantRegistered = (registerSnapshotParticipant(&ourCpuTracingParticipant), true);
-
 // ---- What the instrumentation asks of tracing ----
 
-static bool isAdaptiveTracing() {
+bool CpuTracing::isAdaptiveTracing() {
     return ourTracingSettings.myAdaptive;
 }
 
-static bool canSetLineNumbers() {
+bool CpuTracing::canSetLineNumbers() {
     return ourTracingCanSetLineNumbers;
 }
-
-static const bool ourJointsInstalled =
-    (ourRecordingJoint.isAdaptiveTracing = isAdaptiveTracing, ourRecordingJoint.canSetLineNumbers = canSetLineNumbers,
-     true);

@@ -3,20 +3,12 @@
 // the operations that must see every thread's events (clear, stop, capture).
 #pragma once
 
+#include <jni.h>
 #include <cstdint>
 
-#include "agent/AgentState.h"
+#include "services/AgentState.h"
 #include "foundation/ZLock.h"
 #include "foundation/ZVector.h"
-
-// Status word values of the CPU modes.
-enum : uint64_t {
-    CPU_SAMPLING = 4,
-    CPU_TRACING = 12,
-    CPU_CALL_COUNTING = 4100,
-    CPU_PROFILING_MASK = 0x100c,
-    SAMPLING_MODE_MASK = 393216,
-};
 
 // Bumped by each clear of CPU data and each start of CPU tracing; every
 // method event carries the value it was made with, so older events are stale.
@@ -56,7 +48,7 @@ private:
 };
 
 // Bits 0x4 and 0x8 set, 0x1000 clear.
-inline bool isCpuTracingActive() { return (ourStatus & CPU_PROFILING_MASK) == CPU_TRACING; }
+inline bool isCpuTracingActive() { return (ourStatus.get() & CPU_PROFILING_MASK) == CPU_TRACING; }
 
 class CpuTracing {
 public:
@@ -78,6 +70,18 @@ public:
     static void reopenStacks(const LockHolder& lock);
     // The properties of the table stream that CPU recording owns.
     static void setTableProperties(const LockHolder& lock, int tableMask);
+
+    // Its part in a capture or a table stream: before anything is written,
+    // pending events into the tables with open frames folded; afterwards
+    // the frames reopened; and the properties, by table mask.
+    static void beginCapture(const LockHolder& lock);
+    static void endCapture(const LockHolder& lock);
+    static void setCaptureProperties(const LockHolder& lock, JNIEnv* env, int tableMask);
+
+    // What the instrumentation asks of tracing: the adaptive setting, and
+    // whether injected code may store lines through Unsafe.
+    static bool isAdaptiveTracing();
+    static bool canSetLineNumbers();
 
     // Forgets the state above, for tests.
     static void resetForTests();

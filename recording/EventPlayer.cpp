@@ -2,8 +2,8 @@
 // the shared frame tree with a stack of start times and add time and
 // invocations to the thread's CpuProfilingRecords. Disorder in the stream
 // costs the thread its current stack, with a warning, never more.
-#include "agent/Logger.h"
-#include "agent/Options.h"
+#include "services/Logger.h"
+#include "services/Options.h"
 #include "db/DB.h"
 #include "recording/CpuTracing.h"
 #include "recording/EventEncoding.h"

@@ -1,8 +1,8 @@
 #include "recording/Sampling.h"
 
-#include "agent/AgentState.h"
-#include "agent/JvmGlue.h"
-#include "agent/Logger.h"
+#include "services/AgentState.h"
+#include "services/JvmGlue.h"
+#include "services/Logger.h"
 #include "db/DB.h"
 #include "db/ZFrameStorage.h"
 #include "db/ZMethod.h"
@@ -10,14 +10,13 @@
 #include "foundation/UptimeProvider.h"
 #include "recording/CpuTracing.h"
 #include "recording/SamplingSettings.h"
+#include "recording/StackCapture.h"
 #include "recording/ThreadInfo.h"
 #include "recording/TracingSettings.h"
 
 JavaSampling ourJavaSampling;
 bool JavaSampling::ourSamplingThreadStarted = false;
 
-static const uint64_t SAMPLING_MODE_ASYNC_CPU = 0x20000;
-static const uint64_t SAMPLING_MODE_ASYNC_PERIODIC = 0x40000;
 static const int MAX_FRAMES_PER_THREAD = 10000;
 static const int IDLE_WAIT_MS = 100;
 // A larger CPU delta is a clock jump (a negative one looks larger still).
@@ -57,15 +56,15 @@ ZString JavaSampling::startSampler(const LockHolder& lock, JNIEnv* env, int64_t 
         env->DeleteLocalRef(thread);
         ourSamplingThreadStarted = true;
     }
-    ourStatus = (ourStatus & ~SAMPLING_MODE_MASK) | ((uint64_t)kind & SAMPLING_MODE_MASK);
+    ourStatus.set((ourStatus.get() & ~SAMPLING_MODE_MASK) | ((uint64_t)kind & SAMPLING_MODE_MASK));
     return ZString();
 }
 
 ZString JavaSampling::startSamplerForCpu(const LockHolder& lock, JNIEnv* env, int64_t kind,
                                          const SamplingSettings& settings) {
-    if (isSamplerWanted(ourStatus)) stopSampler(lock);
+    if (isSamplerWanted(ourStatus.get())) stopSampler(lock);
     ZString error = startSampler(lock, env, kind, settings);
-    if (!error.isEmpty() && isSamplerWanted(ourStatus)) {
+    if (!error.isEmpty() && isSamplerWanted(ourStatus.get())) {
         ZString fallback = startSampler(lock, env, 0, settings);
         KZT_ASSERT(fallback.isEmpty());
     }
@@ -73,7 +72,7 @@ ZString JavaSampling::startSamplerForCpu(const LockHolder& lock, JNIEnv* env, in
 }
 
 void JavaSampling::startSamplerForAllocations(const LockHolder& lock, JNIEnv* env) {
-    if (isSamplerWanted(ourStatus)) return;
+    if (isSamplerWanted(ourStatus.get())) return;
     SamplingSettings settings;
     settings.setFromText(getSamplingSettingsText(nullptr));
     ZString error = startSampler(lock, env, 0, settings);
@@ -82,8 +81,8 @@ void JavaSampling::startSamplerForAllocations(const LockHolder& lock, JNIEnv* en
 
 void JavaSampling::stopSampler(const LockHolder& lock) {
     Logger::message("stop sampling");
-    getSampler(ourStatus)->stop();
-    ourStatus &= ~SAMPLING_MODE_MASK;
+    getSampler(ourStatus.get())->stop();
+    ourStatus.remove(SAMPLING_MODE_MASK);
 }
 
 static void waitMs(int ms) {
@@ -115,10 +114,10 @@ static bool forEachSampledStack(const LockHolder& lock, JNIEnv* env, F f) {
 
 void SyncSampler::doSample(const LockHolder& lock, JNIEnv* env) {
     int64_t now = getTimeNs();
-    bool cpuSampling = (ourStatus & STATUS_CPU_SAMPLING_BITS) != 0;
+    bool cpuSampling = (ourStatus.get() & CPU_PROFILING_BIT) != 0;
     bool live = forEachSampledStack(lock, env, [&](ThreadInfo* thread, const jvmtiStackInfo& stack) {
         if (thread->isExcludedFromTracing()) return;
-        int frame = ZFrameStorage::fillCurrentFrameJVMTIForSampling(lock, env, stack);
+        int frame = StackCapture::fillCurrentFrameJVMTIForSampling(lock, env, stack);
         thread->setLastSampleFrame(frame);
         // The thread is alive and can't finish its end event while we hold
         // ourLock, so its CPU clock is still valid.
@@ -159,7 +158,7 @@ void sampleThreadStatesJVMTI(const LockHolder& lock, JNIEnv* env, TelemetryRecor
             return;
         }
         _ThreadState state;
-        doThreadStateSample(thread, ZFrameStorage::fillCurrentFrameJVMTIForSampling(lock, env, stack), &state);
+        doThreadStateSample(thread, StackCapture::fillCurrentFrameJVMTIForSampling(lock, env, stack), &state);
         state.myState = stack.state;
         row->myThreadStates.push(state);
     });
@@ -194,7 +193,7 @@ private:
 
 // One round: false when the sampler isn't wanted (the caller waits).
 static bool sampleOnce(JNIEnv* env) {
-    if (!JavaSampling::isSamplerWanted(ourStatus)) return false;
+    if (!JavaSampling::isSamplerWanted(ourStatus.get())) return false;
     LocalFrame frame(env);
     if (!frame.isPushed()) {
         env->ExceptionClear();
@@ -202,8 +201,8 @@ static bool sampleOnce(JNIEnv* env) {
     }
     LockHolder lock(&ourLock, LOCK_SITE);
     // A stop may have come between the test and the lock.
-    if (!JavaSampling::isSamplerWanted(ourStatus)) return false;
-    ourJavaSampling.getSampler(ourStatus)->doSample(lock, env);
+    if (!JavaSampling::isSamplerWanted(ourStatus.get())) return false;
+    ourJavaSampling.getSampler(ourStatus.get())->doSample(lock, env);
     return true;
 }
 

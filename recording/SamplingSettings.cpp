@@ -1,7 +1,7 @@
 #include "recording/SamplingSettings.h"
 
-#include "agent/Logger.h"
-#include "agent/Options.h"
+#include "services/Logger.h"
+#include "services/Options.h"
 #include "foundation/System.h"
 #include "recording/TracingSettings.h"
 

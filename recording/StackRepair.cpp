@@ -1,7 +1,7 @@
 // Closing and reopening a thread's open frames around changes of tracing
 // state (clear, stop, snapshot, disorder). A stack can mix wall-timed and
 // CPU-timed frames, so each frame keeps a start in its own clock.
-#include "agent/Logger.h"
+#include "services/Logger.h"
 #include "db/DB.h"
 #include "foundation/System.h"
 #include "recording/CpuTracing.h"

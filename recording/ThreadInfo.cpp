@@ -1,8 +1,8 @@
 #include "recording/ThreadInfo.h"
 
-#include "agent/AgentState.h"
-#include "agent/JvmGlue.h"
-#include "agent/Logger.h"
+#include "services/AgentState.h"
+#include "services/JvmGlue.h"
+#include "services/Logger.h"
 #include "db/DB.h"
 #include "foundation/System.h"
 #include "foundation/UptimeProvider.h"
@@ -17,6 +17,7 @@ int64_t ThreadInfo::ourCreatedObjectSizeInDeadThreads = 0;
 ThreadInfo::ThreadInfo(const LockHolder& lock, const ZString& name, const ZString& group, int64_t nativeThreadId,
                        int64_t secondId, jobject threadReference, bool daemon)
     : myPendingLine(0), mySeenTracingGeneration(-1), myStackKnown(false), myMonitorEventRow(0), myNodeTree(nullptr),
+      myStackCapture(nullptr),
       myNodeToFrame(nullptr), myEventBuffer(nullptr), myEventWriteIndex(0), myEventReadIndex(0),
       myNativeThreadId(nativeThreadId), myThreadReference(threadReference), myThreadRow(0), myTFIIndex(0), myTRN(0),
       myLastSampleFrame(-1), myLastStateFrame(-1), myLastStateCpuTime(-1), myLastStateUptime(-1), mySkipCounter(0),
@@ -54,6 +55,7 @@ ThreadInfo::~ThreadInfo() {
     ourCreatedObjectSizeInDeadThreads += myCreatedObjectSize;
     delete[] myEventBuffer;
     delete[] myCallCache;
+    delete myStackCapture;
     delete myNodeTree;
     delete myNodeToFrame;
 }
@@ -65,6 +67,11 @@ ThreadInfo* ThreadInfo::findByTRN(int trn) {
 ZNodeTree* ThreadInfo::getNodeTree() {
     if (myNodeTree == nullptr) myNodeTree = new ZNodeTree();
     return myNodeTree;
+}
+
+NodeStackCapture* ThreadInfo::getStackCapture() {
+    if (myStackCapture == nullptr) myStackCapture = new NodeStackCapture(getNodeTree());
+    return myStackCapture;
 }
 
 int64_t ThreadInfo::getThreadCpuTimeNs() const {

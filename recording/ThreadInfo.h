@@ -10,6 +10,7 @@
 #include <cstdint>
 
 #include "db/ZNodeTree.h"
+#include "recording/StackCapture.h"
 #include "foundation/IndexPool.h"
 #include "foundation/ZLock.h"
 #include "foundation/ZMap.h"
@@ -108,6 +109,8 @@ public:
     int getEventWriteIndex() const { return myEventWriteIndex; }
     int getEventReadIndex() const { return myEventReadIndex; }
     ZNodeTree* getNodeTree();
+    // Captures of this thread's own stack into its node tree.
+    NodeStackCapture* getStackCapture();
     // CPU time by the thread's own clock; process CPU time for a pseudo thread.
     int64_t getThreadCpuTimeNs() const;
 
@@ -126,6 +129,9 @@ public:
     static int64_t ourCreatedObjectCountInDeadThreads;
     static int64_t ourCreatedObjectSizeInDeadThreads;
 
+    // The four pseudo threads, of which all but the first are started; the
+    // database makes them as it is set up.
+    static void createPseudoThreads(const LockHolder& lock);
     // Removes the rows of finished, merged threads that nothing refers to.
     static void collectGarbageTRNs(const LockHolder& lock);
     // Forgets every thread and the pseudo threads; for tests, with the database.
@@ -147,6 +153,7 @@ private:
     bool myStackKnown;
     int32_t myMonitorEventRow;
     ZNodeTree* myNodeTree;
+    NodeStackCapture* myStackCapture;
     ZMap<int, int>* myNodeToFrame;
     int32_t* myEventBuffer;
     // Written by the owning thread with release order, read by players.

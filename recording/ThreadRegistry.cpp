@@ -1,9 +1,9 @@
 // The thread registry: pseudo threads, thread start and end, the merging of
 // old finished threads into "<Oldest finished threads>", and the collection
 // of rows of threads that nothing refers to any more. All under ourLock.
-#include "agent/AgentState.h"
-#include "agent/Logger.h"
-#include "agent/Options.h"
+#include "services/AgentState.h"
+#include "services/Logger.h"
+#include "services/Options.h"
 #include "db/DB.h"
 #include "foundation/System.h"
 #include "foundation/UptimeProvider.h"
@@ -29,14 +29,13 @@ static ThreadInfo* createPseudoThread(const LockHolder& lock, const char* name, 
     return thread;
 }
 
-static void createPseudoThreads(const LockHolder& lock) {
+void ThreadInfo::createPseudoThreads(const LockHolder& lock) {
     ourOldestFinishedThreads = createPseudoThread(lock, "<Oldest finished threads>", false);
     ourVMStartThread = createPseudoThread(lock, "VM Start", true);
     ourUnknownAllocatorThread = createPseudoThread(lock, "<Thread could not be retrieved>", true);
     ourThreadUnknown = createPseudoThread(lock, "<unknown>", true);
 }
 
-static const bool ourPseudoThreadsInstalled = (DB::ourCreatePseudoThreads = createPseudoThreads, true);
 
 void ThreadInfo::onThreadStart(const LockHolder& lock) {
     ourAllThreadInfos.add(this);
@@ -49,7 +48,7 @@ void ThreadInfo::onThreadEnd(const LockHolder& lock) {
     record->myStamp = db->getCurrentGeneration();
     playEvents(lock);
 
-    if (ourStatus != 0) ourMergeStart = 0;
+    if (ourStatus.get() != 0) ourMergeStart = 0;
     else if (ourMergeStart == 0) ourMergeStart = ourFinishedThreadTRNs.getSize();
     ourFinishedThreadTRNs.push(myTRN);
     ourAllThreadInfos.remove(this);

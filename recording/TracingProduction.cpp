@@ -2,7 +2,7 @@
 // itself. The fast path reads a clock and appends five or six elements to
 // the thread's own buffer; the lock is taken only while the pseudo lock is
 // set or the buffer is full.
-#include "agent/Options.h"
+#include "services/Options.h"
 #include "db/DB.h"
 #include "foundation/System.h"
 #include "recording/CpuTracing.h"
@@ -40,7 +40,7 @@ void ThreadInfo::onMethodEntry(JNIEnv* env, int methodId) {
     // The first event of a generation carries the whole stack.
     int64_t wallTime = getTimeNsForTracing();
     int64_t cpuTime = getCurrentThreadCpuTimeNs();
-    int node = getNodeTree()->fillCurrentNodeJvmti_forTracing(env, linesOn);
+    int node = getStackCapture()->fillCurrentNodeJvmti_forTracing(env, linesOn);
     int32_t event[7] = {EVENT_METHOD_ENTER_WITH_STACK, node,     lowHalf(wallTime), highHalf(wallTime),
                         lowHalf(cpuTime),              highHalf(cpuTime), generation};
     addEvent(event, 7, !locked);

@@ -1,7 +1,7 @@
 #include "recording/TracingSettings.h"
 
-#include "agent/Logger.h"
-#include "agent/Options.h"
+#include "services/Logger.h"
+#include "services/Options.h"
 #include "db/DB.h"
 #include "foundation/System.h"
 
@@ -16,8 +16,6 @@ TracingSettings ourTracingSettings;
 bool Filter::ourAlwaysWallTime = false;
 static ZVector<Filter*>& ourWallTimeFilters = *new ZVector<Filter*>();
 
-// New methods get their timing flags as they are interned.
-static const bool ourFiltersInstalled = (ZMethod::ourApplyFilters = Filter::applyFilters, true);
 
 void TracingSettings::setDefaults() {
     myAdaptive = true;

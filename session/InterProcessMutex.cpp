@@ -4,7 +4,7 @@
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "foundation/System.h"
 
 static const int SHARED_MEMORY_FLAGS = 01666;  // IPC_CREAT and read-write for all
@@ -13,7 +13,7 @@ static const int LOCK_RETRY_SLEEP_MS = 100;
 static void logSharedMemoryFailure(key_t key, const ZString& detail) {
     char hex[16];
     snprintf(hex, sizeof(hex), "%x", (unsigned)key);
-    Logger::message(ZString("shmem ") + hex + ": " + detail);
+    reportMessage((ZString("shmem ") + hex + ": " + detail).c_str());
 }
 
 void* createSharedMemoryUnix(key_t key, int size) {

@@ -1,6 +1,6 @@
 #include "session/SessionName.h"
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "foundation/System.h"
 
 static bool isJavaLauncher(const ZString& argument) {

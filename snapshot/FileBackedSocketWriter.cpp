@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include "agent/Options.h"
+#include "services/Options.h"
 #include "foundation/System.h"
 
 FileBackedSocketWriter::FileBackedSocketWriter(int socket, int bufferSize)

@@ -2,9 +2,9 @@
 
 #include <cstring>
 
-#include "agent/AgentState.h"
-#include "agent/JvmGlue.h"
-#include "agent/Options.h"
+#include "services/AgentState.h"
+#include "services/JvmGlue.h"
+#include "services/Options.h"
 #include "db/DB.h"
 #include "db/SignatureNames.h"
 

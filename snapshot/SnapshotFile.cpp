@@ -4,10 +4,10 @@
 
 #include <ctime>
 
-#include "agent/AgentState.h"
-#include "agent/JvmGlue.h"
-#include "agent/Logger.h"
-#include "agent/Options.h"
+#include "services/AgentState.h"
+#include "services/JvmGlue.h"
+#include "services/Logger.h"
+#include "services/Options.h"
 #include "db/DB.h"
 #include "foundation/System.h"
 #include "snapshot/TableStream.h"
@@ -63,7 +63,7 @@ ZString SnapshotFile::writeSnapshotNew(const LockHolder& lock, JNIEnv* env, int 
                                        const ZString& path, int64_t flags, InstanceCounting* instanceCounting) {
     Logger::messageWithStats(ZString("WSN: starting ") + path);
     DB* db = KZT_DB();
-    Progress progress((flags & SNAPSHOT_FLAG_NO_PROGRESS) != 0 ? -1 : progressFd);
+    Progress progress((flags & SNAPSHOT_FLAG_NO_PROGRESS) != 0 ? -1 : progressFd, ourOptions.isDebug("progress"));
     SnapshotWriter writer(fd);
     writeHeader(lock, writer, flags, (int64_t)time(nullptr) * 1000);
     if (ourOptions.isInternalOption("_dump_stack")) Logger::dumpStack("_dump_stack: write header");
@@ -89,7 +89,7 @@ ZString SnapshotFile::writeSnapshotNew(const LockHolder& lock, JNIEnv* env, int 
 // The other threads stand still while the tables are read; a thread that
 // can't be suspended is left running.
 static void suspendOtherThreads(JNIEnv* env, ZVector<jthread>& suspended) {
-    if ((ourCapabilities & CAP_NO_SUSPEND) != 0) return;
+    if ((ourCapabilities.get() & CAPABILITY_NO_SUSPEND) != 0) return;
     jint count = 0;
     jthread* threads = nullptr;
     if (ourJVMTI->GetAllThreads(&count, &threads) != JVMTI_ERROR_NONE) return;

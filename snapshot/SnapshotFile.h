@@ -8,6 +8,7 @@
 
 #include "foundation/ZLock.h"
 #include "foundation/ZString.h"
+#include "services/SharedConstants.h"
 #include "snapshot/InstanceCounting.h"
 #include "snapshot/SnapshotWriter.h"
 
@@ -19,15 +20,8 @@ enum : int {
     SNAPSHOT_ITEM_EVENT_TABLE = 3,
 };
 
-// Flag bits of "snapshot_flags".
-enum : int64_t {
-    SNAPSHOT_FLAG_MEMORY = 0x1,
-    SNAPSHOT_FLAG_ON_EXIT = 0x20,
-    SNAPSHOT_FLAG_ALWAYS = 0x200,
-    SNAPSHOT_FLAG_NO_PROGRESS = 0x800,
-    SNAPSHOT_FLAG_ATTACHED = 0x4000,
-    SNAPSHOT_FLAG_STARTED_WITH_JVM = 0x8000,
-};
+// The flag bits of "snapshot_flags" are the SNAPSHOT_FLAG_ constants of
+// services/SharedConstants.def.
 
 extern const char SNAPSHOT_MAGIC[];
 const int SNAPSHOT_MAGIC_SIZE = 19;

@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include "agent/Logger.h"
+#include "services/Logger.h"
 #include "foundation/System.h"
 
 SnapshotWriter::SnapshotWriter(int fd)

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "snapshot/AbstractWriter.h"
+#include "foundation/AbstractWriter.h"
 
 class SnapshotWriter : public AbstractWriter {
 public:

@@ -1,7 +1,7 @@
 // SocketWriter: drains straight into a socket.
 #pragma once
 
-#include "snapshot/AbstractWriter.h"
+#include "foundation/AbstractWriter.h"
 
 class SocketWriter : public AbstractWriter {
 public:

@@ -1,6 +1,6 @@
 #include "snapshot/TableStream.h"
 
-#include "agent/Options.h"
+#include "services/Options.h"
 #include "db/DB.h"
 #include "foundation/UptimeProvider.h"
 
@@ -39,18 +39,13 @@ static ZString getTopEventTableNames(DB* db, int limit) {
     return names;
 }
 
-void setLongProperty(const LockHolder& lock, DB* db, const char* key, int64_t value) {
-    db->setProperty(lock, (ZString(key) + ".low").c_str(), (int32_t)(uint32_t)(uint64_t)value);
-    db->setProperty(lock, (ZString(key) + ".high").c_str(), (int32_t)(uint32_t)((uint64_t)value >> 32));
-}
-
 void writeTables(const LockHolder& lock, JNIEnv* env, DB* db, AbstractWriter& writer, int tableMask,
                  int progressFrom, int progressTo, Progress* progress, const int* sinceGenerations,
                  bool withKindByte) {
     for (const SnapshotParticipant* participant : participants()) {
         if (participant->mySetProperties != nullptr) participant->mySetProperties(lock, env, tableMask);
     }
-    setLongProperty(lock, db, "kzt.uptime.ns", ourUptimeProvider.getUptimeNs());
+    db->setLongProperty(lock, "kzt.uptime.ns", ourUptimeProvider.getUptimeNs());
     int limit = ourOptions.getProbeTableLengthLimit();
     db->setProperty(lock, "kzt.full.top.table.names", StringPool::getStrID(lock, getTopEventTableNames(db, limit)));
     db->setProperty(lock, "kzt.event.table.limit", limit);

@@ -8,8 +8,8 @@
 #include <cstdint>
 
 #include "foundation/ZLock.h"
-#include "snapshot/AbstractWriter.h"
-#include "snapshot/Progress.h"
+#include "foundation/AbstractWriter.h"
+#include "foundation/Progress.h"
 
 class DB;
 
@@ -38,9 +38,6 @@ public:
 private:
     const LockHolder& myLock;
 };
-
-// A 64-bit property as the two 32-bit properties key.low and key.high.
-void setLongProperty(const LockHolder& lock, DB* db, const char* key, int64_t value);
 
 const int ALL_TABLES_MASK = (1 << 20) - 1;
 

@@ -14,7 +14,6 @@
 #include <string>
 #include <vector>
 
-#include "agent/Logger.h"
 #include "classfile/ClassFile.h"
 #include "classfile/OpCodes.h"
 
@@ -60,8 +59,6 @@ int main(int argc, char** argv) {
         fprintf(stderr, "usage: bench_classfile <list> <passes> <measured list out>\n");
         return 2;
     }
-    Logger::ourQuietErrorMode = true;
-    Logger::ourQuiet = true;
     int passes = atoi(argv[2]);
     std::vector<ZVector<unsigned char, 10>*> classes;
     long long totalBytes = 0;

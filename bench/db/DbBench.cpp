@@ -37,7 +37,7 @@ double median(std::vector<double> values) {
 
 void freshDatabase() {
     DB::resetForTests();
-    DB::createAndInitializeDB(10);
+    DB::createAndInitializeDB(DBSettings{10});
 }
 
 // One step of a walk down the tree: the code point of a call and, once

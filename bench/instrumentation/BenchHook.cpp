@@ -18,9 +18,9 @@
 #include <string>
 #include <vector>
 
-#include "agent/AgentState.h"
-#include "agent/Logger.h"
-#include "agent/Options.h"
+#include "services/AgentState.h"
+#include "services/Logger.h"
+#include "services/Options.h"
 #include "classfile/ClassFile.h"
 #include "db/DB.h"
 #include "db/StringPool.h"
@@ -101,7 +101,7 @@ int main(int argc, char** argv) {
     uint64_t capabilities = 0;
     bool showUsage = false;
     ourOptions.parseOptions(ZString(options), &capabilities, &showUsage, true);
-    ourCapabilities = kind == "alloc" ? CAP_ALLOC_BCI : kind == "both" ? CAP_TRACING | CAP_ALLOC_BCI : CAP_TRACING;
+    ourCapabilities.set(kind == "alloc" ? CAPABILITY_ALLOC_BCI : kind == "both" ? CAPABILITY_TRACING | CAPABILITY_ALLOC_BCI : CAPABILITY_TRACING);
     int passes = atoi(argv[2]);
     std::vector<Class> classes;
     std::ifstream list(argv[1]);
@@ -133,7 +133,7 @@ int main(int argc, char** argv) {
         };
         for (int i = 0; i < passes; i++) {
             DB::resetForTests();
-            DB::createAndInitializeDB(100);
+            DB::createAndInitializeDB(DBSettings{100});
             int firstString = StringPool::getStringCount() + 1;
             long count = 0;
             Digest bytes, strings, methods;
@@ -150,7 +150,7 @@ int main(int argc, char** argv) {
     long rewritten = 0;
     for (int i = 0; i <= passes; i++) {
         DB::resetForTests();
-        DB::createAndInitializeDB(100);
+        DB::createAndInitializeDB(DBSettings{100});
         long count = 0;
         auto start = std::chrono::steady_clock::now();
         hookAll(classes, &count, nullptr);

@@ -22,7 +22,6 @@
 #include <sstream>
 
 #include "ClassLayout.h"
-#include "agent/Logger.h"
 #include "classfile/ClassFile.h"
 
 namespace fs = std::filesystem;
@@ -148,8 +147,6 @@ int main(int argc, char** argv) {
         std::cerr << "usage: classfile_corpus_check <folder of classes>\n";
         return 2;
     }
-    Logger::ourQuietErrorMode = true;
-    Logger::ourQuiet = true;
     std::vector<fs::path> files;
     for (auto& e : fs::recursive_directory_iterator(argv[1])) {
         if (e.is_regular_file() && e.path().extension() == ".class") files.push_back(e.path());

@@ -7,7 +7,6 @@
 #include <iostream>
 #include <vector>
 
-#include "agent/Logger.h"
 #include "classfile/ByteCodeGenerator.h"
 #include "classfile/ClassFile.h"
 #include "classfile/CodeEditor.h"
@@ -53,8 +52,6 @@ int main(int argc, char** argv) {
         std::cerr << "usage: classfile_instrument <in> <out> <owner class> <method>\n";
         return 2;
     }
-    Logger::ourQuietErrorMode = true;
-    Logger::ourQuiet = true;
     fs::path in(argv[1]), out(argv[2]);
     Counts counts;
     CodeEditor editor;

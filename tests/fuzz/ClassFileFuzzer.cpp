@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "agent/Logger.h"
 #include "classfile/ByteCodeGenerator.h"
 #include "classfile/ClassFile.h"
 #include "classfile/CodeEditor.h"
@@ -51,8 +50,6 @@ static bool edit(ClassFile& cf, CodeEditor& editor) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static bool quiet = (Logger::ourQuietErrorMode = true, Logger::ourQuiet = true, true);
-    (void)quiet;
     if (size > 1 << 20) return 0;
     ZVector<unsigned char, 10> input;
     input.resize((int)size);

@@ -1,4 +1,4 @@
 // Fatal assertions are expected by many tests: keep them out of the output.
-#include "agent/Logger.h"
+#include "services/Logger.h"
 
 static const bool ourQuietErrors = (Logger::ourQuietErrorMode = true);

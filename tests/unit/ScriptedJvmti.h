@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "agent/AgentState.h"
+#include "services/AgentState.h"
 
 struct ScriptedMethod {
     std::string name;

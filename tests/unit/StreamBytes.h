@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "snapshot/AbstractWriter.h"
+#include "foundation/AbstractWriter.h"
 
 class MemoryWriter : public AbstractWriter {
 public:

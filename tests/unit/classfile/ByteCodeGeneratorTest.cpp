@@ -3,7 +3,6 @@
 #include "ClassBuilder.h"
 #include "classfile/ByteCodeGenerator.h"
 
-static QuietErrors ourQuiet;
 
 static Bytes bytesOf(const ByteCodeGenerator& g) { return Bytes(g.getCode(), g.getCode() + g.getLength()); }
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "classfile/ClassFile.h"
 
 typedef std::vector<uint8_t> Bytes;
@@ -188,7 +188,3 @@ inline Bytes writeClass(ClassFile& cf) {
 inline bool operator==(const char* text, const ZString& s) { return s.equals(text); }
 inline void PrintTo(const ZString& s, std::ostream* os) { *os << '"' << s.c_str() << '"'; }
 
-// Logger::error stays quiet in these tests: many of them expect failures.
-struct QuietErrors {
-    QuietErrors() { Logger::ourQuietErrorMode = true; }
-};

@@ -2,7 +2,6 @@
 
 #include "ClassBuilder.h"
 
-static QuietErrors ourQuiet;
 
 // iload_0; ifne +5; iconst_1; ireturn; iconst_0; ireturn, with a frame at 6.
 static Bytes branchingClass(int major) {

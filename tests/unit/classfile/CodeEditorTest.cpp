@@ -4,7 +4,6 @@
 #include "classfile/ByteConversions.h"
 #include "classfile/CodeEditor.h"
 
-static QuietErrors ourQuiet;
 
 static const unsigned char THREE[] = {0, 0, 0};
 

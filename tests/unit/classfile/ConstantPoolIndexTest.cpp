@@ -2,7 +2,6 @@
 
 #include "ClassBuilder.h"
 
-static QuietErrors ourQuiet;
 
 // The index answers as a scan from 1 would: the first of equal entries,
 // entries appended later, and texts changed by a patch.

@@ -2,7 +2,6 @@
 
 #include "ClassBuilder.h"
 
-static QuietErrors ourQuiet;
 
 static VerificationType type(int tag, int data = -1) { return VerificationType(tag, data); }
 

@@ -1,6 +1,6 @@
 // Code points, methods, the shared frame tree, the thread frame index and the
 // private node trees.
-#include "DBTestSupport.h"
+#include "unit/DBTestSupport.h"
 
 TEST_F(DBTest, CodePointsPackWhereTheyFitAndUseTheTableElsewhere) {
     EXPECT_EQ(5, CodePointStorage::getCodePoint(lock, 5, 0));

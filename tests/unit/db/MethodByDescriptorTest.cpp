@@ -1,4 +1,4 @@
-#include "DBTestSupport.h"
+#include "unit/DBTestSupport.h"
 #include "db/StringPool.h"
 #include "db/ZMethod.h"
 
@@ -52,7 +52,7 @@ TEST_F(DBTest, MethodsByDescriptorSurviveCollectedStrings) {
     byDescriptor(lock, known, "p.A", "run", "(J)V");
     int epoch = StringPool::getEpoch();
     DB::resetForTests();
-    DB::createAndInitializeDB(TELEMETRY_LIMIT);
+    DB::createAndInitializeDB(DBSettings{TELEMETRY_LIMIT});
     EXPECT_NE(epoch, StringPool::getEpoch());
     int again = byDescriptor(lock, known, "p.A", "run", "(J)V");
     MethodRecord* record = ZMethod::getRecord(again);

@@ -1,5 +1,5 @@
 // The string pool: interning, pinning, and the collector's thresholds and marks.
-#include "DBTestSupport.h"
+#include "unit/DBTestSupport.h"
 
 class StringPoolTest : public DBTest {
 protected:

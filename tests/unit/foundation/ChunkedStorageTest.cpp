@@ -2,7 +2,7 @@
 
 #include <thread>
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "foundation/IndexPool.h"
 #include "foundation/SynchronizedQueue.h"
 #include "foundation/ZIntChunkMap.h"

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "foundation/PrimeFinder.h"
 #include "foundation/ZMap.h"
 #include "foundation/ZStringMap.h"

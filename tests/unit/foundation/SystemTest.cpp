@@ -12,7 +12,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "foundation/System.h"
 
 namespace {
@@ -363,13 +363,13 @@ TEST(Errors, EnglishTextsByCode) {
 namespace {
 std::atomic<int> ourSigpipeCount(0);
 void countSigpipe(int) { ourSigpipeCount++; }
+std::string ourReported;
+void keepMessage(const char* text) { ourReported += std::string(text) + "\n"; }
 }  // namespace
 
 TEST(Sockets, SendToGonePeerFailsWithoutSignal) {
-    TempDir dir;
-    Logger::ourCustomLogDirectory = dir.path.c_str();
-    Logger::ourSessionNameFromOptions = "zsend";
-    Logger::resetForTests();
+    installFailureReporting({nullptr, keepMessage});
+    ourReported.clear();
     struct sigaction counting = {}, old = {};
     counting.sa_handler = countSigpipe;
     sigaction(SIGPIPE, &counting, &old);
@@ -383,11 +383,8 @@ TEST(Sockets, SendToGonePeerFailsWithoutSignal) {
 
     sigaction(SIGPIPE, &old, nullptr);
     EXPECT_EQ(0, ourSigpipeCount.load());
-    ZString log = readTextFileContentOrEmpty(Logger::ourLogFilePath.c_str());
-    EXPECT_TRUE(log.contains("error: send failed: Broken pipe")) << log.c_str();
-    Logger::resetForTests();
-    Logger::ourCustomLogDirectory = "";
-    Logger::ourSessionNameFromOptions = "";
+    EXPECT_EQ("error: send failed: Broken pipe\n", ourReported);
+    installFailureReporting({nullptr, nullptr});
 }
 
 TEST(Sockets, SendDeliversLargeBuffersWhole) {

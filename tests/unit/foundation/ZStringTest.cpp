@@ -2,7 +2,7 @@
 
 #include <climits>
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "foundation/ZString.h"
 #include "foundation/ZVector.h"
 

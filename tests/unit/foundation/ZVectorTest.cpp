@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
+#include "foundation/ZString.h"
 #include "foundation/ZVector.h"
 
 TEST(ZVector, EleventhPushMovesToHeapWithDoubleCapacity) {

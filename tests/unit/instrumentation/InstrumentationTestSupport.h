@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "agent/AgentState.h"
-#include "agent/Options.h"
+#include "services/AgentState.h"
+#include "services/Options.h"
 #include "db/DB.h"
 #include "db/StringPool.h"
 #include "db/ZMethod.h"
@@ -48,18 +48,18 @@ class InstrumentationTest : public testing::Test {
 protected:
     void SetUp() override {
         Logger::ourQuietErrorMode = true;
-        mySavedCapabilities = ourCapabilities;
-        mySavedStatus = ourStatus;
-        ourCapabilities = CAP_TRACING | CAP_ALLOC_BCI;
-        ourStatus = 0;
+        mySavedCapabilities = ourCapabilities.get();
+        mySavedStatus = ourStatus.get();
+        ourCapabilities.set(CAPABILITY_TRACING | CAPABILITY_ALLOC_BCI);
+        ourStatus.set(0);
         setOptions("");
         DB::resetForTests();
-        DB::createAndInitializeDB(100);
+        DB::createAndInitializeDB(DBSettings{100});
     }
     void TearDown() override {
         DB::resetForTests();
-        ourCapabilities = mySavedCapabilities;
-        ourStatus = mySavedStatus;
+        ourCapabilities.set(mySavedCapabilities);
+        ourStatus.set(mySavedStatus);
         setOptions("");
     }
 
@@ -67,7 +67,7 @@ protected:
     static void setOptions(const char* text) {
         ourOptions.~Options();
         new (&ourOptions) Options();
-        uint64_t capabilities = ourCapabilities;
+        uint64_t capabilities = ourCapabilities.get();
         bool showUsage = false;
         if (text[0] != 0) ourOptions.parseOptions(ZString(text), &capabilities, &showUsage, true);
     }

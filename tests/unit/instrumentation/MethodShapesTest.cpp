@@ -80,7 +80,6 @@ class MethodShapesTest : public InstrumentationTest {};
 }  // namespace
 
 TEST(BytecodeDetectorsTest, SwitchesAndObjectCreationPatterns) {
-    QuietErrors quiet;
     Bytes plain{0x2a, 0xb6, 0, 1, 0xb1};
     EXPECT_FALSE(SwitchDetector::containsSwitch(plain.data(), (int)plain.size()));
     // iload_0; tableswitch at 1, padding to 4, default, low 0, high 1, two offsets; return
@@ -222,7 +221,7 @@ TEST_F(MethodShapesTest, AllocationsAreReportedBehindTheConstructorCall) {
 
 TEST_F(MethodShapesTest, AllocationOnlyLeavesMethodsWithoutAllocationsAsTheyWere) {
     setOptions("_instrument_all_methods");
-    ourCapabilities = CAP_ALLOC_BCI;
+    ourCapabilities.set(CAPABILITY_ALLOC_BCI);
     ClassBuilder b;
     int callee = methodRef(b, "T", "callee", "()V");
     MethodSpec& m = b.method("m", "()V");
@@ -309,7 +308,7 @@ TEST_F(MethodShapesTest, LargeMethodsGetLinesOnlyWhileTracing) {
     EXPECT_FALSE(ourClassesWithLargeMethods.contains("big.Large"));
     EXPECT_EQ(std::string::npos, disassemble(hook(in), "big").find("kztMethodLine"));
     EXPECT_TRUE(ourClassesWithLargeMethods.contains("big.Large"));
-    ourStatus = 12;
+    ourStatus.set(12);
     EXPECT_NE(std::string::npos, disassemble(hook(in), "big").find("kztMethodLine"));
 }
 

@@ -107,14 +107,14 @@ TEST_F(RewrittenProgramTest, EveryShapeVerifiesAndRunsTheSame) {
 TEST_F(RewrittenProgramTest, AllocationOnlyAndTracingOnlyVerifyToo) {
     setOptions("");
     compile("11");
-    ourCapabilities = CAP_ALLOC_BCI;
+    ourCapabilities.set(CAPABILITY_ALLOC_BCI);
     rewriteAll();
     std::string report = runAndCompare();
     EXPECT_EQ(0, count(report, "entries"));
     EXPECT_GT(count(report, "inits"), 20);
 
     fs::remove_all(myWork / "patched");
-    ourCapabilities = CAP_TRACING;
+    ourCapabilities.set(CAPABILITY_TRACING);
     rewriteAll();
     std::string original = run("classes", "");
     std::string rewritten = run("patched", "report");

@@ -153,10 +153,10 @@ TEST_F(RecordingTest, AnExitWithoutStartTimesLosesTheStack) {
     ThreadInfo* t = newThread("worker");
     int a = method("a");
     // Played while tracing was off: no start times were pushed.
-    ourStatus &= ~CPU_PROFILING_MASK;
+    ourStatus.remove(CPU_PROFILING_MASK);
     enterWithStack(t, node(t, {{a, 0}}), base);
     play(t);
-    ourStatus |= CPU_TRACING;
+    ourStatus.add(CPU_TRACING);
     exit(t, a, base + 10);
     play(t);
     EXPECT_EQ(-1, t->getCurrentFrame());

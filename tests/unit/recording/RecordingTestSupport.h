@@ -10,15 +10,15 @@
 #include <string>
 #include <vector>
 
-#include "agent/AgentState.h"
-#include "agent/Options.h"
+#include "services/AgentState.h"
+#include "services/Options.h"
 #include "db/DB.h"
 #include "foundation/System.h"
 #include "recording/CpuTracing.h"
 #include "recording/EventEncoding.h"
 #include "recording/ThreadInfo.h"
 #include "recording/TracingSettings.h"
-#include "unit/agent/LoggerCapture_test.h"
+#include "unit/services/LoggerCapture.h"
 
 // Time and invocations of one frame of one thread.
 struct FrameMeasure {
@@ -36,10 +36,13 @@ class RecordingTest : public ::testing::Test {
 protected:
     void SetUp() override {
         resetAll();
-        DB::createAndInitializeDB(5);
+        // The joints by which the database reaches recording, as the agent's wiring installs them.
+        DB::ourCreatePseudoThreads = ThreadInfo::createPseudoThreads;
+        ZMethod::ourApplyFilters = Filter::applyFilters;
+        DB::createAndInitializeDB(DBSettings{5});
         db = ourDB;
-        mySavedStatus = ourStatus;
-        ourStatus = 0x10600 | CPU_TRACING;
+        mySavedStatus = ourStatus.get();
+        ourStatus.set(INITIAL_STATUS | CPU_TRACING);
         ourCpuTracingGeneration = 1;
         ourTracingSettings.myAdaptive = false;
         Filter::ourAlwaysWallTime = true;
@@ -47,13 +50,14 @@ protected:
     }
     void TearDown() override {
         resetAll();
-        ourStatus = mySavedStatus;
+        ourStatus.set(mySavedStatus);
         Filter::ourAlwaysWallTime = false;
         ourTracingSettings.myAdaptive = true;
     }
     static void resetAll() {
         ThreadInfo::resetForTests();
         DB::resetForTests();
+        StackCapture::resetForTests();
         CpuTracing::resetForTests();
     }
 

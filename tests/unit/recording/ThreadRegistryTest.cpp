@@ -126,7 +126,7 @@ TEST_F(ThreadRegistryTest, OldFinishedThreadsAreMergedInBatchesLeavingTheLimit) 
 }
 
 TEST_F(ThreadRegistryTest, ThreadsThatEndedWhileNothingWasRecordedStayUnmerged) {
-    ourStatus = 0;
+    ourStatus.set(0);
     std::vector<int> trns;
     for (int i = 0; i < 14; i++) trns.push_back(runAndEnd("idle"));
     // The merge starts behind the threads listed when recording was first off.

@@ -2,7 +2,7 @@
 
 #include <initializer_list>
 
-#include "agent/Logger.h"
+#include "foundation/Failure.h"
 #include "session/SessionName.h"
 
 static ZString nameOf(std::initializer_list<const char*> arguments, bool detectProfilerUi = true) {

@@ -1,0 +1,50 @@
+// The layers include only what lies below them. Where a lower layer must
+// reach a higher one it does so through a named joint, and this file is the
+// whole list of them, filled in plain order when the library starts.
+#include "agent/Wiring.h"
+
+#include "agent/ModeControl.h"
+#include "agent/NativeTable.h"
+#include "db/DB.h"
+#include "db/ZMethod.h"
+#include "instrumentation/EmbeddedClass.h"
+#include "instrumentation/InstrumentationJoints.h"
+#include "recording/CpuTracing.h"
+#include "recording/ThreadInfo.h"
+#include "recording/TracingSettings.h"
+#include "runtime/RuntimeArchive.h"
+#include "services/Logger.h"
+#include "snapshot/TableStream.h"
+
+static const SnapshotParticipant ourCpuTracingParticipant = {
+    CpuTracing::beginCapture, CpuTracing::endCapture, CpuTracing::setCaptureProperties};
+static const SnapshotParticipant ourModeControlParticipant = {nullptr, nullptr, setModeProperties};
+
+void wireAgent() {
+    static bool wired = false;
+    if (wired) return;
+    wired = true;
+
+    // The foundation's failures and messages go to the log.
+    Logger::installFailureReporting();
+
+    // The database: pseudo threads when it is made, timing flags of each new method.
+    DB::ourCreatePseudoThreads = ThreadInfo::createPseudoThreads;
+    ZMethod::ourApplyFilters = Filter::applyFilters;
+
+    // The instrumentation: what tracing decides about the Callback stubs.
+    ourRecordingJoint.isAdaptiveTracing = CpuTracing::isAdaptiveTracing;
+    ourRecordingJoint.canSetLineNumbers = CpuTracing::canSetLineNumbers;
+    ourCallbackBytecode = {ourCallbackClassBytes, ourCallbackClassLength};
+
+    // Captures and table streams: in this order, around every write.
+    registerSnapshotParticipant(&ourCpuTracingParticipant);
+    registerSnapshotParticipant(&ourModeControlParticipant);
+
+    // The natives of com.corvane.runtime.Callback.
+    addNativeGroup(ourAgentCoreNatives);
+    addNativeGroup(ourEntryPointNatives);
+    addNativeGroup(ourModeControlNatives);
+    addNativeGroup(ourSnapshotNatives);
+    addNativeGroup(ourTracingNatives);
+}

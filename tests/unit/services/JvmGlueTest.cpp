@@ -1,0 +1,378 @@
+// The JNI and JVMTI glue against a small stand-in for the JVM: function
+// tables with just the calls the glue makes, over objects that live in the
+// test. What needs a real JVM is left to the end-to-end tests.
+#include <gtest/gtest.h>
+
+#include <cstdarg>
+#include <cstring>
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "LoggerCapture.h"
+#include "services/AgentState.h"
+#include "services/JvmGlue.h"
+
+namespace {
+
+// One Java object of the stand-in. A jobject is a pointer to one of these.
+struct FakeObject {
+    std::string text;              // class name, or string value
+    FakeObject* klass = nullptr;   // of a throwable
+    FakeObject* message = nullptr; // of a throwable; null for none
+    std::vector<jint> ints;
+    std::vector<jbyte> bytes;
+    std::vector<jchar> chars;
+    std::vector<jobject> objects;
+};
+
+const jmethodID GET_NAME = (jmethodID)1;
+const jmethodID GET_MESSAGE = (jmethodID)2;
+
+class FakeJvm;
+FakeJvm* ourFake = nullptr;
+
+class FakeJvm {
+public:
+    FakeJvm() {
+        ourFake = this;
+        myEnv.functions = &myTable;
+        myTable.FindClass = [](JNIEnv*, const char* name) { return ourFake->findClass(name); };
+        myTable.ExceptionOccurred = [](JNIEnv*) { return ourFake->pending; };
+        myTable.ExceptionCheck = [](JNIEnv*) { return (jboolean)(ourFake->pending != nullptr); };
+        myTable.ExceptionClear = [](JNIEnv*) {
+            ourFake->calls.push_back("ExceptionClear");
+            ourFake->pending = nullptr;
+        };
+        myTable.ThrowNew = [](JNIEnv*, jclass klass, const char* text) {
+            ourFake->calls.push_back("ThrowNew " + object(klass)->text + ": " + text);
+            ourFake->pending = ourFake->throwable(object(klass)->text, text);
+            return (jint)0;
+        };
+        myTable.NewGlobalRef = [](JNIEnv*, jobject value) {
+            ourFake->calls.push_back("NewGlobalRef " + object(value)->text);
+            return value;
+        };
+        myTable.DeleteLocalRef = [](JNIEnv*, jobject) { ourFake->deletedLocalRefs++; };
+        myTable.GetObjectClass = [](JNIEnv*, jobject value) { return (jclass)object(value)->klass; };
+        myTable.GetMethodID = [](JNIEnv*, jclass, const char* name, const char*) {
+            std::string wanted(name);
+            return wanted == "getName" ? GET_NAME : wanted == "getMessage" ? GET_MESSAGE : (jmethodID)3;
+        };
+        myTable.CallObjectMethodV = [](JNIEnv*, jobject target, jmethodID method, va_list) -> jobject {
+            if (method == GET_NAME) return ourFake->string(object(target)->text);
+            return (jobject)object(target)->message;
+        };
+        myTable.GetStringUTFChars = [](JNIEnv*, jstring text, jboolean*) -> const char* {
+            if (ourFake->utfCharsFail) return nullptr;
+            return object(text)->text.c_str();
+        };
+        myTable.GetStringUTFLength = [](JNIEnv*, jstring text) { return (jsize)object(text)->text.size(); };
+        myTable.ReleaseStringUTFChars = [](JNIEnv*, jstring, const char*) { ourFake->releasedStrings++; };
+        myTable.NewStringUTF = [](JNIEnv*, const char* text) { return ourFake->string(text); };
+        myTable.NewObjectArray = [](JNIEnv*, jsize length, jclass, jobject) {
+            jobjectArray array = (jobjectArray)ourFake->make();
+            object(array)->objects.resize(length);
+            return array;
+        };
+        myTable.SetObjectArrayElement = [](JNIEnv*, jobjectArray array, jsize at, jobject value) {
+            object(array)->objects.at(at) = value;
+        };
+        myTable.GetObjectArrayElement = [](JNIEnv*, jobjectArray array, jsize at) {
+            return object(array)->objects.at(at);
+        };
+        myTable.GetArrayLength = [](JNIEnv*, jarray array) {
+            FakeObject* value = object(array);
+            return (jsize)(value->ints.size() + value->bytes.size() + value->chars.size() + value->objects.size());
+        };
+        myTable.GetIntArrayElements = elementsOf<jintArray, jint, &FakeObject::ints>;
+        myTable.GetByteArrayElements = elementsOf<jbyteArray, jbyte, &FakeObject::bytes>;
+        myTable.GetCharArrayElements = elementsOf<jcharArray, jchar, &FakeObject::chars>;
+        myTable.ReleaseIntArrayElements = release<jintArray, jint>;
+        myTable.ReleaseByteArrayElements = release<jbyteArray, jbyte>;
+        myTable.ReleaseCharArrayElements = release<jcharArray, jchar>;
+        myTable.NewIntArray = newArray<jintArray, jint, &FakeObject::ints>;
+        myTable.NewByteArray = newArray<jbyteArray, jbyte, &FakeObject::bytes>;
+        myTable.SetIntArrayRegion = setRegion<jintArray, jint, &FakeObject::ints>;
+        myTable.SetByteArrayRegion = setRegion<jbyteArray, jbyte, &FakeObject::bytes>;
+    }
+    ~FakeJvm() { ourFake = nullptr; }
+
+    JNIEnv* env() { return &myEnv; }
+
+    static FakeObject* object(jobject value) { return (FakeObject*)value; }
+
+    // The primitive array calls, one template for each kind of call.
+    template <typename Array, typename Element, std::vector<Element> FakeObject::*values>
+    static Element* elementsOf(JNIEnv*, Array array, jboolean*) {
+        return (object(array)->*values).data();
+    }
+    template <typename Array, typename Element>
+    static void release(JNIEnv*, Array, Element*, jint mode) {
+        ourFake->releaseModes.push_back(mode);
+    }
+    template <typename Array, typename Element, std::vector<Element> FakeObject::*values>
+    static Array newArray(JNIEnv*, jsize length) {
+        Array array = (Array)ourFake->make();
+        (object(array)->*values).resize(length);
+        return array;
+    }
+    template <typename Array, typename Element, std::vector<Element> FakeObject::*values>
+    static void setRegion(JNIEnv*, Array array, jsize from, jsize length, const Element* source) {
+        std::copy(source, source + length, (object(array)->*values).begin() + from);
+    }
+    jobject make() {
+        myObjects.emplace_back();
+        return (jobject)&myObjects.back();
+    }
+    jstring string(const std::string& text) {
+        jobject value = make();
+        object(value)->text = text;
+        return (jstring)value;
+    }
+    // Classes outlive the stand-in: the glue keeps a global reference to one.
+    static jclass classNamed(const std::string& name) {
+        static std::deque<FakeObject>& classes = *new std::deque<FakeObject>();
+        classes.emplace_back();
+        classes.back().text = name;
+        return (jclass)&classes.back();
+    }
+    jthrowable throwable(const std::string& className, const char* message) {
+        jobject value = make();
+        object(value)->klass = object(classNamed(className));
+        if (message != nullptr) object(value)->message = object(string(message));
+        return (jthrowable)value;
+    }
+    jclass findClass(const char* name) {
+        calls.push_back(std::string("FindClass ") + name);
+        if (std::string(name) != missingClass) return classNamed(name);
+        pending = throwable("java.lang.NoClassDefFoundError", name);
+        return nullptr;
+    }
+
+    jthrowable pending = nullptr;
+    std::vector<std::string> calls;
+    std::vector<jint> releaseModes;
+    int deletedLocalRefs = 0;
+    int releasedStrings = 0;
+    bool utfCharsFail = false;
+    std::string missingClass;
+
+private:
+    JNINativeInterface_ myTable{};
+    JNIEnv myEnv{};
+    std::deque<FakeObject> myObjects;
+};
+
+// The few JVMTI calls of the glue, with the memory it hands out counted.
+class FakeJvmti {
+public:
+    FakeJvmti() {
+        ourCurrent = this;
+        myEnv.functions = &myTable;
+        myTable.GetErrorName = [](jvmtiEnv*, jvmtiError error, char** name) {
+            if (error == JVMTI_ERROR_INVALID_THREAD) *name = strdup("JVMTI_ERROR_INVALID_THREAD");
+            return error == JVMTI_ERROR_INVALID_THREAD ? JVMTI_ERROR_NONE : JVMTI_ERROR_ILLEGAL_ARGUMENT;
+        };
+        myTable.GetSystemProperty = [](jvmtiEnv*, const char* name, char** value) {
+            if (std::string(name) != "java.vm.vendor") return JVMTI_ERROR_NOT_AVAILABLE;
+            *value = strdup("Vendor");
+            return JVMTI_ERROR_NONE;
+        };
+        myTable.Allocate = [](jvmtiEnv*, jlong size, unsigned char** memory) {
+            if (size > 1024) return JVMTI_ERROR_OUT_OF_MEMORY;
+            *memory = (unsigned char*)malloc(size);
+            return JVMTI_ERROR_NONE;
+        };
+        myTable.Deallocate = [](jvmtiEnv*, unsigned char* memory) {
+            ourCurrent->deallocated++;
+            free(memory);
+            return JVMTI_ERROR_NONE;
+        };
+        mySaved = ourJVMTI;
+        ourJVMTI = &myEnv;
+    }
+    ~FakeJvmti() { ourJVMTI = mySaved; }
+
+    int deallocated = 0;
+
+private:
+    static FakeJvmti* ourCurrent;
+    jvmtiInterface_1_ myTable{};
+    jvmtiEnv myEnv{};
+    jvmtiEnv* mySaved;
+};
+FakeJvmti* FakeJvmti::ourCurrent = nullptr;
+
+std::string str(const ZString& text) { return std::string(text.c_str(), text.getLength()); }
+
+TEST(JvmGlueTest, JvmtiErrorCheckPassesNoneAndNamesAnyOther) {
+    CapturedLog log;
+    EXPECT_NO_THROW(check_JVMTI_error_impl(JVMTI_ERROR_NONE, nullptr, -1));
+    EXPECT_FALSE(Logger::ourLogFileCreated);
+
+    // Without an environment there is no name to be had.
+    EXPECT_EQ("10:<null>", str(getJvmtiErrorName(nullptr, JVMTI_ERROR_INVALID_THREAD)));
+    FakeJvmti jvmti;
+    EXPECT_THROW(check_JVMTI_error_impl(JVMTI_ERROR_INVALID_THREAD, "Caller.cpp", 12), KZTRuntimeException);
+    EXPECT_EQ(0u, log.messages().back().find("error at Caller.cpp:12: ERROR: JVMTI error "
+                                             "10:JVMTI_ERROR_INVALID_THREAD at Caller.cpp:12"))
+        << log.messages().back();
+    EXPECT_EQ(1, jvmti.deallocated);
+    EXPECT_EQ("99:<null>", str(getJvmtiErrorName(ourJVMTI, (jvmtiError)99)));
+}
+
+TEST(JvmGlueTest, PendingJavaExceptionIsFatalWithItsMessage) {
+    CapturedLog log;
+    FakeJvm jvm;
+    EXPECT_NO_THROW(assertJniImpl(jvm.env(), "Caller.cpp", 3));
+
+    jvm.pending = jvm.throwable("java.lang.IllegalStateException", "boom");
+    EXPECT_THROW(assertJniImpl(jvm.env(), "Caller.cpp", 4), KZTRuntimeException);
+    EXPECT_EQ(nullptr, jvm.pending);
+    EXPECT_NE(std::string::npos,
+              log.messages().back().find("assertJni failed at Caller.cpp:4\njava.lang.IllegalStateException: boom"))
+        << log.messages().back();
+}
+
+TEST(JvmGlueTest, ExceptionMessageIsEmptyWithoutAMessage) {
+    FakeJvm jvm;
+    EXPECT_EQ("java.io.IOException: disk full",
+              str(getExceptionMessage(jvm.env(), jvm.throwable("java.io.IOException", "disk full"))));
+    EXPECT_EQ("", str(getExceptionMessage(jvm.env(), jvm.throwable("java.io.IOException", nullptr))));
+    EXPECT_EQ("", str(getExceptionMessage(jvm.env(), nullptr)));
+}
+
+TEST(JvmGlueTest, ThrownRuntimeExceptionsReplaceEachOtherAndShareOneClass) {
+    FakeJvm jvm;
+    throwException(jvm.env(), "first");
+    throwException(jvm.env(), "second");
+    EXPECT_EQ("java/lang/RuntimeException: second", jvm.object(jvm.pending)->klass->text + ": " +
+                                                        jvm.object(jvm.pending)->message->text);
+    throwExceptionAssertionFailed(jvm.env());
+    throwOutOfMemoryException(jvm.env());
+    std::vector<std::string> throws;
+    int lookups = 0;
+    for (const std::string& call : jvm.calls) {
+        if (call.rfind("ThrowNew ", 0) == 0) throws.push_back(call);
+        if (call == "FindClass java/lang/RuntimeException") lookups++;
+    }
+    EXPECT_LE(lookups, 1);
+    EXPECT_EQ(std::vector<std::string>({"ThrowNew java/lang/RuntimeException: first",
+                                        "ThrowNew java/lang/RuntimeException: second",
+                                        "ThrowNew java/lang/RuntimeException: assertion failed in native code; see "
+                                        "agent log for detail",
+                                        "ThrowNew java/lang/RuntimeException: db::oome"}),
+              throws);
+}
+
+TEST(JvmGlueTest, JavaStringsBecomeZStringsByteForByte) {
+    CapturedLog log;
+    FakeJvm jvm;
+    EXPECT_TRUE(createZS(jvm.env(), nullptr).isEmpty());
+    EXPECT_TRUE(jvm.calls.empty());
+    // Modified UTF-8 keeps its two-byte NUL.
+    ZString text = createZS(jvm.env(), jvm.string("a\xC0\x80z"));
+    EXPECT_EQ("a\xC0\x80z", str(text));
+    EXPECT_EQ(1, jvm.releasedStrings);
+
+    ZString* copy = createZSPtr(jvm.env(), jvm.string("on the heap"));
+    EXPECT_EQ("on the heap", str(*copy));
+    delete copy;
+    ZString* none = createZSPtr(jvm.env(), nullptr);
+    EXPECT_TRUE(none->isEmpty());
+    delete none;
+    jvm.utfCharsFail = true;
+    ZString* failed = createZSPtr(jvm.env(), jvm.string("lost"));
+    EXPECT_TRUE(failed->isEmpty());
+    delete failed;
+    EXPECT_EQ("error: GetStringUTFChars failed", log.messages().back());
+    EXPECT_TRUE(createZS(jvm.env(), jvm.string("lost")).isEmpty());
+}
+
+TEST(JvmGlueTest, MissingClassIsLoggedAndFatalWhileAnExceptionIsPending) {
+    CapturedLog log;
+    FakeJvm jvm;
+    EXPECT_NE(nullptr, findClass(jvm.env(), "java/lang/Thread"));
+    jvm.missingClass = "com/acme/Missing";
+    EXPECT_THROW(findClass(jvm.env(), "com/acme/Missing"), KZTRuntimeException);
+    std::vector<std::string> messages = log.messages();
+    ASSERT_GE(messages.size(), 2u);
+    EXPECT_EQ("findClass failed: com/acme/Missing", messages[messages.size() - 2]);
+    EXPECT_EQ(nullptr, jvm.pending);
+}
+
+TEST(JvmGlueTest, RetransformCleanupTakesOnlyAPendingException) {
+    CapturedLog log;
+    FakeJvm jvm;
+    cleanupAfterRetransformClassesFailure(jvm.env());
+    EXPECT_FALSE(Logger::ourLogFileCreated);
+    EXPECT_TRUE(jvm.calls.empty());
+
+    jvm.pending = jvm.throwable("java.lang.UnsupportedOperationException", "no");
+    cleanupAfterRetransformClassesFailure(jvm.env());
+    EXPECT_EQ(nullptr, jvm.pending);
+    EXPECT_EQ(1, jvm.deletedLocalRefs);
+    EXPECT_EQ("warning: (additional info) retransform failed with JNI exception", log.messages().back());
+}
+
+TEST(JvmGlueTest, ArraysAreCopiedBothWaysAndNeverWrittenBack) {
+    FakeJvm jvm;
+    ZVector<int> ints;
+    fillVectorFromJArray(jvm.env(), (jintArray) nullptr, ints);
+    EXPECT_EQ(0, ints.getSize());
+    ints.push(7);
+    ints.push(-1);
+    jintArray intArray = newJIntArray(jvm.env(), ints);
+    ZVector<int> intsBack;
+    fillVectorFromJArray(jvm.env(), intArray, intsBack);
+    ASSERT_EQ(2, intsBack.getSize());
+    EXPECT_EQ(-1, intsBack[1]);
+
+    const unsigned char raw[] = {0, 0x80, 0xFF};
+    jbyteArray byteArray = newJByteArray(jvm.env(), raw, 3);
+    ZVector<unsigned char> bytesBack;
+    fillVectorFromJArray(jvm.env(), byteArray, bytesBack);
+    ASSERT_EQ(3, bytesBack.getSize());
+    EXPECT_EQ(0xFF, bytesBack[2]);
+
+    jcharArray charArray = (jcharArray)jvm.make();
+    jvm.object(charArray)->chars = {'o', 'k'};
+    ZVector<char> charsBack;
+    fillVectorFromJArray(jvm.env(), charArray, charsBack);
+    ASSERT_EQ(2, charsBack.getSize());
+    EXPECT_EQ('k', charsBack[1]);
+    EXPECT_EQ(std::vector<jint>({JNI_ABORT, JNI_ABORT, JNI_ABORT}), jvm.releaseModes);
+
+    ZVectorSafe<ZString> strings;
+    strings.push(ZString("one"));
+    strings.push(ZString(""));
+    ZVectorSafe<ZString> stringsBack;
+    fillStringVectorFromJArray(jvm.env(), newStringArray(jvm.env(), strings), stringsBack);
+    ASSERT_EQ(2, stringsBack.getSize());
+    EXPECT_EQ("one", str(stringsBack[0]));
+    EXPECT_TRUE(stringsBack[1].isEmpty());
+}
+
+TEST(JvmGlueTest, SystemPropertiesAndMemoryGoThroughTheMainEnvironment) {
+    CapturedLog log;
+    jvmtiEnv* saved = ourJVMTI;
+    ourJVMTI = nullptr;
+    EXPECT_TRUE(getSystemProperty("java.vm.vendor").isEmpty());
+    deallocate(nullptr);
+    ourJVMTI = saved;
+
+    FakeJvmti jvmti;
+    EXPECT_EQ("Vendor", str(getSystemProperty("java.vm.vendor")));
+    EXPECT_EQ(1, jvmti.deallocated);
+    EXPECT_TRUE(getSystemProperty("java.vm.info").isEmpty());
+    deallocate(nullptr);
+    EXPECT_EQ(1, jvmti.deallocated);
+    unsigned char* memory = allocate(16);
+    ASSERT_NE(nullptr, memory);
+    deallocate(memory);
+    EXPECT_EQ(2, jvmti.deallocated);
+    EXPECT_THROW(allocate(1 << 20), KZTRuntimeException);
+}
+
+}  // namespace

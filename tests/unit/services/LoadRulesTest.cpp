@@ -1,0 +1,66 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "services/LoadRules.h"
+
+namespace {
+
+class FullOptions : public ::testing::Test {
+protected:
+    void TearDown() override {
+        unsetenv("KZT_STARTUP_OPTIONS_PRE");
+        unsetenv("KZT_STARTUP_OPTIONS_POST");
+    }
+    static std::string full(const char* options) { return getFullOptions(options).c_str(); }
+};
+
+TEST_F(FullOptions, JoinsPreOptionsAndPostAndTrimsEveryOuterComma) {
+    EXPECT_EQ("", full(nullptr));
+    EXPECT_EQ("", full(""));
+    setenv("KZT_STARTUP_OPTIONS_PRE", "a", 1);
+    EXPECT_EQ("a,b", full("b"));
+    setenv("KZT_STARTUP_OPTIONS_POST", ",,c,,", 1);
+    EXPECT_EQ("a,b,,,c", full("b"));
+    setenv("KZT_STARTUP_OPTIONS_PRE", ",,,", 1);
+    unsetenv("KZT_STARTUP_OPTIONS_POST");
+    EXPECT_EQ("", full(",,"));
+    EXPECT_EQ("x,,y", full(",x,,y,"));
+}
+
+TEST(JvmRecognition, RefusesJava6HotSpotNumberingOnlyBelowJvmti9) {
+    const int jvmti12 = 0x30020000;
+    EXPECT_TRUE(isTooOldJvm("Sun Microsystems Inc.", "20.45-b01", jvmti12, false, ""));
+    EXPECT_FALSE(isTooOldJvm("Oracle Corporation", "21.0-b17", jvmti12, false, ""));
+    EXPECT_FALSE(isTooOldJvm("Oracle Corporation", "00.1-x", jvmti12, false, ""));
+    EXPECT_FALSE(isTooOldJvm("Oracle Corporation", "ab.1-x", jvmti12, false, ""));
+    // Java 9 and newer never read the HotSpot numbering.
+    EXPECT_FALSE(isTooOldJvm("Debian", "17.0.15+6", 0x30110000, false, ""));
+    EXPECT_FALSE(isTooOldJvm("Debian", "11.0.2", 0x30090000, false, ""));
+}
+
+TEST(JvmRecognition, RefusesCertainVendorsWhateverTheirVersion) {
+    EXPECT_TRUE(isTooOldJvm("BEA Systems", "R28.0", 0x30110000, false, ""));
+    EXPECT_TRUE(isTooOldJvm("Oracle Corporation", "R28.2.0-79", 0x30110000, false, ""));
+    EXPECT_FALSE(isTooOldJvm("Oracle Corporation", "25.0-b70", 0x30110000, false, ""));
+}
+
+TEST(JvmRecognition, RefusesOldIbmByVersionOrClassVersion) {
+    EXPECT_TRUE(isTooOldJvm("IBM Corporation", "2.4", 0x30010200, true, "51.0"));
+    EXPECT_TRUE(isTooOldJvm("IBM Corporation", "2.6", 0x30010200, true, "50.0"));
+    EXPECT_FALSE(isTooOldJvm("IBM Corporation", "2.6", 0x30010200, true, "51.0"));
+    // The same texts mean nothing on other vendors.
+    EXPECT_FALSE(isTooOldJvm("Other", "2.4", 0x30010200, false, "50.0"));
+}
+
+TEST(JvmRecognition, MajorVersionFromVmVersionThenSpecVersion) {
+    EXPECT_EQ(13, detectJavaMajorVersion("13-ea", "13"));
+    EXPECT_EQ(17, detectJavaMajorVersion("17.0.15+6-Debian-1deb12u1", "17"));
+    EXPECT_EQ(21, detectJavaMajorVersion("21+35", "21"));
+    EXPECT_EQ(11, detectJavaMajorVersion("11.0.2+9", "11"));
+    // A vm.version that is no number falls back to the version the JVM says it implements.
+    EXPECT_EQ(9, detectJavaMajorVersion("openj9-0.9.0", "9"));
+    EXPECT_EQ(0, detectJavaMajorVersion("openj9-0.9.0", "x"));
+}
+
+}  // namespace

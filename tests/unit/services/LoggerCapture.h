@@ -1,0 +1,111 @@
+// Sends the logger to a fresh folder for the life of one object, with a
+// fixed session name, and puts the logger's settings back afterwards. The
+// notice the logger prints to stderr is captured meanwhile.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "services/Logger.h"
+
+class CapturedLog {
+public:
+    static constexpr const char* SESSION = "sess";
+
+    CapturedLog()
+        : mySavedDirectory(Logger::ourCustomLogDirectory.c_str()),
+          mySavedSession(Logger::ourSessionNameFromOptions.c_str()),
+          mySavedLimit(Logger::ourLogFileSizeLimit),
+          mySavedUnited(Logger::ourUnitedLog),
+          mySavedQuiet(Logger::ourQuiet),
+          mySavedQuietErrors(Logger::ourQuietErrorMode),
+          mySavedSystemTime(Logger::ourWithSystemTime) {
+        char pattern[] = "/tmp/corvane-log-test-XXXXXX";
+        if (mkdtemp(pattern) == nullptr) throw std::runtime_error("mkdtemp failed");
+        myRoot = pattern;
+        unsetenv("CORVANE_UNITED_LOG");
+        Logger::resetForTests();
+        Logger::ourCustomLogDirectory = logFolder().c_str();
+        Logger::ourSessionNameFromOptions = SESSION;
+        Logger::ourLogFileSizeLimit = 1048576;
+        Logger::ourUnitedLog = false;
+        Logger::ourQuiet = false;
+        Logger::ourQuietErrorMode = false;
+        Logger::ourWithSystemTime = false;
+        testing::internal::CaptureStderr();
+    }
+
+    ~CapturedLog() {
+        testing::internal::GetCapturedStderr();
+        Logger::resetForTests();
+        Logger::ourCustomLogDirectory = mySavedDirectory.c_str();
+        Logger::ourSessionNameFromOptions = mySavedSession.c_str();
+        Logger::ourLogFileSizeLimit = mySavedLimit;
+        Logger::ourUnitedLog = mySavedUnited;
+        Logger::ourQuiet = mySavedQuiet;
+        Logger::ourQuietErrorMode = mySavedQuietErrors;
+        Logger::ourWithSystemTime = mySavedSystemTime;
+        std::error_code ignored;
+        std::filesystem::remove_all(myRoot, ignored);
+    }
+
+    CapturedLog(const CapturedLog&) = delete;
+    CapturedLog& operator=(const CapturedLog&) = delete;
+
+    const std::string& root() const { return myRoot; }
+    std::string logFolder() const { return myRoot + "/log"; }
+    std::string path() const { return logFolder() + "/" + SESSION + "-" + std::to_string(getpid()) + ".log"; }
+
+    // What went to stderr since the last call.
+    std::string takeStderr() {
+        std::string text = testing::internal::GetCapturedStderr();
+        testing::internal::CaptureStderr();
+        return text;
+    }
+
+    static std::string read(const std::string& file) {
+        std::ifstream in(file, std::ios::binary);
+        std::ostringstream content;
+        content << in.rdbuf();
+        return content.str();
+    }
+    std::string content() const { return read(path()); }
+
+    // The texts of the lines of a log, the line prefix (with the optional
+    // process id and system time) taken away and continuation lines joined on.
+    static std::vector<std::string> messagesIn(const std::string& log) {
+        static const std::regex PREFIX(
+            "^(\\d+ )?19\\.8-109 \\d+\\.\\d{3}( \\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3})?: ");
+        std::vector<std::string> messages;
+        std::istringstream lines(log);
+        std::string line;
+        while (std::getline(lines, line)) {
+            std::smatch match;
+            if (std::regex_search(line, match, PREFIX)) {
+                messages.push_back(match.suffix());
+            } else if (!messages.empty()) {
+                messages.back() += "\n" + line;
+            }
+        }
+        return messages;
+    }
+    std::vector<std::string> messages() const { return messagesIn(content()); }
+
+private:
+    std::string myRoot;
+    std::string mySavedDirectory;
+    std::string mySavedSession;
+    int mySavedLimit;
+    bool mySavedUnited;
+    bool mySavedQuiet;
+    bool mySavedQuietErrors;
+    bool mySavedSystemTime;
+};

@@ -1,0 +1,382 @@
+// Tables, stamps and the row stream that snapshots and live deltas are made of.
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "unit/DBTestSupport.h"
+#include "foundation/UptimeProvider.h"
+
+// Reads "count, then (index, stamp)" of a stream that holds exactly one row.
+static void expectSingleRowHead(StreamReader& r, int index, int stamp) {
+    EXPECT_EQ(1, r.readInt());
+    EXPECT_EQ(index, r.readInt());
+    EXPECT_EQ(stamp, r.readInt());
+}
+
+TEST_F(DBTest, TablesStandInTheirSlotsWithTheirNamesAndFirstIndices) {
+    const char* names[] = {"string", "thread", "method", "thread_frame", "monitor", "cpu_profiling",
+                           "instance_count", "frame", "table_generation", "snapshot", "alloc_info", "generation",
+                           "properties", "tele", "exception", "event", "code_point", "call_count", "alloc_point",
+                           "alloc_object_count"};
+    ZString statistics = db->getStatistics();
+    int searchFrom = 0;
+    for (int slot = 0; slot < FIXED_TABLE_COUNT; slot++) {
+        ASSERT_NE(nullptr, db->getTable(slot)) << slot;
+        // The statistics list the tables in slot order, each name padded to 20.
+        ZString padded(names[slot]);
+        while (padded.getLength() < 20) padded.appendChar(' ');
+        padded.append(" records=");
+        int at = statistics.indexOf(padded, searchFrom);
+        EXPECT_GT(at, searchFrom - 1) << names[slot];
+        searchFrom = at;
+    }
+    EXPECT_EQ(nullptr, db->getTable(FIXED_TABLE_COUNT));
+    EXPECT_EQ(nullptr, db->getTable(-1));
+    EXPECT_EQ(ourMethodTable, db->getMethodTable());
+    EXPECT_EQ(ourFrameTable, db->getFrameTable());
+    EXPECT_EQ(1, db->getThreadTable()->peekNextIndex());
+    EXPECT_EQ(1, db->getCurrentGeneration());
+    EXPECT_THROW(DB(0), KZTRuntimeException);
+}
+
+TEST_F(DBTest, InitializationWritesBuiltInPropertiesAndTheOwnMethod) {
+    const char* telemetryKeys[] = {"telec.non.heap.memory.max.kb", "telec.unloaded.class.count",
+                                   "telec.peak.thread.count", "telec.total.started.thread.count",
+                                   "telec.deadlock.found", "telec.heap.memory.max.kb"};
+    for (int i = 0; i < 6; i++) {
+        PropertyRecord* record = db->getPropertyTable()->getPtr(i + 1, false);
+        ASSERT_NE(nullptr, record);
+        EXPECT_EQ(telemetryKeys[i], text(record->myKey));
+        EXPECT_TRUE(record->myValue == 0 && record->myStamp == 1) << telemetryKeys[i];
+    }
+    int startTime = db->findPropertyRecordIndex(str("kzt.vm.starttime"));
+    ASSERT_GE(startTime, 7);
+    int startText = db->getPropertyTable()->getPtr(startTime, false)->myValue;
+    EXPECT_GT(std::stoll(text(startText)), 1500000000000LL);
+    for (const char* key : {"qv.system.physical.memory.mb", "kzt.command.line", "kzt.ide_project_name"})
+        EXPECT_GE(db->findPropertyRecordIndex(str(key)), 7) << key;
+    EXPECT_EQ(-1, db->findPropertyRecordIndex(str("no.such.property")));
+
+    ASSERT_GT(ownLineNumberMethod, 0);
+    MethodRecord* own = db->getMethodTable()->getPtr(ownLineNumberMethod, false);
+    EXPECT_EQ("own.<<own>>() void []", text(own->myClass) + "." + text(own->myName) + text(own->myParameters) + " " +
+                                            text(own->myReturnType) + " [" + text(own->mySourceFile) + "]");
+    EXPECT_EQ(0, own->myFlags & METHOD_FLAG_NATIVE);
+}
+
+// One column of a streamed row: an int, or a long where `isLong`.
+struct Column {
+    int64_t value;
+    bool isLong;
+};
+static Column I(int64_t value) { return {value, false}; }
+static Column L(int64_t value) { return {value, true}; }
+
+static void expectColumns(StreamReader& r, const std::vector<Column>& columns, const std::string& table) {
+    for (size_t i = 0; i < columns.size(); i++) {
+        int64_t read = columns[i].isLong ? r.readLong() : r.readInt();
+        EXPECT_EQ(columns[i].value, read) << table << " column " << i;
+    }
+    EXPECT_TRUE(r.atEnd()) << table;
+}
+
+TEST_F(DBTest, EveryRecordKindStreamsItsColumnsInOrder) {
+    int since = db->getCurrentGeneration();
+    db->advanceGeneration();
+    int g = db->getCurrentGeneration();
+    // The single row of `table` newer than `since`: index, stamp g, then the columns.
+    auto expectRow = [&](auto* table, int index, const std::vector<Column>& columns) {
+        StreamReader r(writeTable(table, since));
+        expectSingleRowHead(r, index, g);
+        expectColumns(r, columns, table->getName().c_str());
+    };
+
+    int fresh = str("fresh text");
+    {
+        StreamReader r(writeTable(db->getStringTable(), since));
+        expectSingleRowHead(r, fresh, g);
+        EXPECT_EQ("fresh text", r.readString());
+        EXPECT_TRUE(r.atEnd());
+    }
+    int m = ZMethod::getByName(lock, "p.C", "run", "(int)", "long", "C.java", true);
+    expectRow(db->getMethodTable(), m,
+              {I(str("run")), I(str("(int)")), I(str("p.C")), I(str("long")), I(str("C.java")), I(METHOD_FLAG_NATIVE)});
+
+    *db->getThreadTable()->getPtr(3, true) = ThreadRecord{g, 11, 12, 13, 14, 0x1122334455667788LL, 1, 99, 100};
+    expectRow(db->getThreadTable(), 3, {I(11), I(12), I(13), I(14), L(0x1122334455667788LL), I(1), L(99), L(100)});
+    *db->getThreadFrameTable()->getPtr(4, true) = ThreadFrameRecord{g, 21, 22};
+    expectRow(db->getThreadFrameTable(), 4, {I(21), I(22)});
+    *db->getMonitorTable()->getPtr(1, true) = MonitorRecord{g, 31, 32, 33, 34, 1LL << 40, 36};
+    expectRow(db->getMonitorTable(), 1, {I(31), I(32), I(33), I(34), L(1LL << 40), L(36)});
+    *db->getCpuProfilingTable()->getPtr(2, true) = CpuProfilingRecord{g, -41, 42};
+    expectRow(db->getCpuProfilingTable(), 2, {L(-41), L(42)});
+    *db->getInstanceCountTable()->getPtr(5, true) = InstanceCountRecord{g, 51, 52, 53};
+    expectRow(db->getInstanceCountTable(), 5, {I(51), I(52), L(53)});
+    *db->getFrameTable()->getPtr(600, true) = FrameRecord{g, 61, 62, 63, -1};
+    expectRow(db->getFrameTable(), 600, {I(61), I(62), I(63), I(-1)});
+    addSnapshotInfo("snap.cvs", 1234567890123LL);
+    expectRow(db->getSnapshotTable(), 1, {I(str("snap.cvs")), L(1234567890123LL)});
+    *db->getAllocInfoTable()->getPtr(7, true) = AllocInfoRecord{g, 71, 72, 73};
+    expectRow(db->getAllocInfoTable(), 7, {L(71), L(72), L(73)});
+    *db->getGenerationTable()->getPtr(1, true) = GenerationRecord{g, 81, 82};
+    expectRow(db->getGenerationTable(), 1, {I(81), L(82)});
+    db->setProperty(lock, "kzt.test", 91);
+    expectRow(db->getPropertyTable(), db->findPropertyRecordIndex(str("kzt.test")), {I(str("kzt.test")), I(91)});
+    *db->getExceptionTable()->getPtr(2, true) = ExceptionRecord{g, 101, 102, 0, 104, 105};
+    expectRow(db->getExceptionTable(), 2, {I(101), I(102), I(0), I(104), L(105)});
+    *db->getAllocPointTable()->getPtr(1, true) = AllocPointRecord{g, (int)0xC0080005, 112};
+    expectRow(db->getAllocPointTable(), 1, {I((int)0xC0080005), I(112)});
+    int point = CodePointStorage::getCodePoint(lock, 5, 5000);
+    expectRow(db->getCodePointTable(), point & 0x7fffffff, {I(5), I(5000)});
+
+    // Values past the inline capacity of an event row.
+    EventRecord* event = db->getEventRecordTable()->getPtr(9, true);
+    event->myStamp = g;
+    event->myTableId = 33;
+    event->myEventId = 1000;
+    std::vector<Column> eventColumns = {I(33), I(1000), I(12)};
+    for (int i = 0; i < 12; i++) {
+        event->myValues.push(i * 3);
+        eventColumns.push_back(I(i * 3));
+    }
+    expectRow(db->getEventRecordTable(), 9, eventColumns);
+
+    // Counters stream current minus base, as one long.
+    CallCountRecord* calls = db->getCallCountTable()->getPtr(3, true);
+    calls->myStamp = g;
+    calls->myCurrent = 50;
+    calls->myBase = 8;
+    expectRow(db->getCallCountTable(), 3, {L(42)});
+    AllocObjectCountRecord* objects = db->getAllocObjectCountTable()->getPtr(1, true);
+    objects->myStamp = g;
+    objects->myCurrent = 7;
+    objects->myBase = 10;
+    expectRow(db->getAllocObjectCountTable(), 1, {L(-3)});
+
+    // Table generations: index and stamp only, whatever the sign.
+    db->markTableCleared(TABLE_CPU_PROFILING);
+    db->getTableGenerationTable()->setRecordModificationStamp(TABLE_MONITOR, -g);
+    {
+        StreamReader r(writeTable(db->getTableGenerationTable(), since));
+        expectColumns(r, {I(2), I(TABLE_MONITOR), I(-g), I(TABLE_CPU_PROFILING), I(g)}, "table_generation");
+    }
+
+    // Telemetry: position, stamp, pair count, thread-state count (-1: none
+    // sampled), the twelve values, the pairs, then the thread states.
+    TelemetryRecord* row = db->nextTelemetryRow(lock);
+    for (int i = 0; i < 12; i++) row->myValues[i] = 100 + i;
+    row->myValues.push(str("tele.custom"));
+    row->myValues.push(-7);
+    row->myHasThreadStates = true;
+    row->myThreadStates.push(_ThreadState{3, 4, 5, 6000000000LL});
+    row->myThreadStates.push(_ThreadState{7, 8, 9, 10});
+    TelemetryRecord* noStates = db->nextTelemetryRow(lock);
+    std::vector<Column> tele = {I(2), I(0), I(g), I(1), I(2)};
+    for (int i = 0; i < 12; i++) tele.push_back(I(100 + i));
+    for (Column c : {I(str("tele.custom")), I(-7), I(3), I(4), I(5), L(6000000000LL), I(7), I(8), I(9), L(10), I(1),
+                     I(noStates->myStamp), I(0), I(-1)})
+        tele.push_back(c);
+    for (int i = 0; i < 12; i++) tele.push_back(I(0));
+    StreamReader r(writeTable(db->getTelemetryTable(), since));
+    expectColumns(r, tele, "tele");
+}
+
+TEST_F(DBTest, DeltasCarryChangesDeletionsAndReuseByGeneration) {
+    MonitorTable* table = db->getMonitorTable();
+    int g1 = db->getCurrentGeneration();
+    for (int i = 0; i < 3; i++) {
+        int index = table->nextIndex();
+        *table->getPtr(index, true) = MonitorRecord{g1, i, 0, 0, 0, 0, 0};
+    }
+    // An empty delta is the single count 0.
+    db->advanceGeneration();
+    int g2 = db->getCurrentGeneration();
+    std::vector<uint8_t> empty = writeTable(table, g1);
+    ASSERT_EQ(4u, empty.size());
+    EXPECT_EQ(0, StreamReader(empty).readInt());
+
+    // Deleted after the last snapshot: index and negative stamp, no payload.
+    table->deleteRecord(2, g2);
+    {
+        StreamReader r(writeTable(table, g1));
+        expectSingleRowHead(r, 2, -g2);
+        EXPECT_TRUE(r.atEnd());
+    }
+    // A full dump still shows the deleted row, in index order.
+    {
+        StreamReader r(writeTable(table, 0));
+        EXPECT_EQ(3, r.readInt());
+        for (int index = 1; index <= 3; index++) {
+            EXPECT_EQ(index, r.readInt());
+            int stamp = r.readInt();
+            EXPECT_EQ(index == 2 ? -g2 : g1, stamp);
+            if (stamp > 0) {
+                EXPECT_EQ(index - 1, r.readInt());
+                for (int i = 0; i < 3; i++) r.readInt();
+                r.readLong();
+                r.readLong();
+            }
+        }
+        EXPECT_TRUE(r.atEnd());
+    }
+    // Deleted and re-created at the same index: once, live.
+    int reused = table->nextIndex();
+    EXPECT_EQ(2, reused);
+    EXPECT_EQ(4, table->nextIndex());
+    MonitorRecord* record = table->getPtr(reused, true);
+    EXPECT_EQ(0, record->myBlockedTRN);  // the deletion cleared the columns
+    record->myBlockedTRN = 77;
+    record->myStamp = g2;
+    {
+        StreamReader r(writeTable(table, g1));
+        expectSingleRowHead(r, 2, g2);
+        EXPECT_EQ(77, r.readInt());
+    }
+    // Nothing is newer than the present generation.
+    EXPECT_EQ(0, StreamReader(writeTable(table, g2)).readInt());
+    EXPECT_EQ(g2, table->getRecordModificationStamp(2));
+}
+
+TEST_F(DBTest, WriteTableNeedsProgressAndReportsRisingPercents) {
+    MemoryWriter writer;
+    EXPECT_THROW(db->getThreadTable()->writeTable(writer, 0, 0, 0, nullptr), KZTRuntimeException);
+
+    for (int i = 1; i <= 4; i++) *db->getCpuProfilingTable()->getPtr(i, true) = CpuProfilingRecord{1, i, i};
+    int sockets[2];
+    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, sockets));
+    Progress progress(sockets[0]);
+    db->getCpuProfilingTable()->writeTable(writer, 0, 10, 50, &progress);
+    EXPECT_EQ(40, progress.getLastPercent());
+    // Rows 0..3 of 4 over 10..50 give 10, 20, 30, 40: four messages.
+    std::vector<uint8_t> messages(64);
+    ASSERT_EQ(64, read(sockets[1], messages.data(), 64));
+    StreamReader r(messages);
+    for (int percent = 10; percent <= 40; percent += 10) {
+        EXPECT_EQ(123456789, r.readLong());
+        EXPECT_EQ(100600, r.readInt());
+        EXPECT_EQ(percent, r.readInt());
+    }
+    // Percent never goes back: a second pass over the same range sends nothing.
+    db->getCpuProfilingTable()->writeTable(writer, 0, 10, 50, &progress);
+    close(sockets[0]);
+    uint8_t extra;
+    EXPECT_EQ(0, read(sockets[1], &extra, 1));
+    close(sockets[1]);
+}
+
+TEST_F(DBTest, ClearTableEmptiesRowsAndRestartsIndicesButKeepsCapacity) {
+    EventRecordTable* events = db->getEventRecordTable();
+    for (int i = 0; i < 600; i++) {
+        EventRecord* row = events->getPtr(events->nextIndex(), true);
+        row->myStamp = 1;
+        for (int v = 0; v < 20; v++) row->myValues.push(v);
+    }
+    int capacity = events->getCapacity();
+    events->clearTable();
+    EXPECT_EQ(capacity, events->getCapacity());
+    EXPECT_EQ(1, events->nextIndex());
+    EXPECT_EQ(nullptr, events->getPtr(1, false));
+    EXPECT_EQ(0, events->getRecordModificationStamp(300));
+    EXPECT_EQ(0, events->getPtr(5, true)->myValues.getSize());
+    EXPECT_EQ(0, StreamReader(writeTable(events, 0)).readInt());
+    // A clear does not touch the generation; the caller marks the slot.
+    EXPECT_EQ(1, db->getCurrentGeneration());
+}
+
+TEST_F(DBTest, TelemetryRowsRollAndSurviveAClearInPlace) {
+    TelemetryTable* tele = db->getTelemetryTable();
+    TelemetryRecord* rows[TELEMETRY_LIMIT + 1];
+    for (int i = 0; i <= TELEMETRY_LIMIT; i++) {
+        rows[i] = db->nextTelemetryRow(lock);
+        EXPECT_EQ(12, rows[i]->myValues.getSize());
+        rows[i]->myValues.push(i);
+        rows[i]->myValues.push(i);
+    }
+    // Capacity N: after N + 1 rows position 0 is gone.
+    EXPECT_EQ(0, tele->getRecordModificationStamp(0));
+    EXPECT_EQ(1, tele->getRecordModificationStamp(1));
+    EXPECT_EQ(1, tele->getRecordModificationStamp(TELEMETRY_LIMIT));
+    EXPECT_EQ(rows[0], rows[TELEMETRY_LIMIT]);  // the ring slot was reused
+    {
+        StreamReader r(writeTable(tele, 0));
+        EXPECT_EQ(TELEMETRY_LIMIT, r.readInt());
+        EXPECT_EQ(1, r.readInt());  // first row is position 1
+    }
+    tele->clearTable();
+    EXPECT_EQ(0, StreamReader(writeTable(tele, 0)).readInt());
+    EXPECT_EQ(0, tele->getRecordModificationStamp(TELEMETRY_LIMIT));
+    // Positions go on from where they were; the rows stay allocated.
+    TelemetryRecord* next = db->nextTelemetryRow(lock);
+    EXPECT_EQ(rows[1], next);
+    EXPECT_EQ(12, next->myValues.getSize());  // the old sample's pairs are gone
+    StreamReader r(writeTable(tele, 0));
+    EXPECT_EQ(1, r.readInt());
+    EXPECT_EQ(TELEMETRY_LIMIT + 1, r.readInt());
+}
+
+TEST_F(DBTest, TelemetrySampleUpdatesPropertiesPairsAndUptime) {
+    ZVector<int> constants;
+    for (int i = 0; i <= 6; i++) constants.push(i == 3 ? 0 : i * 10);
+    ZVector<int> values;
+    for (int i = 0; i < 12; i++) values.push(1000 + i);
+    ZVector<int> keys;
+    ZVector<int> customValues;
+    for (int i = 0; i < 3; i++) {
+        keys.push(str(("tele.k" + std::to_string(i)).c_str()));
+        customValues.push(i);
+    }
+    db->advanceGeneration();
+    int g = db->getCurrentGeneration();
+    TelemetryRecord* row = db->storeTelemetrySample(lock, constants, values, keys, customValues, true);
+    EXPECT_TRUE(row->myHasThreadStates);
+    EXPECT_EQ(18, row->myValues.getSize());
+    EXPECT_EQ(1000, row->myValues[0]);
+    EXPECT_NEAR(ourUptimeProvider.getUptimeMs() / 100, row->myValues[11], 1);
+    EXPECT_EQ(keys[2], row->myValues[16]);
+    // Changed constants restamp their property; property 3 kept its 0.
+    EXPECT_EQ(20, db->getPropertyTable()->getPtr(2, false)->myValue);
+    EXPECT_EQ(g, db->getPropertyTable()->getPtr(2, false)->myStamp);
+    EXPECT_EQ(1, db->getPropertyTable()->getPtr(3, false)->myStamp);
+    {
+        StreamReader r(writeTable(db->getTelemetryTable(), 0));
+        EXPECT_EQ(1, r.readInt());
+        r.readInt();
+        r.readInt();
+        EXPECT_EQ(3, r.readInt());  // three custom pairs
+    }
+    // A first key of 0 appends no pair at all.
+    keys[0] = 0;
+    row = db->storeTelemetrySample(lock, constants, values, keys, customValues, false);
+    EXPECT_EQ(12, row->myValues.getSize());
+    values.push(1);
+    EXPECT_THROW(db->storeTelemetrySample(lock, constants, values, keys, customValues, false), KZTRuntimeException);
+}
+
+TEST_F(DBTest, SetPropertyStampsOnlyRealChanges) {
+    db->setProperty(lock, "kzt.some", 5);
+    int index = db->findPropertyRecordIndex(str("kzt.some"));
+    int since = db->getCurrentGeneration();
+    db->advanceGeneration();
+    db->setProperty(lock, "kzt.some", 5);
+    EXPECT_EQ(0, StreamReader(writeTable(db->getPropertyTable(), since)).readInt());
+    db->setProperty(lock, "kzt.some", 6);
+    StreamReader r(writeTable(db->getPropertyTable(), since));
+    expectSingleRowHead(r, index, db->getCurrentGeneration());
+    EXPECT_EQ(index, db->findPropertyRecordIndex(str("kzt.some")));
+}
+
+TEST_F(DBTest, StatisticsCountLiveRowsAndAddUp) {
+    for (int i = 0; i < 3; i++) {
+        EventRecord* row = db->getEventRecordTable()->getPtr(i + 1, true);
+        row->myStamp = 1;
+        for (int v = 0; v < (i == 2 ? 11 : 4); v++) row->myValues.push(v);
+    }
+    ZString text = db->getStatistics();
+    EXPECT_TRUE(text.contains("event                records=       3/       0 -     1280 allocated=0 MB (="));
+    EXPECT_TRUE(text.contains("\n  counted records: total=3 with_excess=1\n"));
+    EXPECT_TRUE(text.contains("\n  myValues length: total=19 avg=6 max=11\n"));
+    EXPECT_TRUE(text.contains("\ntelemetryLimit=5\n"));
+    EXPECT_TRUE(text.contains("\nString bodies: 0 MB (="));
+    EXPECT_TRUE(text.contains("\nTFI: "));
+    EXPECT_TRUE(text.contains("\nTotal size: "));
+    EXPECT_EQ(ZString("2 MB (=3145727 bytes)"), formatBytes(3145728 - 1));
+}
