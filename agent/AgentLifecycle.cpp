@@ -18,7 +18,7 @@ static const char* const CORE_INIT_SIGNATURE =
 void agentStart(JNIEnv* env) {
     Logger::message("agentStart: 1");
     Logger::message("agentStart: 2");
-    jclass callbackClass = findClass(env, "com/corvane/runtime/Callback");
+    jclass callbackClass = findClass(env, CALLBACK_CLASS);
     int count = 0;
     const JNINativeMethod* natives = getAgentNativeMethods(&count);
     jint result = env->RegisterNatives(callbackClass, natives, count);
@@ -43,7 +43,7 @@ static void exportInternalMisc(JNIEnv* env) {
         Logger::message("error: module for jdk/internal/misc is NULL");
         return;
     }
-    jclass callbackClass = findClass(env, "com/corvane/runtime/Callback");
+    jclass callbackClass = findClass(env, CALLBACK_CLASS);
     jobject callbackModule = env->GetModule(callbackClass);
     if (callbackModule == nullptr) {
         env->ExceptionClear();
@@ -79,7 +79,7 @@ bool agentInit(JNIEnv* env) {
     Logger::message("agentInit: 1");
     if (ourIsJava9orNewer && !ourOptions.isInternalOption("_force_sun_misc_Unsafe")) exportInternalMisc(env);
 
-    jclass coreClass = findClass(env, "com/corvane/runtime/Core");
+    jclass coreClass = findClass(env, CORE_CLASS);
     ourClassCoreGlobalRef = (jclass)env->NewGlobalRef(coreClass);
     env->DeleteLocalRef(coreClass);
     Logger::message("agentInit: Core loaded");
@@ -107,7 +107,7 @@ bool agentInit(JNIEnv* env) {
         retransformEarlyClass(env, "java/io/FileOutputStream");
     }
 
-    jthread detector = createThread(env, "KZTAgent-OomeSnapshotDetector");
+    jthread detector = createThread(env, OOME_DETECTOR_THREAD_NAME);
     check_JVMTI_error(ourJVMTI->RunAgentThread(detector, detector_thread_entry, nullptr, JVMTI_THREAD_MAX_PRIORITY));
     env->DeleteLocalRef(detector);
 

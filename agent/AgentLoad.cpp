@@ -79,7 +79,7 @@ static void requestCapabilities(jvmtiCapabilities& wanted, const jvmtiCapabiliti
         wanted.can_generate_exception_events = 1;
     }
     if ((ourCapabilities.get() & CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE) && (ourCapabilities.get() & CAPABILITY_TRACING)) {
-        ourProbe2ActivityMode.put(ZString("com.corvane.probes.builtin.CpuTracingSupport"), PROBE_ACTIVITY_MODE_ON);
+        ourProbe2ActivityMode.put(ZString(BUILTIN_PROBE_PACKAGE) + "CpuTracingSupport", PROBE_ACTIVITY_MODE_ON);
     }
 
     REQUEST_CAPABILITY(can_generate_vm_object_alloc_events, true,

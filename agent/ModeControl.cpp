@@ -37,7 +37,7 @@ static const char* cpuModeLowerCaseName(int64_t mode) {
 
 // Java half: makes Unsafe ready for the line stubs; false without it.
 static bool setupTracingInJava(JNIEnv* env) {
-    jclass core = env->FindClass("com/corvane/runtime/Core");
+    jclass core = env->FindClass(CORE_CLASS);
     jmethodID setup = core != nullptr ? env->GetStaticMethodID(core, "setupTracing", "()Z") : nullptr;
     if (setup == nullptr) {
         env->ExceptionClear();

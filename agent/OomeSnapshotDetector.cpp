@@ -14,7 +14,7 @@ static const int POLL_PERIOD_MS = 3000;
 // in a raw monitor wait as blocked and does not hold up its exit for it.
 static void waitBlocked(int ms) {
     static jrawMonitorID monitor = nullptr;
-    if (monitor == nullptr && ourJVMTI->CreateRawMonitor("KZTAgent-OomeSnapshotDetector", &monitor) != JVMTI_ERROR_NONE) {
+    if (monitor == nullptr && ourJVMTI->CreateRawMonitor(OOME_DETECTOR_THREAD_NAME, &monitor) != JVMTI_ERROR_NONE) {
         monitor = nullptr;
         z_sleep_ms(ms);
         return;

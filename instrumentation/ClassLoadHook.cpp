@@ -24,7 +24,6 @@ static int ourDumpCounter = 0;
 
 ClassLoadHookCounters getClassLoadHookCounters() { return ourCounters; }
 
-static const char* const CALLBACK_INTERNAL_NAME = "com/corvane/runtime/Callback";
 
 // The JVM's phase, -1 without a JVMTI environment (tools, tests).
 static int getPhase() {
@@ -133,8 +132,8 @@ static bool patchCallbackForJava9(const ZString& name, int length, const unsigne
 }
 
 static bool isAgentClass(const ZString& fullName, bool disabledProbe) {
-    return fullName.startsWith("com.corvane.runtime.") || fullName.startsWith("com.corvane.Natives") ||
-           fullName.startsWith("com.corvane.Constants") || (!disabledProbe && fullName.startsWith("com.corvane.probes."));
+    return fullName.startsWith(RUNTIME_PACKAGE_DOTTED) || fullName.startsWith("com.corvane.Natives") ||
+           fullName.startsWith("com.corvane.Constants") || (!disabledProbe && fullName.startsWith(PROBES_PACKAGE_DOTTED));
 }
 
 static bool shouldLogTotals(int64_t processed, bool timesOn) {
@@ -204,7 +203,7 @@ void classFileLoadHookHandlerImpl(const LockHolder& lock, const ZString& name, i
         if (!probeWanted) return;
     }
 
-    if (ourIsJava9orNewer && !ourOptions.isInternalOption("_force_sun_misc_Unsafe") && name.equals(CALLBACK_INTERNAL_NAME)) {
+    if (ourIsJava9orNewer && !ourOptions.isInternalOption("_force_sun_misc_Unsafe") && name.equals(CALLBACK_CLASS)) {
         patchCallbackForJava9(name, length, bytes, newLength, newBytes);
         return;
     }
@@ -235,7 +234,7 @@ void classFileLoadHookHandlerImpl(const LockHolder& lock, const ZString& name, i
     if (disabledProbe) {
         if (ourProbeJoint.applyProbes != nullptr) ourProbeJoint.applyProbes(lock, cf, fullName, true);
         changed = true;
-    } else if (!fullName.startsWith("com.corvane.probes.") && ourProbeJoint.applyProbes != nullptr) {
+    } else if (!fullName.startsWith(PROBES_PACKAGE_DOTTED) && ourProbeJoint.applyProbes != nullptr) {
         probesChanged = ourProbeJoint.applyProbes(lock, cf, fullName, false);
         changed = changed || probesChanged;
     }

@@ -20,7 +20,6 @@
 
 namespace {
 
-const char* const CALLBACK_INTERNAL_NAME = "com/corvane/runtime/Callback";
 const char* const JSP_SERVICE_DESCRIPTOR =
     "(Ljavax/servlet/http/HttpServletRequest;Ljavax/servlet/http/HttpServletResponse;)V";
 
@@ -761,7 +760,7 @@ bool instrumentForTracingAndAllocation(const LockHolder& lock, ClassFile* cf, bo
     bool jspClass = !c.options.jspWithLines && super != nullptr && super->equals("org/apache/jasper/runtime/HttpJspBase");
     if (jspClass) verboseMessage(c, [&] { return ZString("-lines (jsp_class): ") + c.fullName; });
 
-    int callbackClass = cf->findOrCreateConstantClass(cf->findOrCreateUtf8(CALLBACK_INTERNAL_NAME));
+    int callbackClass = cf->findOrCreateConstantClass(cf->findOrCreateUtf8(CALLBACK_CLASS));
     int longDescriptor = cf->findOrCreateUtf8("(IJ)J");
     int voidDescriptor = cf->findOrCreateUtf8("(IJ)V");
     c.entryRef = cf->findOrCreateMethodRef(callbackClass, cf->findOrCreateUtf8("kztMethodEntry"), longDescriptor);

@@ -50,8 +50,8 @@ ZString JavaSampling::startSampler(const LockHolder& lock, JNIEnv* env, int64_t 
     ZString error = getSampler((uint64_t)kind)->start(kind, settings);
     if (!error.isEmpty()) return error;
     if (!ourSamplingThreadStarted) {
-        check_JVMTI_error(ourJVMTI->CreateRawMonitor("KZTAgent-CpuSampler", &ourSamplerMonitor));
-        jthread thread = createThread(env, "KZTAgent-CpuSampler");
+        check_JVMTI_error(ourJVMTI->CreateRawMonitor(SAMPLER_THREAD_NAME, &ourSamplerMonitor));
+        jthread thread = createThread(env, SAMPLER_THREAD_NAME);
         check_JVMTI_error(ourJVMTI->RunAgentThread(thread, sampler_thread_entry, nullptr, JVMTI_THREAD_MAX_PRIORITY));
         env->DeleteLocalRef(thread);
         ourSamplingThreadStarted = true;

@@ -87,11 +87,10 @@ int64_t ThreadInfo::getThreadCpuTimeNs() const {
 void ThreadInfo::setThreadName(const ZString& name) {
     myName = name;
     myNameStrId = -1;
-    myAgentThread = name.startsWith("KZTAgent-");
+    myAgentThread = name.startsWith(AGENT_THREAD_PREFIX);
     myExcludedFromTracing = myAgentThread || name.startsWith("KZT-Process-Exit-Listener");
-    myExcludedFromSampling = name.startsWith("KZTAgent-AsyncSamplingEventsProcessor") ||
-                             name.startsWith("KZTAgent-CpuSampler") ||
-                             name.startsWith("KZTAgent-OomeSnapshotDetector");
+    myExcludedFromSampling = name.startsWith(ASYNC_SAMPLING_THREAD_NAME) || name.startsWith(SAMPLER_THREAD_NAME) ||
+                             name.startsWith(OOME_DETECTOR_THREAD_NAME);
 }
 
 void ThreadInfo::retrieveThreadNameJava(JNIEnv* env, jobject thread, ZString* name, ZString* group, bool* daemon) {

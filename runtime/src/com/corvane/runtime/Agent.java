@@ -6,20 +6,13 @@ import java.io.IOException;
 import java.text.SimpleDateFormat;
 import java.util.Date;
 
-/** Capability bits of the native agent, as seen from the Java side, and the naming of snapshot files. */
+/** What the native agent tells of itself, and the naming of snapshot files. */
 public final class Agent {
-    public static final int CAPABILITY_ATTACHED_AGENT = 1024;
-    public static final int CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE = 16384;
-    public static final int CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE_IBM = 65536;
-    public static final int CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE_BY_OPTION = 131072;
-    public static final int CAPABILITY_HEAP_SAMPLING = 262144;
-    public static final int CAPABILITY_ASYNC_SAMPLING = 524288;
-
     private Agent() {
     }
 
     public static boolean isAttached() {
-        return (Callback.getCapabilities() & CAPABILITY_ATTACHED_AGENT) != 0;
+        return (Callback.getCapabilities() & SharedConstants.CAPABILITY_ATTACHED_AGENT) != 0;
     }
 
     /** The format, or "{sessionname}-{date}" when it is empty, with its macros replaced. */

@@ -14,10 +14,6 @@ public final class Callback {
     // body of one of the private variants copied into each stub, so a mode
     // that is off costs an empty static call, which the JIT removes.
 
-    public static final int ADAPTIVE_TRACING_CACHE_CAPACITY = 8000000;
-    public static final long ADAPTIVE_TRACING_SHOULD_INVOKE_EXIT_CALLBACK = 0;
-    public static final long ADAPTIVE_TRACING_SHOULD_SKIP_EXIT_CALLBACK = 1;
-
     private static final int TAO_ELEMENT_PADDING_POW = 3;
     private static final int TAO_ELEMENT_PADDING = 1 << TAO_ELEMENT_PADDING_POW;
     private static final int TAO_EFFECTIVE_ELEMENTS = 256;
@@ -25,7 +21,7 @@ public final class Callback {
 
     private static final int FACTOR_4 = 4;
     private static final int FACTOR_8 = 8;
-    private static final int COUNTERS_PER_BLOCK_POW = 12;
+    private static final int COUNTERS_PER_BLOCK_POW = SharedConstants.COUNTERS_PER_BLOCK_POW;
     private static final int COUNTERS_PER_BLOCK = 1 << COUNTERS_PER_BLOCK_POW;
     // log2 of the bytes of one stripe: COUNTERS_PER_BLOCK longs.
     private static final int COUNTERS_PER_BLOCK_SHIFT = COUNTERS_PER_BLOCK_POW + 3;
@@ -57,7 +53,7 @@ public final class Callback {
 
     private static long methodEntry_A(int methodId, long counter) {
         if (isAdaptiveFiltered(methodId)) {
-            return ADAPTIVE_TRACING_SHOULD_SKIP_EXIT_CALLBACK;
+            return SharedConstants.ENTRY_RESULT_NOT_TRACED;
         }
         return kztMethodEntry0(methodId);
     }
@@ -81,7 +77,7 @@ public final class Callback {
     }
 
     private static void methodExit_A(int methodId, long entryResult) {
-        if (entryResult != ADAPTIVE_TRACING_SHOULD_SKIP_EXIT_CALLBACK) {
+        if (entryResult != SharedConstants.ENTRY_RESULT_NOT_TRACED) {
             kztMethodExit0(methodId, entryResult);
         }
     }
@@ -91,7 +87,7 @@ public final class Callback {
     private static void methodLine(int line, long entryResult) {
         if (entryResult == 0) {
             kztMethodLine0(line);
-        } else if (entryResult != ADAPTIVE_TRACING_SHOULD_SKIP_EXIT_CALLBACK) {
+        } else if (entryResult != SharedConstants.ENTRY_RESULT_NOT_TRACED) {
             ourUnsafe.putInt(entryResult, line);
         }
     }
@@ -145,7 +141,7 @@ public final class Callback {
     static boolean setupTracing() {
         int[] bits = ourAdaptiveTracingExcludedMethods;
         if (bits == null) {
-            ourAdaptiveTracingExcludedMethods = new int[ADAPTIVE_TRACING_CACHE_CAPACITY / 32];
+            ourAdaptiveTracingExcludedMethods = new int[SharedConstants.ADAPTIVE_TRACING_CACHE_CAPACITY / 32];
         } else {
             synchronized (bits) {
                 java.util.Arrays.fill(bits, 0);

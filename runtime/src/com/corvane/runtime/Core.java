@@ -73,11 +73,9 @@ public final class Core {
     public static void captureSnapshotOnExit(long kind) {
         String format = ourSnapshotNameFormat == null || ourSnapshotNameFormat.isEmpty()
                 ? "{sessionname}-{date}" : ourSnapshotNameFormat;
-        captureSnapshot1(null, -1, kind | SNAPSHOT_FLAG_ON_EXIT, format + "-shutdown", null);
+        captureSnapshot1(null, -1, kind | SharedConstants.SNAPSHOT_FLAG_ON_EXIT, format + "-shutdown", null);
     }
 
-    static final long SNAPSHOT_FLAG_ON_EXIT = 32;
-    static final long SNAPSHOT_FLAG_HPROF = 16;
 
     /**
      * Captures a snapshot into {@code directory} (null: the snapshot directory). Null on success, with the
@@ -97,7 +95,7 @@ public final class Core {
         if (!folder.canWrite()) {
             return "User " + System.getProperty("user.name") + " has no write access to the directory " + folder;
         }
-        boolean hprof = (flags & SNAPSHOT_FLAG_HPROF) != 0;
+        boolean hprof = (flags & SharedConstants.SNAPSHOT_FLAG_HPROF) != 0;
         File file;
         try {
             file = Agent.createSnapshotFile(folder, nameFormat, ourSessionName, hprof ? ".hprof" : ".snapshot");
