@@ -289,49 +289,14 @@ int CodeAttribute::getCorrectExceptionHandlerIndex(int pc) const {
 
 // ---- moving tables ----
 
-void CodeAttribute::shiftExceptionTableAndLineNumbers(int shift, int threshold) {
-    KZT_ASSERT(shift >= 0);
-    for (int i = 0; i < myExceptionTable.getSize(); i++) {
-        ExceptionTableElement* e = myExceptionTable[i];
-        if (e->startPc >= threshold) e->startPc += shift;
-        if (e->endPc >= threshold) e->endPc += shift;
-        if (e->handlerPc >= threshold) e->handlerPc += shift;
-    }
-    for (int i = 0; i < myAttributes.getSize(); i++) {
-        if (myAttributes[i]->getKind() == LINE_NUMBER_TABLE) {
-            static_cast<LineNumberTableAttribute*>(myAttributes[i])->shiftLineNumbers(shift);
-        }
-    }
-    for (int f = 1; f < myFrames.getSize(); f++) {
-        StackMapFrame* frame = myFrames[f];
-        if (frame->getOffset() < threshold) continue;
-        frame->setOffset(frame->getOffset() + shift);
-        VerificationTypes* lists[2] = {&frame->getLocals(), &frame->getStack()};
-        for (VerificationTypes* list : lists) {
-            for (VerificationType& t : *list) {
-                if (t.getTag() == VerificationType::UNINITIALIZED && t.getData() >= threshold) t.setData(t.getData() + shift);
-            }
-        }
-    }
-}
-
 static int mapped(const int* map, int offset, int oldLength) {
     KZT_ASSERT(offset >= 0 && offset < oldLength);
     return map[offset];
 }
 
-void CodeAttribute::shiftExceptionTableAndLineNumbers(const int* map, int oldLength) {
-    KZT_ASSERT_NOT_NULL(map);
-    remapTables(map, map, oldLength, false);
-}
-
 void CodeAttribute::remapOffsets(const int* blockMap, const int* instructionMap, int oldLength) {
     KZT_ASSERT_NOT_NULL(blockMap);
     KZT_ASSERT_NOT_NULL(instructionMap);
-    remapTables(blockMap, instructionMap, oldLength, true);
-}
-
-void CodeAttribute::remapTables(const int* blockMap, const int* instructionMap, int oldLength, bool withVariables) {
     for (int i = 0; i < myExceptionTable.getSize(); i++) {
         ExceptionTableElement* e = myExceptionTable[i];
         e->startPc = mapped(blockMap, e->startPc, oldLength);
@@ -342,7 +307,7 @@ void CodeAttribute::remapTables(const int* blockMap, const int* instructionMap, 
         AttributeInfo* a = myAttributes[i];
         if (a->getKind() == LINE_NUMBER_TABLE) {
             static_cast<LineNumberTableAttribute*>(a)->shiftLineNumbers(blockMap, oldLength);
-        } else if (withVariables && (a->getKind() == LOCAL_VARIABLE_TABLE || a->getKind() == LOCAL_VARIABLE_TYPE_TABLE)) {
+        } else if ((a->getKind() == LOCAL_VARIABLE_TABLE || a->getKind() == LOCAL_VARIABLE_TYPE_TABLE)) {
             static_cast<LocalVariableTableAttribute*>(a)->remap(blockMap, blockMap, oldLength, myCodeLength);
         }
     }

@@ -87,11 +87,7 @@ public:
     int getCorrectExceptionHandlerIndex(int pc) const;
 
     // ---- moving tables along with the code ----
-    // Code of `shift` bytes inserted at `threshold`.
-    void shiftExceptionTableAndLineNumbers(int shift, int threshold);
-    // Code rewritten through an old-to-new offset map; setCode comes first.
-    void shiftExceptionTableAndLineNumbers(const int* map, int oldLength);
-    // The general form: a position that receives control (range starts and
+    // A position that receives control (range starts and
     // ends, handlers, frames, lines, variable starts) goes through `blockMap`,
     // the offset of a `new` named by an Uninitialized item through
     // `instructionMap`. Both maps have oldLength + 1 entries; the variable
@@ -128,7 +124,6 @@ private:
     bool hasFramesToWrite() const { return myStackMapsEnabled && myFrames.getSize() >= 2; }
     void encodeFrames(DataOutput& out);
     void writeBody(DataOutput& out, int extraAttributes);
-    void remapTables(const int* blockMap, const int* instructionMap, int oldLength, bool withVariables);
     void wipe(StackMapFrame* frame) const;
     void deleteFrames();
 

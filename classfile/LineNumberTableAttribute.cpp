@@ -24,22 +24,13 @@ void LineNumberTableAttribute::writeTo(DataOutput& out) {
     }
 }
 
-void LineNumberTableAttribute::shiftLineNumbers(int shift) {
-    for (int i = 0; i < myLines.getSize(); i++) {
-        if (myLines[i].startPc != 0) myLines[i].startPc += shift;
-    }
-}
-
-void LineNumberTableAttribute::shiftLineNumbers(const int* map) {
+void LineNumberTableAttribute::shiftLineNumbers(const int* map, int mapLength) {
     KZT_ASSERT_NOT_NULL(map);
     for (int i = 0; i < myLines.getSize(); i++) {
-        if (myLines[i].startPc != 0) myLines[i].startPc = map[myLines[i].startPc];
+        int pc = myLines[i].startPc;
+        KZT_ASSERT(pc < mapLength);
+        if (pc != 0) myLines[i].startPc = map[pc];
     }
-}
-
-void LineNumberTableAttribute::shiftLineNumbers(const int* map, int mapLength) {
-    for (int i = 0; i < myLines.getSize(); i++) KZT_ASSERT(myLines[i].startPc < mapLength);
-    shiftLineNumbers(map);
 }
 
 int LineNumberTableAttribute::getLineNumber(int pc) const {

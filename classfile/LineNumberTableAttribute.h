@@ -16,12 +16,9 @@ public:
     int getCount() const { return myLines.getSize(); }
     const LineNumber& getLine(int i) const { return myLines[i]; }
 
-    // Moves every entry by `shift`; an entry at pc 0 stays there, so that
-    // code put in front of the method counts as its first line.
-    void shiftLineNumbers(int shift);
-    // Moves every entry through an old-to-new offset map, again keeping pc 0.
-    void shiftLineNumbers(const int* map);
-    // The same with the map's length, asserting each start is inside it.
+    // Moves every entry through an old-to-new offset map of `mapLength`
+    // entries. An entry at pc 0 stays there, so that code put in front of the
+    // method counts as its first line.
     void shiftLineNumbers(const int* map, int mapLength);
     // The line of the last entry whose start is at most pc, walking in table
     // order and stopping at the first entry above pc; 0 when none.

@@ -70,7 +70,8 @@ typedef DBTable<AllocObjectCountRecord, ZIntChunkMap<AllocObjectCountRecord>> Al
 // What the database is made with: the size of the telemetry ring and the
 // texts that it keeps for the snapshot header and properties.
 struct DBSettings {
-    int myTelemetryLimit = 1;
+    explicit DBSettings(int telemetryLimit = 1) : myTelemetryLimit(telemetryLimit) {}
+    int myTelemetryLimit;
     ZString mySessionName;
     ZString mySnapshotNameFormat;
     ZString myIdeProjectName;

@@ -1,12 +1,6 @@
-// Scanners that look through a method's code before it is rewritten: is there
-// a switch, and how does the method create objects.
+// A look through a method's code before it is rewritten: how does the method
+// create objects.
 #pragma once
-
-class SwitchDetector {
-public:
-    // True when an instruction of the code is tableswitch or lookupswitch.
-    static bool containsSwitch(const unsigned char* code, int length);
-};
 
 class NewOpCodeDetector {
 public:
@@ -21,8 +15,3 @@ public:
 
     static int getNewOpCodeType(const unsigned char* code, int length);
 };
-
-// Length of the instruction at pc for both scanners: `wide` by what it
-// widens, switches by their tables. Fails with "Wrong instruction opcode
-// found: " on a byte that is no opcode.
-int scannedInstructionLength(const unsigned char* code, int length, int pc);

@@ -146,3 +146,57 @@ TEST(CodeEditor, LongBranchesStretch) {
     EXPECT_EQ(5, code->getFrames()[1]->getOffset());
     EXPECT_EQ(40006, code->getCodeLength());
 }
+
+// A visitor that reserves room in front of every return; its filler writes
+// nops and notes the order in which it was asked.
+struct ReturnsVisitor {
+    CodeEditor* editor;
+    std::vector<int> seen;
+    const bool* interest() const {
+        static bool flags[256] = {};
+        for (int op = 0xac; op <= 0xb1; op++) flags[op] = true;
+        return flags;
+    }
+    void visit(int opcode, int pc, int next) {
+        seen.push_back(pc);
+        editor->reserveBefore(pc, 0, pc);
+    }
+};
+struct NopFiller : CodeEditor::Filler {
+    std::vector<int> tags;
+    void fill(int tag, unsigned char* at, int length) override {
+        tags.push_back(tag);
+        memset(at, 0, length);
+    }
+};
+
+TEST(CodeEditor, ScanShowsTheVisitorItsInstructionsAndFillsWhatWasReserved) {
+    auto cf = parseClass(switchClass());
+    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    CodeEditor editor;
+    ReturnsVisitor visitor{&editor, {}};
+    editor.begin(code);
+    int start = editor.reserveAtStart(0, -1);
+    editor.scan(visitor);
+    EXPECT_EQ(std::vector<int>({21, 27, 29}), visitor.seen);  // no return inside the switch table
+    EXPECT_TRUE(editor.hasSwitch());
+    editor.setLength(start, 4);  // a multiple of four keeps the switch padding
+    NopFiller filler;
+    ASSERT_TRUE(editor.apply(&filler));
+    EXPECT_EQ(std::vector<int>({-1}), filler.tags);  // the others kept length 0
+    EXPECT_EQ(34, code->getCodeLength());
+    EXPECT_EQ(0xaa, code->getCode()[5]);
+    EXPECT_EQ(24, editor.getBlockOffset(20));
+
+    // A `wide iinc` whose operand bytes look like a switch is stepped over.
+    ClassBuilder b;
+    MethodSpec& m = b.method("g", "()V");
+    m.code = {0xc4, 0x84, 0, 0xaa, 0, 1, 0xb1};
+    m.maxLocals = 200;
+    auto other = parseClass(b.build());
+    ReturnsVisitor second{&editor, {}};
+    editor.begin(other->getMethods()[0]->getCodeAttribute());
+    editor.scan(second);
+    EXPECT_FALSE(editor.hasSwitch());
+    EXPECT_EQ(std::vector<int>({6}), second.seen);
+}

@@ -146,40 +146,6 @@ TEST(CodeAttribute, AddedFramesGoBetweenExistingOnes) {
     EXPECT_EQ(VerificationType::INTEGER, frames[3]->getLocals()[0].getTag());  // preserved
 }
 
-TEST(CodeAttribute, ShiftAtAThresholdMovesWhatIsBehindIt) {
-    auto cf = parseClass(methodWithFrame(52));
-    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
-    code->getFrames()[1]->getStack().push(type(VerificationType::UNINITIALIZED, 4));
-    code->getFrames()[1]->getStack().push(type(VerificationType::UNINITIALIZED, 1));
-    code->shiftExceptionTableAndLineNumbers(3, 4);
-    auto* e = code->getExceptionTable()[0];
-    EXPECT_EQ(0, e->startPc);
-    EXPECT_EQ(8, e->endPc);
-    EXPECT_EQ(7, e->handlerPc);
-    EXPECT_EQ(0, code->getLineNumberTable()->getLine(0).startPc);  // pc 0 stays
-    EXPECT_EQ(7, code->getLineNumberTable()->getLine(1).startPc);
-    EXPECT_EQ(7, code->getFrames()[1]->getOffset());
-    EXPECT_EQ(7, code->getFrames()[1]->getStack()[0].getData());
-    EXPECT_EQ(1, code->getFrames()[1]->getStack()[1].getData());
-    EXPECT_THROW(code->shiftExceptionTableAndLineNumbers(-1, 0), KZTRuntimeException);
-}
-
-TEST(CodeAttribute, MapShiftSendsTheOldEndToTheNewEnd) {
-    auto cf = parseClass(methodWithFrame(52));
-    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
-    // Three bytes went in front of the return at 4, so the range that ended
-    // at the old end must end at the new one, covering them.
-    int map[] = {0, 1, 2, 3, 4};
-    unsigned char bytes[] = {0x1a, 0x99, 0x00, 0x06, 0, 0, 0, 0xb1};
-    code->setCode(bytes, 8);
-    code->shiftExceptionTableAndLineNumbers(map, 5);
-    EXPECT_EQ(8, code->getExceptionTable()[0]->endPc);
-    EXPECT_EQ(4, code->getExceptionTable()[0]->handlerPc);
-    EXPECT_EQ(4, code->getFrames()[1]->getOffset());
-    auto again = parseClass(writeClass(*cf));
-    EXPECT_EQ(8, again->getMethods()[0]->getCodeAttribute()->getCodeLength());
-}
-
 TEST(CodeAttribute, NewHandlersAreOrderedInsideTheirEnclosingRange) {
     auto cf = parseClass(methodWithFrame(52));
     CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();

@@ -79,15 +79,9 @@ class MethodShapesTest : public InstrumentationTest {};
 
 }  // namespace
 
-TEST(BytecodeDetectorsTest, SwitchesAndObjectCreationPatterns) {
-    Bytes plain{0x2a, 0xb6, 0, 1, 0xb1};
-    EXPECT_FALSE(SwitchDetector::containsSwitch(plain.data(), (int)plain.size()));
+TEST(BytecodeDetectorsTest, ObjectCreationPatterns) {
     // iload_0; tableswitch at 1, padding to 4, default, low 0, high 1, two offsets; return
     Bytes table{0x1a, 0xaa, 0, 0, 0, 0, 0, 19, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 19, 0, 0, 0, 19, 0xb1};
-    EXPECT_TRUE(SwitchDetector::containsSwitch(table.data(), (int)table.size()));
-    // A `wide iinc` whose operand bytes look like a switch is stepped over.
-    Bytes wide{0xc4, 0x84, 0, 0xaa, 0, 1, 0xb1};
-    EXPECT_FALSE(SwitchDetector::containsSwitch(wide.data(), (int)wide.size()));
 
     auto type = [](Bytes code) { return NewOpCodeDetector::getNewOpCodeType(code.data(), (int)code.size()); };
     EXPECT_EQ(0, type({0x2a, 0xb0}));
