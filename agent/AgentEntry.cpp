@@ -35,6 +35,19 @@ static void disposeEnvironment(jvmtiEnv*& env) {
     env = nullptr;
 }
 
+// A failed attach leaves nothing behind, so that a later one starts afresh.
+static void disposeEveryEnvironment() {
+    disposeEnvironment(ourJVMTI);
+    disposeEnvironment(ourJVMTI_ClassesLoadedBeforeAttach);
+    disposeEnvironment(ourJVMTI_SnapshotTemp_Classes);
+    disposeEnvironment(ourJVMTI_ClassInstanceStats);
+    disposeEnvironment(ourJVMTI_MonitorProfiling);
+    disposeEnvironment(ourJVMTI_Exceptions_class2classNameStrID);
+    disposeEnvironment(ourJVMTI_ClassUnload_class2classNameStrID);
+    disposeEnvironment(ourJVMTI_PersistentObjectIDs);
+    disposeEnvironment(ourJVMTI_AllocatorMethod);
+}
+
 extern "C" {
 
 JNIEXPORT jint JNICALL Agent_OnLoad(JavaVM* vm, char* options, void* reserved) {
@@ -49,45 +62,34 @@ JNIEXPORT jint JNICALL Agent_OnLoad(JavaVM* vm, char* options, void* reserved) {
         return 0;
     } catch (...) {
         Logger::exceptionCaught(__FILE__, __LINE__);
-        fputs("Cannot start: internal error in the profiler agent; see its log\n", stderr);
+        Logger::message("Cannot start: internal error in the profiler agent; see its log", stderr);
         doExit(LOAD_ENV_FAILED);
     }
 }
 
 JNIEXPORT jint JNICALL Agent_OnAttach(JavaVM* vm, char* options, void* reserved) {
+    bool alreadyLoaded = ourJVMTI != nullptr;
     try {
         wireAgent();
         pinLibrary();
         ZString fullOptions = getFullOptions(options);
         if (ourJVMTI == nullptr) ourOptions.initializeLogger(fullOptions);
         logEntry("Agent_OnAttach", options, fullOptions);
-        bool alreadyLoaded = ourJVMTI != nullptr;
         ourCapabilities.add(CAPABILITY_ATTACHED_AGENT);
         int code = agentLoadImpl(vm, fullOptions);
-        if (code != LOAD_OK && !alreadyLoaded) {
-            disposeEnvironment(ourJVMTI);
-            disposeEnvironment(ourJVMTI_ClassesLoadedBeforeAttach);
-            disposeEnvironment(ourJVMTI_SnapshotTemp_Classes);
-            disposeEnvironment(ourJVMTI_ClassInstanceStats);
-            disposeEnvironment(ourJVMTI_MonitorProfiling);
-            disposeEnvironment(ourJVMTI_Exceptions_class2classNameStrID);
-            disposeEnvironment(ourJVMTI_ClassUnload_class2classNameStrID);
-            disposeEnvironment(ourJVMTI_PersistentObjectIDs);
-            disposeEnvironment(ourJVMTI_AllocatorMethod);
-        }
+        if (code != LOAD_OK && !alreadyLoaded) disposeEveryEnvironment();
         return code;
     } catch (...) {
         // The target process stays alive: an attach never takes it down.
         Logger::exceptionCaught(__FILE__, __LINE__);
+        if (!alreadyLoaded) disposeEveryEnvironment();
         return LOAD_ATTACH_INIT_FAILED;
     }
 }
 
 JNIEXPORT jint JNICALL JVM_OnLoad(JavaVM* vm, char* options, void* reserved) {
     if (ourJVMTI != nullptr) return 0;
-    fputs("Cannot start: Java 7 or newer is required. To profile on this old Java version, use corresponding old "
-          "version of Corvane Java Profiler\n",
-          stderr);
+    Logger::message(OLD_JAVA_MESSAGE, stderr);
     doExit(LOAD_JVM_ONLOAD_ONLY);
 }
 

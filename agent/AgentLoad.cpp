@@ -11,7 +11,7 @@
 #include "foundation/System.h"
 #include "foundation/ZLock.h"
 
-static const char* const OLD_JAVA_MESSAGE =
+const char* const OLD_JAVA_MESSAGE =
     "Cannot start: Java 7 or newer is required. To profile on this old Java version, use corresponding old "
     "version of Corvane Java Profiler";
 
@@ -102,6 +102,9 @@ static void requestCapabilities(jvmtiCapabilities& wanted, const jvmtiCapabiliti
     }
     REQUEST_CAPABILITY(can_get_source_file_name, false,
                        "can_get_source_file_name: optional capability is not available");
+    // The CPU clock of threads that were running before an attach.
+    REQUEST_CAPABILITY(can_get_thread_cpu_time, false,
+                       "can_get_thread_cpu_time: optional capability is not available");
     // With a debugger present the capability is left to the debugger.
     if (!ourOptions.isWithDebugger() && potential.can_suspend) {
         wanted.can_suspend = 1;

@@ -27,6 +27,8 @@ enum AgentLoadResult {
 };
 
 int agentLoadImpl(JavaVM* vm, const ZString& fullOptions);
+// The refusal of JVMs older than Java 7.
+extern const char* const OLD_JAVA_MESSAGE;
 [[noreturn]] void doExit(int code);
 
 jvmtiEnv* createTaggableJVMTIEnv(bool withObjectFree);

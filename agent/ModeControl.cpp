@@ -66,13 +66,12 @@ static ZString startCpuProfilingImpl(JNIEnv* env, int64_t mode, const ZString* s
         if (running == CPU_CALL_COUNTING) return ZString("CPU profiling (call counting) already started");
         if (running == CPU_TRACING) return ZString("CPU profiling (tracing) already started");
         if (running != 0) return ZString("CPU profiling (sampling) already started");
-        // Sampling settings are read once: the sampler gets them, and they
-        // take effect only when it has started.
+        // Sampling settings are read once, by the sampler's start: they take
+        // effect only when it has started.
         SamplingSettings samplingSettings;
         if (!tracing) {
-            samplingSettings.setFromText(getSamplingSettingsText(settings));
-            ZString error =
-                ourJavaSampling.startSamplerForCpu(lock, env, mode & (int64_t)SAMPLING_MODE_MASK, samplingSettings);
+            ZString error = ourJavaSampling.startSamplerForCpu(lock, env, mode & (int64_t)SAMPLING_MODE_MASK, settings,
+                                                                &samplingSettings);
             if (!error.isEmpty()) return error;
         }
         CpuTracing::clearCpuDataImpl(lock);
@@ -134,12 +133,6 @@ void stopCpuProfiling(JNIEnv* env, bool force) {
     Logger::message("CPU profiling stopped");
 }
 
-// The last allocation mode started, 0 before any.
-static int64_t ourLastAllocationRecordingMode = 0;
-
-void setModeProperties(const LockHolder& lock, JNIEnv* env, int tableMask) {
-    KZT_DB()->setLongProperty(lock, "kzt.last.allocation.recording.mode", ourLastAllocationRecordingMode);
-}
 
 static void switchStatusBit(uint64_t bit, bool on, const char* message) {
     {

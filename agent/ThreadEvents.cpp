@@ -39,8 +39,7 @@ void threadStartImpl(JNIEnv* env, jthread thread, int64_t nativeThreadId, int64_
     LockHolder holder(&ourLock, LOCK_SITE);
     ThreadInfo* existing = getStoredThreadInfo(thread);
     if (existing != nullptr) {
-        // On attach the agent's own threads started meanwhile are already known.
-        if (nativeThreadId == 0) return;
+        // On attach, the agent's own threads started meanwhile are known already.
         Logger::message(ZString("warning: multiple ThreadStart events: TRN=") +
                         ZString::fromLong(existing->getThreadRow()) + " name=" + existing->getName());
         return;

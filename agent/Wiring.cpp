@@ -3,7 +3,6 @@
 // whole list of them, filled in plain order when the library starts.
 #include "agent/Wiring.h"
 
-#include "agent/ModeControl.h"
 #include "agent/NativeTable.h"
 #include "db/DB.h"
 #include "db/ZMethod.h"
@@ -16,9 +15,7 @@
 #include "services/Logger.h"
 #include "snapshot/TableStream.h"
 
-static const SnapshotParticipant ourCpuTracingParticipant = {
-    CpuTracing::beginCapture, CpuTracing::endCapture, CpuTracing::setCaptureProperties};
-static const SnapshotParticipant ourModeControlParticipant = {nullptr, nullptr, setModeProperties};
+static const SnapshotParticipant ourCpuTracingParticipant = {CpuTracing::beginCapture, CpuTracing::endCapture};
 
 void wireAgent() {
     static bool wired = false;
@@ -39,7 +36,6 @@ void wireAgent() {
 
     // Captures and table streams: in this order, around every write.
     registerSnapshotParticipant(&ourCpuTracingParticipant);
-    registerSnapshotParticipant(&ourModeControlParticipant);
 
     // The natives of com.corvane.runtime.Callback.
     addNativeGroup(ourAgentCoreNatives);

@@ -257,7 +257,7 @@ ZString DB::getStatistics() {
     text.append("\nString bodies: ").append(formatBytes(stringBytes));
     long tfiBytes = myThreadFrameIndex->getAllocatedBytes();
     total += tfiBytes;
-    text.append("\nTFI: ").append(formatBytes(tfiBytes));
+    text.append("TFI: ").append(formatBytes(tfiBytes));
     text.append("\nTotal size: ").append(formatBytes(total));
     return text;
 }

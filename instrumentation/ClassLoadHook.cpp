@@ -242,7 +242,8 @@ void classFileLoadHookHandlerImpl(const LockHolder& lock, const ZString& name, i
     bool tooLong = false;
     bool retry = false;
     if (!disabledProbe && !skipTracingAndAllocation && (withTracing || withAllocation)) {
-        retry = changed && cf->getConstantPool()->getSize() < 65536;
+        // Worth a second try without tracing only when probes have something to keep.
+        retry = probesChanged && cf->getConstantPool()->getSize() < 65536;
         if (instrumentForTracingAndAllocation(lock, cf, &tooLong, withAllocation, withTracing)) changed = true;
     }
     if (tooLong) {

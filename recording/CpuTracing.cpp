@@ -15,6 +15,7 @@ bool ourTracingCanSetLineNumbers = false;
 int64_t ourCpuProfilingStartNs = 0;
 int64_t ourCpuProfilingStopNs = 0;
 int64_t ourLastCpuProfilingMode = 0;
+int64_t ourLastAllocationRecordingMode = 0;
 ZVector<int32_t>& ourAdaptiveTracingMethodInvocationCounts = *new ZVector<int32_t>(1000000);
 ZVector<int64_t>& ourAdaptiveTracingMethodTimesNs = *new ZVector<int64_t>(1000000);
 
@@ -68,15 +69,16 @@ void CpuTracing::reopenStacks(const LockHolder& lock) {
     forEachLiveThread([&](ThreadInfo* thread) { thread->restoreStackTrace(lock, false); });
 }
 
-void CpuTracing::setTableProperties(const LockHolder& lock, int tableMask) {
+void CpuTracing::setProfilingTimeProperties(const LockHolder& lock, int tableMask) {
+    if ((tableMask & (1 << TABLE_CPU_PROFILING)) == 0 || ourLastCpuProfilingMode == 0) return;
     DB* db = KZT_DB();
-    if ((tableMask & (1 << TABLE_CPU_PROFILING)) != 0 && ourLastCpuProfilingMode != 0) {
-        bool running = (ourStatus.get() & CPU_PROFILING_MASK) != 0;
-        db->setLongProperty(lock, "kzt.cpu.profiling.start.ns", ourCpuProfilingStartNs);
-        db->setLongProperty(lock, "kzt.cpu.profiling.end.ns",
-                        running ? ourUptimeProvider.getUptimeNs() : ourCpuProfilingStopNs);
-    }
-    db->setLongProperty(lock, "kzt.last.cpu.profiling.mode", ourLastCpuProfilingMode);
+    bool running = (ourStatus.get() & CPU_PROFILING_MASK) != 0;
+    db->setLongProperty(lock, "kzt.cpu.profiling.start.ns", ourCpuProfilingStartNs);
+    db->setLongProperty(lock, "kzt.cpu.profiling.end.ns", running ? ourUptimeProvider.getUptimeNs() : ourCpuProfilingStopNs);
+}
+
+void CpuTracing::applyThreadNamesToDB(const LockHolder& lock) {
+    DB* db = KZT_DB();
     forEachLiveThread([&](ThreadInfo* thread) { thread->applyThreadNameToDB(lock, db); });
     if (ourOldestFinishedThreads != nullptr) ourOldestFinishedThreads->applyThreadNameToDB(lock, db);
 }
@@ -121,11 +123,10 @@ static void updateThreadNames(JNIEnv* env) {
     deallocate(threads);
 }
 
-void CpuTracing::setCaptureProperties(const LockHolder& lock, JNIEnv* env, int tableMask) {
+void CpuTracing::updateThreadNamesWhenForced(JNIEnv* env, int tableMask) {
     static int forceNames = -1;
     if (forceNames < 0) forceNames = ourOptions.isInternalOption("_force_thread_name_update") ? 1 : 0;
     if (forceNames == 1 && env != nullptr && (tableMask & (1 << TABLE_THREAD)) != 0) updateThreadNames(env);
-    CpuTracing::setTableProperties(lock, tableMask);
 }
 
 // ---- What the instrumentation asks of tracing ----

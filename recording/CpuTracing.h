@@ -18,8 +18,9 @@ extern bool ourTracingCanSetLineNumbers;
 // Uptime in ns at which CPU profiling began (moved by each clear) and stopped.
 extern int64_t ourCpuProfilingStartNs;
 extern int64_t ourCpuProfilingStopNs;
-// The last CPU mode started, 0 before any.
+// The last CPU mode and the last allocation mode started, 0 before any.
 extern int64_t ourLastCpuProfilingMode;
+extern int64_t ourLastAllocationRecordingMode;
 
 // Adaptive filter counters by method index.
 extern ZVector<int32_t>& ourAdaptiveTracingMethodInvocationCounts;
@@ -68,15 +69,18 @@ public:
     // open frames; then reopen them with the present time.
     static void foldOpenStacks(const LockHolder& lock);
     static void reopenStacks(const LockHolder& lock);
-    // The properties of the table stream that CPU recording owns.
-    static void setTableProperties(const LockHolder& lock, int tableMask);
+    // What the table stream asks of CPU recording: the times of profiling
+    // when its table is streamed, the names of all threads (read anew first
+    // with "_force_thread_name_update"), into the database.
+    static void setProfilingTimeProperties(const LockHolder& lock, int tableMask);
+    static void updateThreadNamesWhenForced(JNIEnv* env, int tableMask);
+    static void applyThreadNamesToDB(const LockHolder& lock);
 
     // Its part in a capture or a table stream: before anything is written,
     // pending events into the tables with open frames folded; afterwards
-    // the frames reopened; and the properties, by table mask.
+    // the frames reopened.
     static void beginCapture(const LockHolder& lock);
     static void endCapture(const LockHolder& lock);
-    static void setCaptureProperties(const LockHolder& lock, JNIEnv* env, int tableMask);
 
     // What the instrumentation asks of tracing: the adaptive setting, and
     // whether injected code may store lines through Unsafe.

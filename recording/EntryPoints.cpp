@@ -67,6 +67,7 @@ jlong kztMethodEntryImpl(JNIEnv* env, jint methodId) {
 // Accepts every entry result: a stub swapped during the call may hand over
 // the result of an older variant.
 void kztMethodExitImpl(JNIEnv* env, jint methodId, jlong entryResult) {
+    if ((ourStatus.get() & CPU_PROFILING_MASK) != CPU_TRACING || !isLive()) return;
     ThreadInfo* info = entryResult < 2 ? currentTracedThread(env) : (ThreadInfo*)(intptr_t)entryResult;
     if (info == nullptr || info->isExcludedFromTracing()) return;
     info->onMethodExit(env, methodId);

@@ -41,13 +41,14 @@ Sampler* JavaSampling::getSampler(uint64_t status) {
     return &myAsyncSampler;
 }
 
-ZString JavaSampling::startSampler(const LockHolder& lock, JNIEnv* env, int64_t kind,
-                                   const SamplingSettings& settings) {
+ZString JavaSampling::startSampler(const LockHolder& lock, JNIEnv* env, int64_t kind, const ZString* settingsText,
+                                   SamplingSettings* settings) {
     if (kind == 0) Logger::message("starting sampling: synchronous");
     else if (kind == (int64_t)SAMPLING_MODE_ASYNC_CPU) Logger::message("starting sampling: asynchronous, cpu");
     else if (kind == (int64_t)SAMPLING_MODE_ASYNC_PERIODIC) Logger::message("starting sampling: asynchronous, periodic");
     else return ZString("Unknown sampling mode: ") + ZString::fromLong(kind);
-    ZString error = getSampler((uint64_t)kind)->start(kind, settings);
+    settings->setFromText(getSamplingSettingsText(settingsText));
+    ZString error = getSampler((uint64_t)kind)->start(kind, *settings);
     if (!error.isEmpty()) return error;
     if (!ourSamplingThreadStarted) {
         check_JVMTI_error(ourJVMTI->CreateRawMonitor(SAMPLER_THREAD_NAME, &ourSamplerMonitor));
@@ -60,12 +61,12 @@ ZString JavaSampling::startSampler(const LockHolder& lock, JNIEnv* env, int64_t 
     return ZString();
 }
 
-ZString JavaSampling::startSamplerForCpu(const LockHolder& lock, JNIEnv* env, int64_t kind,
-                                         const SamplingSettings& settings) {
+ZString JavaSampling::startSamplerForCpu(const LockHolder& lock, JNIEnv* env, int64_t kind, const ZString* settingsText,
+                                         SamplingSettings* settings) {
     if (isSamplerWanted(ourStatus.get())) stopSampler(lock);
-    ZString error = startSampler(lock, env, kind, settings);
+    ZString error = startSampler(lock, env, kind, settingsText, settings);
     if (!error.isEmpty() && isSamplerWanted(ourStatus.get())) {
-        ZString fallback = startSampler(lock, env, 0, settings);
+        ZString fallback = startSampler(lock, env, 0, settingsText, settings);
         KZT_ASSERT(fallback.isEmpty());
     }
     return error;
@@ -74,8 +75,7 @@ ZString JavaSampling::startSamplerForCpu(const LockHolder& lock, JNIEnv* env, in
 void JavaSampling::startSamplerForAllocations(const LockHolder& lock, JNIEnv* env) {
     if (isSamplerWanted(ourStatus.get())) return;
     SamplingSettings settings;
-    settings.setFromText(getSamplingSettingsText(nullptr));
-    ZString error = startSampler(lock, env, 0, settings);
+    ZString error = startSampler(lock, env, 0, nullptr, &settings);
     KZT_ASSERT(error.isEmpty());
 }
 

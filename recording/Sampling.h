@@ -45,11 +45,15 @@ class JavaSampling {
 public:
     static bool ourSamplingThreadStarted;
 
-    // `kind`: the sampling bits of the status word (0 synchronous).
-    ZString startSampler(const LockHolder& lock, JNIEnv* env, int64_t kind, const SamplingSettings& settings);
+    // `kind`: the sampling bits of the status word (0 synchronous). Logs the
+    // kind, then reads the settings (`settingsText` null: the settings file)
+    // into `settings`, which the sampler and the filters then share.
+    ZString startSampler(const LockHolder& lock, JNIEnv* env, int64_t kind, const ZString* settingsText,
+                         SamplingSettings* settings);
     // Stops a running sampler first; falls back to the synchronous kind when
     // the kind fails and a sampler is still wanted. The first error is returned.
-    ZString startSamplerForCpu(const LockHolder& lock, JNIEnv* env, int64_t kind, const SamplingSettings& settings);
+    ZString startSamplerForCpu(const LockHolder& lock, JNIEnv* env, int64_t kind, const ZString* settingsText,
+                               SamplingSettings* settings);
     // Object sampling needs stacks: the synchronous sampler unless one runs.
     void startSamplerForAllocations(const LockHolder& lock, JNIEnv* env);
     // The thread stays and idles.

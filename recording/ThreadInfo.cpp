@@ -79,6 +79,12 @@ int64_t ThreadInfo::getThreadCpuTimeNs() const {
         int64_t time = ::getThreadCpuTimeNs(myNativeThreadId);
         if (time >= 0) return time;
     }
+    // Threads found on attach have no native id: the JVM knows their clock.
+    jlong time = 0;
+    if (myThreadReference != nullptr && ourJVMTI != nullptr &&
+        ourJVMTI->GetThreadCpuTime((jthread)myThreadReference, &time) == JVMTI_ERROR_NONE) {
+        return time;
+    }
     return getProcessCpuTimeNs(false);
 }
 

@@ -111,7 +111,8 @@ public:
     ZNodeTree* getNodeTree();
     // Captures of this thread's own stack into its node tree.
     NodeStackCapture* getStackCapture();
-    // CPU time by the thread's own clock; process CPU time for a pseudo thread.
+    // CPU time by the thread's own clock, through the JVM for a thread found on
+    // attach; process CPU time for a pseudo thread.
     int64_t getThreadCpuTimeNs() const;
 
     static ThreadInfo* findByTRN(int trn);

@@ -4,6 +4,7 @@
 // The probe activity map that the probe options fill lives here as well.
 #pragma once
 
+#include <climits>
 #include <cstdint>
 
 #include "foundation/ZString.h"
@@ -120,8 +121,8 @@ public:
     bool isOnExitSnapshot() const { return myOnExitSnapshot; }
 
     // Limits and timing. The telemetry limit is a number of points once
-    // parsing is done.
-    int getTelemetryLimit() const { return myTelemetryLimit; }
+    // parsing is done; the telemetry ring holds at most INT_MAX of them.
+    int getTelemetryLimit() const { return myTelemetryLimit > INT_MAX ? INT_MAX : (int)myTelemetryLimit; }
     int getTelemetryPeriod() const { return myTelemetryPeriod; }
     int getProbeTableLengthLimit() const { return myProbeTableLengthLimit; }
     int getDeadThreadLimit() const { return myDeadThreadLimit; }
@@ -172,7 +173,7 @@ private:
     bool myMonitors;
     bool myWithDebugger;
 
-    int myTelemetryLimit;
+    int64_t myTelemetryLimit;
     int myProbeTableLengthLimit;
     int myDeadThreadLimit;
     bool myDisableOomeDumper;

@@ -28,8 +28,19 @@ static bool valueOf(const ZString& entry, const char* name, ZString* value) {
     return true;
 }
 
-// A numeric value: optional minus and digits; malformed reads as 0.
+// A numeric value: optional minus and digits. A malformed one reads as a
+// number below every range, so that the option's own message refuses it.
 static bool numberOf(const ZString& entry, const char* name, long long* number) {
+    ZString value;
+    if (!valueOf(entry, name, &value)) return false;
+    bool failed = false;
+    *number = value.parseLong(&failed);
+    if (failed) *number = LLONG_MIN;
+    return true;
+}
+
+// The same where a malformed value reads as 0.
+static bool lenientNumberOf(const ZString& entry, const char* name, long long* number) {
     ZString value;
     if (!valueOf(entry, name, &value)) return false;
     *number = value.parseLong();
@@ -241,13 +252,15 @@ bool Options::parseTelemetryOption(const ZString& entry, ParseState& state, ZStr
         myDisableOomeDumper = true;
     } else if (numberOf(entry, "telemetrylimit=", &number)) {
         // Hours, kept as seconds until the final checks turn them into points.
-        if (inIntRange(number, 1, INT_MAX / 3600))
-            myTelemetryLimit = (int)(number * 3600);
+        if (number >= 1 && number <= LLONG_MAX / 3600)
+            myTelemetryLimit = (int64_t)number * 3600;
         else
             error = "'telemetrylimit' value is invalid: number of hours should be >= 1";
     } else if (numberOf(entry, "telemetry_point_limit=", &number)) {
-        storeAtLeast(number, 1, &myTelemetryLimit,
-                     "'telemetry_point_limit' value is invalid: number of points should be >= 1", error);
+        if (number >= 1)
+            myTelemetryLimit = number;
+        else
+            error = "'telemetry_point_limit' value is invalid: number of points should be >= 1";
     } else if (numberOf(entry, "telemetryperiod=", &number)) {
         storeAtLeast(number, 0, &myTelemetryPeriod, "telemetry period is invalid", error);
     } else {
@@ -424,7 +437,7 @@ bool Options::parseOtherOption(const ZString& entry, ParseState& state, ZString&
             return true;
         }
     }
-    if (numberOf(entry, "ideport=", &number)) {
+    if (lenientNumberOf(entry, "ideport=", &number)) {
         myIdePort = (int)number;
         return true;
     }
@@ -453,8 +466,9 @@ ZString Options::finalChecks(uint64_t* capabilities, bool apply) {
     }
     // From here on the limit counts telemetry points, not seconds.
     if (myTelemetryPeriod > 0) {
-        int64_t points = (int64_t)myTelemetryLimit * 1000 / myTelemetryPeriod;
-        myTelemetryLimit = points > INT_MAX ? INT_MAX : (int)points;
+        // In 64 bits; a limit past what they hold stays the largest.
+        myTelemetryLimit = myTelemetryLimit > LLONG_MAX / 1000 ? LLONG_MAX / myTelemetryPeriod
+                                                                : myTelemetryLimit * 1000 / myTelemetryPeriod;
     }
     return ZString();
 }

@@ -9,7 +9,8 @@
 #include "db/SignatureNames.h"
 
 // Row of "instance_count" by tag, with the class name: a class keeps its
-// row for the life of the process.
+// row for the life of the process. The names are pinned in the string pool:
+// a class may go without a row for many captures, while the collector runs.
 static ZMap<int, int>& ourClassNames = *new ZMap<int, int>(10000);
 
 bool InstanceCounting::isWanted(bool memorySnapshot) {
@@ -43,7 +44,8 @@ void InstanceCounting::gatherClassInstanceStatistics(const LockHolder& lock, JNI
             tag = table->nextIndex();
             check_JVMTI_error(jvmti->SetTag(classes[i], tag));
             ZString signature = getClassNameJvmti(classes[i], __FILE__);
-            ourClassNames.put((int)tag, StringPool::getStrID(lock, convertClassSignatureToFullName(signature.c_str())));
+            ZString name = convertClassSignatureToFullName(signature.c_str());
+            ourClassNames.put((int)tag, StringPool::getStrIDImpl(lock, name.c_str(), true));
         }
         env->DeleteLocalRef(classes[i]);
     }

@@ -115,6 +115,8 @@ static void resumeThreads(JNIEnv* env, ZVector<jthread>& suspended) {
 }
 
 ZString SnapshotFile::captureSnapshotJVMTI(JNIEnv* env, const ZString& path, int progressFd, int64_t flags) {
+    // A file that says it holds the heap must hold it.
+    if ((flags & SNAPSHOT_FLAG_MEMORY) != 0) return ZString("memory snapshots are not supported by this agent yet");
     LockHolder lock(&ourLock, LOCK_SITE);
     int fd = openFileForWrite(path.c_str());
     if (fd < 0) return ZString("Cannot open file to write snapshot");

@@ -3,6 +3,7 @@
 #include "services/Options.h"
 #include "db/DB.h"
 #include "foundation/UptimeProvider.h"
+#include "recording/CpuTracing.h"
 
 static ZVector<const SnapshotParticipant*, 8>& participants() {
     static ZVector<const SnapshotParticipant*, 8>* list = new ZVector<const SnapshotParticipant*, 8>();
@@ -42,10 +43,12 @@ static ZString getTopEventTableNames(DB* db, int limit) {
 void writeTables(const LockHolder& lock, JNIEnv* env, DB* db, AbstractWriter& writer, int tableMask,
                  int progressFrom, int progressTo, Progress* progress, const int* sinceGenerations,
                  bool withKindByte) {
-    for (const SnapshotParticipant* participant : participants()) {
-        if (participant->mySetProperties != nullptr) participant->mySetProperties(lock, env, tableMask);
-    }
+    CpuTracing::updateThreadNamesWhenForced(env, tableMask);
+    CpuTracing::setProfilingTimeProperties(lock, tableMask);
+    db->setLongProperty(lock, "kzt.last.cpu.profiling.mode", ourLastCpuProfilingMode);
+    db->setLongProperty(lock, "kzt.last.allocation.recording.mode", ourLastAllocationRecordingMode);
     db->setLongProperty(lock, "kzt.uptime.ns", ourUptimeProvider.getUptimeNs());
+    CpuTracing::applyThreadNamesToDB(lock);
     int limit = ourOptions.getProbeTableLengthLimit();
     db->setProperty(lock, "kzt.full.top.table.names", StringPool::getStrID(lock, getTopEventTableNames(db, limit)));
     db->setProperty(lock, "kzt.event.table.limit", limit);

@@ -13,14 +13,12 @@
 
 class DB;
 
-// What a stage does around a capture or a table stream; any part may be null.
+// What a stage does around a capture or a table stream; either part may be null.
 struct SnapshotParticipant {
     // Under ourLock, before anything is written: pending data into the tables.
     void (*myBeginCapture)(const LockHolder& lock);
     // Under ourLock, when the writing is done: recording goes on.
     void (*myEndCapture)(const LockHolder& lock);
-    // Properties and names that the stream must carry, by table mask.
-    void (*mySetProperties)(const LockHolder& lock, JNIEnv* env, int tableMask);
 };
 
 // Participants take part in registration order; `participant` must live on.
@@ -41,8 +39,8 @@ private:
 
 const int ALL_TABLES_MASK = (1 << 20) - 1;
 
-// Step by step: participants' properties, "kzt.uptime.ns" and the event
-// table limit, then for each table of the mask in slot order the kind byte 2
+// Step by step: the recording modes' properties, "kzt.uptime.ns", the
+// thread names and the event table limit, then for each table of the mask in slot order the kind byte 2
 // (when asked for), the slot, and the rows whose |stamp| is above the slot's
 // entry of `sinceGenerations` (0 without the array).
 void writeTables(const LockHolder& lock, JNIEnv* env, DB* db, AbstractWriter& writer, int tableMask,

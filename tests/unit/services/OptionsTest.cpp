@@ -145,13 +145,20 @@ TEST(OptionsTest, NumericValuesAreChecked) {
         {"alloceach=-1", "'alloceach' value is invalid (must be a number >= 0)"},
         {"allocsizelimit=-1", "'allocsizelimit' value is invalid (must be a number >= 0)"},
         {"delay=-2", "'delay' is invalid"},
+        // A malformed number is refused by the option's own message.
+        {"delay=abc", "'delay' is invalid"},
+        {"alloceach=abc", "'alloceach' value is invalid (must be a number >= 0)"},
+        {"telemetrylimit=x", "'telemetrylimit' value is invalid: number of hours should be >= 1"},
+        {"periodicperf=", "'periodicperf' value is invalid (should be positive)"},
     };
     for (auto& c : cases) EXPECT_EQ(c.second, validate(c.first)) << c.first;
 
     EXPECT_EQ(-1, Validated("delay=-1").options.getDelay());
     EXPECT_EQ(250, Validated("delay=250").options.getDelay());
-    EXPECT_EQ(0, Validated("ideport=abc").options.getIdePort());
-    EXPECT_EQ(0, Validated("alloceach=abc").options.getAllocEach());  // malformed reads 0, which is valid
+    EXPECT_EQ(0, Validated("ideport=abc").options.getIdePort());  // here a malformed number reads 0
+    // Hours become seconds in 64 bits: no cap below what the points can hold.
+    EXPECT_EQ(INT_MAX, Validated("telemetrylimit=1000000,telemetryperiod=1").options.getTelemetryLimit());
+    EXPECT_EQ(3600000, Validated("telemetrylimit=1000,telemetryperiod=1000").options.getTelemetryLimit());
 }
 
 TEST(OptionsTest, AllocationModeOnlyDefaultsFromZero) {

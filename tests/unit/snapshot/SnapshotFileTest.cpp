@@ -19,8 +19,7 @@ struct TableRows {
 };
 
 // CPU recording takes part in captures as the agent's wiring has it.
-const SnapshotParticipant ourCpuTracingParticipant = {CpuTracing::beginCapture, CpuTracing::endCapture,
-                                                      CpuTracing::setCaptureProperties};
+const SnapshotParticipant ourCpuTracingParticipant = {CpuTracing::beginCapture, CpuTracing::endCapture};
 
 class SnapshotFileTest : public RecordingTest {
 protected:
