@@ -70,58 +70,11 @@ DB::DB(int telemetryLimit)
     for (int slot = 0; slot < FIXED_TABLE_COUNT; slot++) myTables[slot] = bySlot[slot];
     for (int id = 0; id <= LAST_EVENT_TABLE_ID; id++) myEventTables[id] = nullptr;
     myNextEventTableId = FIRST_EVENT_TABLE_ID;
-    myThreadFrameIndex = new ThreadFrameIndex();
 }
 
 DB::~DB() {
     for (int slot = 0; slot < FIXED_TABLE_COUNT; slot++) delete myTables[slot];
     for (int id = FIRST_EVENT_TABLE_ID; id <= LAST_EVENT_TABLE_ID; id++) delete myEventTables[id];
-    delete myThreadFrameIndex;
-}
-
-void DB::createAndInitializeDB(const DBSettings& settings) {
-    // A second attach keeps the database of the first.
-    if (ourDB != nullptr) return;
-    DB* db = new DB(settings.myTelemetryLimit);
-    ourDB = db;
-    ourMethodTable = db->myMethodTable;
-    ourFrameTable = db->myFrameTable;
-    db->mySessionName = settings.mySessionName;
-    db->mySnapshotNameFormat = settings.mySnapshotNameFormat;
-
-    LockHolder lock(&ourLock, LOCK_SITE);
-    if (ourCreatePseudoThreads != nullptr) ourCreatePseudoThreads(lock);
-    db->createBuiltInProperties(lock, settings.myIdeProjectName);
-    ownLineNumberMethod = ZMethod::getByName(lock, "own", "<<own>>", "()", "void", "", false);
-    ZString message("line_method: ");
-    message.appendLong(ownLineNumberMethod);
-    Logger::message(message);
-}
-
-void DB::createBuiltInProperties(const LockHolder& lock, const ZString& ideProjectName) {
-    static const char* const telemetryKeys[BUILT_IN_PROPERTY_COUNT] = {
-        "telec.non.heap.memory.max.kb", "telec.unloaded.class.count", "telec.peak.thread.count",
-        "telec.total.started.thread.count", "telec.deadlock.found", "telec.heap.memory.max.kb"};
-    for (const char* key : telemetryKeys) {
-        int index = myPropertyTable->nextIndex();
-        PropertyRecord* record = myPropertyTable->getPtr(index, true);
-        record->myKey = StringPool::getStrIDImpl(lock, key, false);
-        record->myValue = 0;
-        record->myStamp = myCurrentGeneration;
-    }
-
-    int64_t memory = getSystemPhysicalMemorySize();
-    setProperty(lock, "qv.system.physical.memory.mb", memory > 0 ? (int)(memory / 1048576) : -1);
-    setProperty(lock, "kzt.vm.starttime", StringPool::getStrID(lock, ZString::fromLong(getCurrentTimeMs())));
-    ZVectorSafe<ZString> arguments;
-    getCommandLineParameters(arguments);
-    ZString commandLine;
-    for (int i = 0; i < arguments.getSize(); i++) {
-        if (i > 0) commandLine.appendChar('\n');
-        commandLine.append(arguments[i]);
-    }
-    setProperty(lock, "kzt.command.line", StringPool::getStrID(lock, commandLine));
-    setProperty(lock, "kzt.ide_project_name", StringPool::getStrID(lock, ideProjectName));
 }
 
 DBTableBase* DB::getTable(int slot) const {
@@ -142,34 +95,12 @@ void DB::installEventTable(int id, EventTable* table) {
     myEventTables[id] = table;
 }
 
-void DB::setLongProperty(const LockHolder& lock, const char* key, int64_t value) {
-    setProperty(lock, (ZString(key) + ".low").c_str(), (int32_t)(uint32_t)(uint64_t)value);
-    setProperty(lock, (ZString(key) + ".high").c_str(), (int32_t)(uint32_t)((uint64_t)value >> 32));
-}
-
 int DB::findPropertyRecordIndex(int key) {
     int found = -1;
     myPropertyTable->forEachRecord([&](long long index, PropertyRecord& record) {
         if (found < 0 && record.myKey == key) found = (int)index;
     });
     return found;
-}
-
-void DB::setProperty(const LockHolder& lock, const char* key, int value) {
-    int keyId = StringPool::getStrIDImpl(lock, key, false);
-    int index = findPropertyRecordIndex(keyId);
-    if (index >= 0) {
-        PropertyRecord* record = myPropertyTable->getPtr(index, true);
-        if (record->myValue == value) return;
-        record->myValue = value;
-        record->myStamp = myCurrentGeneration;
-        return;
-    }
-    index = myPropertyTable->nextIndex();
-    PropertyRecord* record = myPropertyTable->getPtr(index, true);
-    record->myKey = keyId;
-    record->myValue = value;
-    record->myStamp = myCurrentGeneration;
 }
 
 void DB::markTableCleared(int slot) {
@@ -214,72 +145,3 @@ TelemetryRecord* DB::storeTelemetrySample(const LockHolder& lock, const ZVector<
     return row;
 }
 
-void DB::appendEventStatistics(ZString& text) {
-    long rows = 0;
-    long withExcess = 0;
-    long lengthSum = 0;
-    long lengthMax = 0;
-    long bytesSum = 0;
-    long bytesMax = 0;
-    myEventRecordTable->forEachRecord([&](long long, EventRecord& record) {
-        if (record.myStamp < 1) return;
-        long length = record.myValues.getSize();
-        long bytes = (long)record.myValues.getCapacity() * 4 + 8;
-        rows++;
-        if (length > EventRecord::INLINE_VALUES) withExcess++;
-        lengthSum += length;
-        bytesSum += bytes;
-        if (length > lengthMax) lengthMax = length;
-        if (bytes > bytesMax) bytesMax = bytes;
-    });
-    text.append("  counted records: total=").appendLong(rows).append(" with_excess=").appendLong(withExcess);
-    text.append("\n  myValues length: total=").appendLong(lengthSum);
-    text.append(" avg=").appendLong(rows > 0 ? lengthSum / rows : 0).append(" max=").appendLong(lengthMax);
-    text.append("\n  myValues bytes: total=").append(formatBytes(bytesSum));
-    text.append(" avg=").appendLong(rows > 0 ? bytesSum / rows : 0).append(" max=").appendLong(bytesMax);
-    text.appendChar('\n');
-}
-
-ZString DB::getStatistics() {
-    ZString text(4096);
-    long total = 0;
-    for (int slot = 0; slot < FIXED_TABLE_COUNT; slot++) {
-        if (myTables[slot] == nullptr) continue;
-        text.append(myTables[slot]->getStatistics(&total)).appendChar('\n');
-        if (slot == TABLE_EVENT) appendEventStatistics(text);
-    }
-    text.append("\ntelemetryLimit=").appendLong(myTelemetryLimit).appendChar('\n');
-    long stringBytes = 0;
-    myStringTable->forEachRecord([&](long long, StringRecord& record) {
-        if (record.myText != nullptr) stringBytes += (long)strlen(record.myText);
-    });
-    total += stringBytes;
-    text.append("\nString bodies: ").append(formatBytes(stringBytes));
-    long tfiBytes = myThreadFrameIndex->getAllocatedBytes();
-    total += tfiBytes;
-    text.append("TFI: ").append(formatBytes(tfiBytes));
-    text.append("\nTotal size: ").append(formatBytes(total));
-    return text;
-}
-
-void DB::resetForTests() {
-    StringPool::resetForTests();
-    CodePointStorage::resetForTests();
-    ZMethod::resetForTests();
-    ZFrameStorage::resetForTests();
-    delete ourDB;
-    ourDB = nullptr;
-    ourMethodTable = nullptr;
-    ourFrameTable = nullptr;
-}
-
-void addSnapshotInfo(const ZString& name, int64_t time) {
-    LockHolder lock(&ourLock, LOCK_SITE);
-    DB* db = KZT_DB();
-    SnapshotTable* table = db->getSnapshotTable();
-    int index = table->nextIndex();
-    SnapshotRecord* record = table->getPtr(index, true);
-    record->myFileName = StringPool::getStrID(lock, name);
-    record->myTime = time;
-    record->myStamp = db->getCurrentGeneration();
-}

@@ -1,7 +1,9 @@
 // The profile database: twenty fixed tables and the event tables 32 to 127,
-// one generation counter whose value stamps every change, and the stores
-// built on the tables (string pool, methods, frames, thread frame index).
-// Everything here is guarded by ourLock, which the callers hold.
+// and one generation counter whose value stamps every change. The stores
+// built on the tables (string pool, methods, code points, frames, node trees,
+// thread frame index) have headers of their own above this one; the parts of
+// DB that need them are in DBAssembly.cpp. Everything here is guarded by
+// ourLock, which the callers hold.
 #pragma once
 
 #include <cstdint>
@@ -9,12 +11,10 @@
 #include "db/DBRecords.h"
 #include "db/DBTable.h"
 #include "db/EventTable.h"
-#include "db/StringPool.h"
-#include "db/ThreadFrameIndex.h"
-#include "db/ZFrameStorage.h"
-#include "db/ZNodeTree.h"
 #include "foundation/ZLock.h"
 #include "foundation/ZString.h"
+
+class ThreadFrameIndex;
 
 
 // Slots of the fixed tables, in the order the snapshot stream walks them.
