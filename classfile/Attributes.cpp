@@ -1,7 +1,6 @@
 #include "classfile/Attributes.h"
 
 #include "foundation/Failure.h"
-#include "classfile/CodeAttribute.h"
 #include "foundation/System.h"
 
 AttributeInfo::AttributeInfo(Kind kind, int nameIndex, int length)
@@ -27,10 +26,10 @@ void AttributeInfo::deleteAll(ZVector<AttributeInfo*, 10>& attributes) {
 }
 
 void AttributeInfo::readAll(DataInput& in, ConstantPool* pool, ZVector<AttributeInfo*, 10>& attributes,
-                            ClassArena* arena) {
+                            ClassArena* arena, Maker maker) {
     try {
         int count = in.readUnsignedShort();
-        for (int i = 0; i < count; i++) attributes.push(AttributeInfoReader::create(in, pool, arena));
+        for (int i = 0; i < count; i++) attributes.push(AttributeInfoReader::create(in, pool, arena, maker));
     } catch (...) {
         deleteAll(attributes);
         throw;
@@ -50,9 +49,6 @@ static bool named(const ConstantUtf8Info* name, const char* text, int length) {
 static AttributeInfo* createByName(const ConstantUtf8Info* name, DataInput& in, ConstantPool* pool, int nameIndex,
                                    int length, ClassArena* arena) {
     switch (name->getByteLength()) {
-    case 4:
-        if (named(name, "Code", 4)) return new (arena) CodeAttribute(in, pool, nameIndex, length, arena);
-        break;
     case 9:
         if (named(name, "Synthetic", 9)) return new (arena) SyntheticAttribute(nameIndex, length);
         break;
@@ -67,15 +63,6 @@ static AttributeInfo* createByName(const ConstantUtf8Info* name, DataInput& in, 
     case 13:
         if (named(name, "ConstantValue", 13)) return new (arena) ConstantValueAttribute(in, nameIndex, length);
         if (named(name, "StackMapTable", 13)) return new (arena) StackMapTableAttribute(in, nameIndex, length, arena);
-        break;
-    case 15:
-        if (named(name, "LineNumberTable", 15)) return new (arena) LineNumberTableAttribute(in, nameIndex, length);
-        break;
-    case 18:
-        if (named(name, "LocalVariableTable", 18)) return new (arena) LocalVariableTableAttribute(in, pool, nameIndex, length);
-        break;
-    case 22:
-        if (named(name, "LocalVariableTypeTable", 22)) return new (arena) LocalVariableTypeTableAttribute(in, pool, nameIndex, length);
         break;
     case 25:
         if (named(name, "RuntimeVisibleAnnotations", 25)) return new (arena) AnnotationsAttribute(in, nameIndex, length, arena);
@@ -92,14 +79,16 @@ static AttributeInfo* createByName(const ConstantUtf8Info* name, DataInput& in, 
     return new (arena) UnknownAttribute(in, nameIndex, length, arena);
 }
 
-AttributeInfo* AttributeInfoReader::create(DataInput& in, ConstantPool* pool, ClassArena* arena) {
+AttributeInfo* AttributeInfoReader::create(DataInput& in, ConstantPool* pool, ClassArena* arena,
+                                           AttributeInfo::Maker maker) {
     int nameIndex = in.readUnsignedShort();
     int length = in.readInt();
     KZT_ASSERT(nameIndex >= 1);
     KZT_ASSERT(length >= 0);
     const ConstantUtf8Info* name = ConstantPoolInfo::getUtf8Entry(pool, nameIndex);
     int start = in.getPosition();
-    AttributeInfo* attribute = createByName(name, in, pool, nameIndex, length, arena);
+    AttributeInfo* attribute = maker != nullptr ? maker(name, in, pool, nameIndex, length, arena) : nullptr;
+    if (attribute == nullptr) attribute = createByName(name, in, pool, nameIndex, length, arena);
     if (in.getPosition() - start != length) {
         delete attribute;
         failFatal("assertion failed", __FILE__, __LINE__);

@@ -32,13 +32,18 @@ public:
     void setAttributeLength(int length);
     const ZString& getName(const ConstantPool* pool) const { return ConstantPoolInfo::getUtf8(pool, myAttributeNameIndex); }
 
+    // Makes an attribute of a level above the general ones (a method's
+    // "Code", the tables of code) from its name, or gives null.
+    typedef AttributeInfo* (*Maker)(const ConstantUtf8Info* name, DataInput& in, ConstantPool* pool, int nameIndex,
+                                    int length, ClassArena* arena);
+
     // Deletes the attributes and empties the vector.
     static void deleteAll(ZVector<AttributeInfo*, 10>& attributes);
     // Reads a u2 count and that many attributes into `attributes`, in
-    // `arena` when given. On a failure the ones read so far are deleted
-    // before the failure goes on.
+    // `arena` when given; `maker` is asked first. On a failure the ones read
+    // so far are deleted before the failure goes on.
     static void readAll(DataInput& in, ConstantPool* pool, ZVector<AttributeInfo*, 10>& attributes,
-                        ClassArena* arena = nullptr);
+                        ClassArena* arena = nullptr, Maker maker = nullptr);
     static void writeAll(DataOutput& out, ZVector<AttributeInfo*, 10>& attributes);
 
 protected:
@@ -51,7 +56,8 @@ class AttributeInfoReader {
 public:
     // Chooses the class by the exact name text. A known attribute must
     // consume exactly its declared length.
-    static AttributeInfo* create(DataInput& in, ConstantPool* pool, ClassArena* arena = nullptr);
+    static AttributeInfo* create(DataInput& in, ConstantPool* pool, ClassArena* arena = nullptr,
+                                 AttributeInfo::Maker maker = nullptr);
 };
 
 // Any attribute kept as its bytes: unknown ones, and those read on demand.

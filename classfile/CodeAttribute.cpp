@@ -1,7 +1,18 @@
 #include "classfile/CodeAttribute.h"
 
 #include "foundation/Failure.h"
-#include "classfile/ClassFile.h"
+#include "classfile/ClassPool.h"
+
+// The tables that only code has.
+static AttributeInfo* makeCodeAttribute(const ConstantUtf8Info* name, DataInput& in, ConstantPool* pool, int nameIndex,
+                                        int length, ClassArena* arena) {
+    if (name->equals("LineNumberTable", 15)) return new (arena) LineNumberTableAttribute(in, nameIndex, length);
+    if (name->equals("LocalVariableTable", 18)) return new (arena) LocalVariableTableAttribute(in, pool, nameIndex, length);
+    if (name->equals("LocalVariableTypeTable", 22)) {
+        return new (arena) LocalVariableTypeTableAttribute(in, pool, nameIndex, length);
+    }
+    return nullptr;
+}
 
 CodeAttribute::CodeAttribute(DataInput& in, ConstantPool* pool, int nameIndex, int length, ClassArena* arena)
     : AttributeInfo(CODE, nameIndex, length), myMaxStack(0), myMaxLocals(0), myCodeLength(0), myCode(nullptr),
@@ -26,7 +37,7 @@ CodeAttribute::CodeAttribute(DataInput& in, ConstantPool* pool, int nameIndex, i
             KZT_ASSERT(end > start);
             myExceptionTable.push(new (arena) ExceptionTableElement(start, end, handler, type));
         }
-        AttributeInfo::readAll(in, pool, myAttributes, arena);
+        AttributeInfo::readAll(in, pool, myAttributes, arena, makeCodeAttribute);
     } catch (...) {
         release();
         throw;
@@ -356,19 +367,19 @@ void CodeAttribute::rollbackAddedVariables() {
 
 // ---- stack map frames ----
 
-void CodeAttribute::parseStackMapTable(ClassFile* classFile, const MethodInfo* method) {
-    myStackMapsEnabled = classFile->getMajorVersion() > 49;
+void CodeAttribute::parseStackMapTable(ClassPool* classPool, const MemberHeader& method) {
+    myStackMapsEnabled = classPool->getMajorVersion() > 49;
     if (!myStackMapsEnabled) return;
     KZT_ASSERT(myFrames.isEmpty());
-    myFrames.push(new (myArena) StackMapFrame(classFile, method));
-    myStackMapNameIndex = classFile->findOrCreateUtf8("StackMapTable");
+    myFrames.push(new (myArena) StackMapFrame(classPool, method));
+    myStackMapNameIndex = classPool->findOrCreateUtf8("StackMapTable");
     AttributeInfo* table = findByKind(myAttributes, STACK_MAP_TABLE);
     if (table == nullptr) return;
     KZT_ASSERT(myFrames.getSize() == 1);
     StackMapTableAttribute* raw = static_cast<StackMapTableAttribute*>(table);
     DataInput in(raw->getBytes(), raw->getLength());
     int count = in.readUnsignedShort();
-    int thisClass = classFile->getThisClass();
+    int thisClass = classPool->getThisClass();
     for (int i = 0; i < count; i++) myFrames.push(new (myArena) StackMapFrame(*myFrames.peek(), in, thisClass));
     KZT_ASSERT(in.available() == 0);
     int kept = 0;
@@ -494,7 +505,8 @@ bool CodeAttribute::tryRestoreWipedVariablesInStackMapTable(int superOffset) {
     return result;
 }
 
-void CodeAttribute::resetForEmptyMethodBody(ClassFile* classFile, const MethodInfo* method, int maxLocals, int maxStack) {
+void CodeAttribute::resetForEmptyMethodBody(ClassPool* classPool, const MemberHeader& method, int maxLocals,
+                                            int maxStack) {
     removeAttributes("LineNumberTable");
     removeAttributes("StackMapTable");
     removeAttributes("LocalVariableTable");
@@ -502,7 +514,7 @@ void CodeAttribute::resetForEmptyMethodBody(ClassFile* classFile, const MethodIn
     myMaxStack = maxStack;
     myMaxLocals = maxLocals;
     deleteFrames();
-    if (myStackMapsEnabled) myFrames.push(new (myArena) StackMapFrame(classFile, method));
+    if (myStackMapsEnabled) myFrames.push(new (myArena) StackMapFrame(classPool, method));
     for (int i = 0; i < myExceptionTable.getSize(); i++) delete myExceptionTable[i];
     setAttributeLength(myAttributeLength - 8 * myExceptionTable.getSize());
     myExceptionTable.clear();

@@ -10,8 +10,8 @@
 #include "classfile/StackMapFrame.h"
 #include "classfile/VerificationType.h"
 
-class ClassFile;
-class MethodInfo;
+class ClassPool;
+class MemberHeader;
 
 class CodeAttribute : public AttributeInfo {
 public:
@@ -107,13 +107,13 @@ public:
     // frames[0] is the initial frame at offset -1 and is never written.
     ZVector<StackMapFrame*, 10>& getFrames() { return myFrames; }
     int getStackMapNameIndex() const { return myStackMapNameIndex; }
-    void parseStackMapTable(ClassFile* classFile, const MethodInfo* method);
+    void parseStackMapTable(ClassPool* pool, const MemberHeader& method);
     void addStackMapTableAttributeBeforeWrite();
     void addStackMapFrames(const ZVector<int, 10>& pcs, int base, const VerificationType& stackItem, int superOffset,
                            bool wipe, const VerificationTypes* known);
     void duplicateUninitializedStackMapFramesItem(int pc);
     bool tryRestoreWipedVariablesInStackMapTable(int superOffset);
-    void resetForEmptyMethodBody(ClassFile* classFile, const MethodInfo* method, int maxLocals, int maxStack);
+    void resetForEmptyMethodBody(ClassPool* pool, const MemberHeader& method, int maxLocals, int maxStack);
 
     // Highest pool index that the last encoded table referred to.
     int getHighestPoolReference() const { return myHighestPoolReference; }

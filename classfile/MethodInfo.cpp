@@ -1,19 +1,25 @@
 #include "classfile/MethodInfo.h"
 
-#include "foundation/Failure.h"
-#include "classfile/ClassFile.h"
+#include "classfile/ClassPool.h"
 #include "classfile/CodeAttribute.h"
+#include "foundation/Failure.h"
+
+// The attributes of a field or method that Attributes.cpp does not make: "Code".
+static AttributeInfo* makeMemberAttribute(const ConstantUtf8Info* name, DataInput& in, ConstantPool* pool, int nameIndex,
+                                          int length, ClassArena* arena) {
+    if (name->equals("Code", 4)) return new (arena) CodeAttribute(in, pool, nameIndex, length, arena);
+    return nullptr;
+}
 
 MethodInfo::MethodInfo(DataInput& in, ConstantPool* pool, ClassArena* arena) : myConstantPool(pool), myArena(arena) {
     myAccessFlags = in.readUnsignedShort();
     myNameIndex = in.readUnsignedShort();
     myDescriptorIndex = in.readUnsignedShort();
-    AttributeInfo::readAll(in, pool, myAttributes, arena);
+    AttributeInfo::readAll(in, pool, myAttributes, arena, makeMemberAttribute);
 }
 
 MethodInfo::MethodInfo(ConstantPool* pool, int accessFlags, int nameIndex, int descriptorIndex, ClassArena* arena)
-    : myAccessFlags(accessFlags), myNameIndex(nameIndex), myDescriptorIndex(descriptorIndex), myConstantPool(pool),
-      myArena(arena) {
+    : MemberHeader(accessFlags, nameIndex, descriptorIndex), myConstantPool(pool), myArena(arena) {
     KZT_ASSERT(accessFlags >= 0);
 }
 
@@ -71,21 +77,12 @@ void MethodInfo::copyAttributesFrom(MethodInfo* other) {
     in.readUnsignedShort();
     in.readUnsignedShort();
     in.readUnsignedShort();
-    AttributeInfo::readAll(in, myConstantPool, myAttributes, myArena);
+    AttributeInfo::readAll(in, myConstantPool, myAttributes, myArena, makeMemberAttribute);
 }
 
-void MethodInfo::parseStackMapTable(ClassFile* classFile) {
+void MethodInfo::parseStackMapTable(ClassPool* pool) {
     CodeAttribute* code = getCodeAttribute();
-    if (code != nullptr) code->parseStackMapTable(classFile, this);
-}
-
-int MethodInfo::skipFieldDescriptor(const char* chars, int length, int at) {
-    while (at < length && chars[at] == '[') at++;
-    KZT_ASSERT(at < length);
-    if (chars[at] != 'L') return at + 1;
-    while (at < length && chars[at] != ';') at++;
-    KZT_ASSERT(at < length);
-    return at + 1;
+    if (code != nullptr) code->parseStackMapTable(pool, *this);
 }
 
 ZString MethodInfo::getReturnType() const {
@@ -105,7 +102,7 @@ void MethodInfo::getParameterTypesBySignature(const ZString& descriptor, ZVector
     KZT_ASSERT(length > 0 && chars[0] == '(');
     int at = 1;
     while (at < length && chars[at] != ')') {
-        int end = skipFieldDescriptor(chars, length, at);
+        int end = VerificationType::skipFieldDescriptor(chars, length, at);
         types.push(ZString(chars + at, end - at));
         at = end;
     }
@@ -123,7 +120,7 @@ FieldInfo::FieldInfo(DataInput& in, ConstantPool* pool, ClassArena* arena) {
     myAccessFlags = in.readUnsignedShort();
     myNameIndex = in.readUnsignedShort();
     myDescriptorIndex = in.readUnsignedShort();
-    AttributeInfo::readAll(in, pool, myAttributes, arena);
+    AttributeInfo::readAll(in, pool, myAttributes, arena, makeMemberAttribute);
 }
 
 void FieldInfo::writeTo(DataOutput& out) {

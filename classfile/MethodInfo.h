@@ -4,11 +4,12 @@
 
 #include "classfile/Attributes.h"
 #include "classfile/ConstantPool.h"
+#include "classfile/MemberHeader.h"
 
-class ClassFile;
+class ClassPool;
 class CodeAttribute;
 
-class MethodInfo : public ArenaObject {
+class MethodInfo : public ArenaObject, public MemberHeader {
 public:
     // With an arena, the attributes take their memory from it.
     MethodInfo(DataInput& in, ConstantPool* pool, ClassArena* arena = nullptr);
@@ -29,7 +30,7 @@ public:
     // Replaces the attributes with copies of `other`'s, which must belong to
     // the same class. The copied code keeps its stack map table raw.
     void copyAttributesFrom(MethodInfo* other);
-    void parseStackMapTable(ClassFile* classFile);
+    void parseStackMapTable(ClassPool* pool);
 
     ZVector<AttributeInfo*, 10>& getAttributes() { return myAttributes; }
     ConstantPool* getConstantPool() const { return myConstantPool; }
@@ -37,12 +38,8 @@ public:
     bool equals(int nameIndex, int descriptorIndex) const {
         return myNameIndex == nameIndex && myDescriptorIndex == descriptorIndex;
     }
-    int getNameIndex() const { return myNameIndex; }
-    int getDescriptorIndex() const { return myDescriptorIndex; }
     const ZString& getName() const { return ConstantPoolInfo::getUtf8(myConstantPool, myNameIndex); }
     const ZString& getDescriptor() const { return ConstantPoolInfo::getUtf8(myConstantPool, myDescriptorIndex); }
-    int getAccessFlags() const { return myAccessFlags; }
-    bool isStatic() const { return (myAccessFlags & 0x0008) != 0; }
     bool isPublic() const { return (myAccessFlags & 0x0001) != 0; }
     bool isPrivate() const { return (myAccessFlags & 0x0002) != 0; }
     bool isNative() const { return (myAccessFlags & 0x0100) != 0; }
@@ -63,19 +60,13 @@ public:
     // Appends the internal names of the classes in "Exceptions".
     void fillExceptions(ZVectorSafe<ZString>& names) const;
 
-    // The end of the field descriptor that starts at `at` in `chars`.
-    static int skipFieldDescriptor(const char* chars, int length, int at);
-
 private:
-    int myAccessFlags;
-    int myNameIndex;
-    int myDescriptorIndex;
     ZVector<AttributeInfo*, 10> myAttributes;
     ConstantPool* myConstantPool;
     ClassArena* myArena;
 };
 
-class FieldInfo : public ArenaObject {
+class FieldInfo : public ArenaObject, public MemberHeader {
 public:
     FieldInfo(DataInput& in, ConstantPool* pool, ClassArena* arena = nullptr);
     ~FieldInfo() { AttributeInfo::deleteAll(myAttributes); }
@@ -84,14 +75,8 @@ public:
 
     void writeTo(DataOutput& out);
 
-    int getAccessFlags() const { return myAccessFlags; }
-    int getNameIndex() const { return myNameIndex; }
-    int getDescriptorIndex() const { return myDescriptorIndex; }
     ZVector<AttributeInfo*, 10>& getAttributes() { return myAttributes; }
 
 private:
-    int myAccessFlags;
-    int myNameIndex;
-    int myDescriptorIndex;
     ZVector<AttributeInfo*, 10> myAttributes;
 };

@@ -1,31 +1,32 @@
 #include "classfile/StackMapFrame.h"
 
 #include "foundation/Failure.h"
-#include "classfile/ClassFile.h"
+#include "classfile/ClassPool.h"
+#include "classfile/MemberHeader.h"
 
-StackMapFrame::StackMapFrame(ClassFile* classFile, const MethodInfo* method) : myOffset(-1) {
-    const ConstantPool* pool = classFile->getConstantPool();
-    if (!method->isStatic()) {
-        int thisClass = classFile->getThisClass();
+StackMapFrame::StackMapFrame(ClassPool* classPool, const MemberHeader& method) : myOffset(-1) {
+    const ConstantPool* pool = classPool->getConstantPool();
+    if (!method.isStatic()) {
+        int thisClass = classPool->getThisClass();
         // Never true, as the signature is an internal name; harmless, since
         // java/lang/Object has no superclass constructor to call.
         int nameIndex = static_cast<ConstantClassInfo*>(ConstantPoolInfo::getEntry(pool, thisClass, ConstantPoolInfo::CLASS))
                             ->getNameIndex();
         bool isObject = ConstantPoolInfo::getUtf8Entry(pool, nameIndex)->equals("Ljava/lang/Object;", 18);
-        if (ConstantPoolInfo::getUtf8Entry(pool, method->getNameIndex())->equals("<init>", 6) && !isObject) {
+        if (ConstantPoolInfo::getUtf8Entry(pool, method.getNameIndex())->equals("<init>", 6) && !isObject) {
             myLocals.push(VerificationType(VerificationType::UNINITIALIZED_THIS, thisClass));
         } else {
             myLocals.push(VerificationType(VerificationType::OBJECT, thisClass));
         }
     }
-    const ConstantUtf8Info* descriptor = ConstantPoolInfo::getUtf8Entry(pool, method->getDescriptorIndex());
+    const ConstantUtf8Info* descriptor = ConstantPoolInfo::getUtf8Entry(pool, method.getDescriptorIndex());
     const char* chars = descriptor->getChars();
     int length = descriptor->getByteLength();
     KZT_ASSERT(length > 0 && chars[0] == '(');
     int at = 1;
     while (at < length && chars[at] != ')') {
-        int end = MethodInfo::skipFieldDescriptor(chars, length, at);
-        myLocals.push(VerificationType(chars + at, end - at, classFile));
+        int end = VerificationType::skipFieldDescriptor(chars, length, at);
+        myLocals.push(VerificationType(chars + at, end - at, classPool));
         at = end;
     }
     KZT_ASSERT(at < length);

@@ -8,14 +8,14 @@
 #include "classfile/DataOutput.h"
 #include "classfile/VerificationType.h"
 
-class ClassFile;
-class MethodInfo;
+class ClassPool;
+class MemberHeader;
 
 class StackMapFrame : public ArenaObject {
 public:
     // The initial frame of a method, at offset -1: `this` (UninitializedThis
     // in a constructor) and one entry per parameter.
-    StackMapFrame(ClassFile* classFile, const MethodInfo* method);
+    StackMapFrame(ClassPool* pool, const MemberHeader& method);
     // Decodes the next frame of a "StackMapTable" from its predecessor.
     StackMapFrame(const StackMapFrame& previous, DataInput& in, int thisClass);
     // A frame at `offset` with the locals of `base` and `stackItem` as the

@@ -1,7 +1,7 @@
 #include "classfile/VerificationType.h"
 
 #include "foundation/Failure.h"
-#include "classfile/ClassFile.h"
+#include "classfile/ClassPool.h"
 
 VerificationType::VerificationType(int tag, int data) : myTag(tag), myData(-1) {
     KZT_ASSERT(tag >= TOP && tag <= UNINITIALIZED);
@@ -11,10 +11,10 @@ VerificationType::VerificationType(int tag, int data) : myTag(tag), myData(-1) {
     }
 }
 
-VerificationType::VerificationType(const ZString& descriptor, ClassFile* classFile)
-    : VerificationType(descriptor.c_str(), descriptor.getLength(), classFile) {}
+VerificationType::VerificationType(const ZString& descriptor, ClassPool* pool)
+    : VerificationType(descriptor.c_str(), descriptor.getLength(), pool) {}
 
-VerificationType::VerificationType(const char* descriptor, int length, ClassFile* classFile) : myTag(TOP), myData(-1) {
+VerificationType::VerificationType(const char* descriptor, int length, ClassPool* pool) : myTag(TOP), myData(-1) {
     int first = length > 0 ? (unsigned char)descriptor[0] : 0;
     switch (first) {
     case 'B': case 'C': case 'I': case 'S': case 'Z':
@@ -35,11 +35,11 @@ VerificationType::VerificationType(const char* descriptor, int length, ClassFile
     case 'L':
         KZT_ASSERT(length >= 3 && descriptor[length - 1] == ';');
         myTag = OBJECT;
-        myData = classFile->findOrCreateConstantClass(classFile->findOrCreateUtf8(descriptor + 1, length - 2));
+        myData = pool->findOrCreateConstantClass(pool->findOrCreateUtf8(descriptor + 1, length - 2));
         return;
     case '[':
         myTag = OBJECT;
-        myData = classFile->findOrCreateConstantClass(classFile->findOrCreateUtf8(descriptor, length));
+        myData = pool->findOrCreateConstantClass(pool->findOrCreateUtf8(descriptor, length));
         return;
     default: {
         ZString text("unexpected java type: ");
@@ -83,4 +83,13 @@ int VerificationType::compare(const VerificationTypes& a, const VerificationType
         if (!isSameType(x[i], y[i])) return 104;
     }
     return n;
+}
+
+int VerificationType::skipFieldDescriptor(const char* chars, int length, int at) {
+    while (at < length && chars[at] == '[') at++;
+    KZT_ASSERT(at < length);
+    if (chars[at] != 'L') return at + 1;
+    while (at < length && chars[at] != ';') at++;
+    KZT_ASSERT(at < length);
+    return at + 1;
 }

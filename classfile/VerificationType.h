@@ -6,7 +6,7 @@
 #include "foundation/ZString.h"
 #include "foundation/ZVector.h"
 
-class ClassFile;
+class ClassPool;
 
 class VerificationType {
 public:
@@ -22,8 +22,10 @@ public:
     VerificationType(int tag, int data);
     // From a field descriptor; object and array types find or add their
     // Class constant.
-    VerificationType(const ZString& descriptor, ClassFile* classFile);
-    VerificationType(const char* descriptor, int length, ClassFile* classFile);
+    VerificationType(const ZString& descriptor, ClassPool* pool);
+    VerificationType(const char* descriptor, int length, ClassPool* pool);
+    // The end of the field descriptor that starts at `at` in `chars`.
+    static int skipFieldDescriptor(const char* chars, int length, int at);
 
     int getTag() const { return myTag; }
     int getData() const { return myData; }

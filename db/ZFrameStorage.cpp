@@ -2,6 +2,7 @@
 
 #include "services/Logger.h"
 #include "db/DB.h"
+#include "db/StringPool.h"
 #include "foundation/ZMap.h"
 
 int ownLineNumberMethod = 0;

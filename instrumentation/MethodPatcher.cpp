@@ -153,7 +153,7 @@ bool instrumentForTracingAndAllocationImpl(ClassContext& c, int methodId, int li
     MethodInfo* m = c.method;
     CodeAttribute* ca = m->getCodeAttribute();
     KZT_ASSERT_NOT_NULL(ca);
-    if (ca->getFrames().isEmpty()) ca->parseStackMapTable(cf, m);
+    if (ca->getFrames().isEmpty()) ca->parseStackMapTable(cf, *m);
     const unsigned char* code = ca->getCode();
     int length = ca->getCodeLength();
     LineNumberTableAttribute* lineTable = ca->getLineNumberTable();

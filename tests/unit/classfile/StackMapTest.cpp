@@ -243,7 +243,7 @@ TEST(CodeAttribute, EmptiedBodyDropsTablesAndFrames) {
     CodeAttribute* code = method->getCodeAttribute();
     unsigned char body[] = {0xb1};
     code->setCode(body, 1);
-    code->resetForEmptyMethodBody(cf.get(), method, 1, 0);
+    code->resetForEmptyMethodBody(cf.get(), *method, 1, 0);
     EXPECT_EQ(0, code->getExceptionTable().getSize());
     EXPECT_EQ(nullptr, code->getLineNumberTable());
     EXPECT_EQ(1, code->getFrames().getSize());
