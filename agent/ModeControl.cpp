@@ -141,6 +141,14 @@ void setModeProperties(const LockHolder& lock, JNIEnv* env, int tableMask) {
     KZT_DB()->setLongProperty(lock, "kzt.last.allocation.recording.mode", ourLastAllocationRecordingMode);
 }
 
+void clearChartsDataImpl(const LockHolder& lock) {
+    DB* db = KZT_DB();
+    TelemetryTable* table = db->getTelemetryTable();
+    table->clearTable();
+    db->markTableCleared(TABLE_TELE);
+    db->setProperty(lock, "kzt.telemetry.new.start.index", (int)table->getWritePosition());
+}
+
 static void switchStatusBit(uint64_t bit, bool on, const char* message) {
     {
         LockHolder lock(&ourLock, LOCK_SITE);

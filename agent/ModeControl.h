@@ -15,6 +15,10 @@ ZString startCpuProfiling(JNIEnv* env, int64_t mode, const ZString* settings);
 // Does nothing while CPU profiling is off.
 void stopCpuProfiling(JNIEnv* env, bool force);
 
+// Empties the telemetry table; the property "kzt.telemetry.new.start.index"
+// tells where the rows begin again.
+void clearChartsDataImpl(const LockHolder& lock);
+
 // The properties of the table stream that mode control owns.
 void setModeProperties(const LockHolder& lock, JNIEnv* env, int tableMask);
 
