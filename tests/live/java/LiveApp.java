@@ -4,7 +4,8 @@ import java.util.Scanner;
  * A program that runs until its standard input ends, spinning one known
  * method on a thread of its own. Lines on standard input ask for more:
  * "start-threads <port>" calls Core.startProfilerThreads, "deadlock" makes
- * two threads that lock each other out. Each answer is one line.
+ * two threads that lock each other out, "oome" fills the heap until it runs
+ * out and lets go. Each answer is one line.
  */
 public class LiveApp {
     static volatile long sink;
@@ -48,6 +49,19 @@ public class LiveApp {
         }
     }
 
+    static String exhaustHeap() {
+        java.util.List<long[]> hoard = new java.util.ArrayList<>();
+        try {
+            for (;;) {
+                hoard.add(new long[1 << 16]);
+            }
+        } catch (OutOfMemoryError e) {
+            int blocks = hoard.size();
+            hoard = null;
+            return "after " + blocks + " blocks";
+        }
+    }
+
     public static void main(String[] args) throws Exception {
         Thread spinner = new Thread(LiveApp::spinForever, "live-spinner");
         spinner.setDaemon(true);
@@ -60,6 +74,8 @@ public class LiveApp {
                 Object started = Class.forName("com.corvane.runtime.Core")
                         .getMethod("startProfilerThreads", int.class).invoke(null, Integer.parseInt(command[1]));
                 System.out.println("started " + started);
+            } else if (command[0].equals("oome")) {
+                System.out.println("oome " + exhaustHeap());
             } else if (command[0].equals("deadlock")) {
                 deadlock();
                 System.out.println("deadlocked");

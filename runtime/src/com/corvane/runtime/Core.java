@@ -326,10 +326,11 @@ public final class Core {
         return result;
     }
 
+    /** HotSpot JVMs, known by their vendors; "Debian" is this platform's own build of OpenJDK. */
     static boolean isHprofSupported() {
         String vendor = System.getProperty("java.vm.vendor", "");
-        for (String known : new String[] {"AdoptOpenJDK", "Apple", "Azul", "FreeBSD", "Hewlett", "JetBrains", "Oracle",
-                "Sun"}) {
+        for (String known : new String[] {"AdoptOpenJDK", "Apple", "Azul", "Debian", "FreeBSD", "Hewlett", "JetBrains",
+                "Oracle", "Sun"}) {
             if (vendor.contains(known)) {
                 return true;
             }

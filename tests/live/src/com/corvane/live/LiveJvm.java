@@ -71,7 +71,7 @@ final class LiveJvm implements AutoCloseable {
     static LiveJvm launch(Path dir, String options) throws IOException {
         Path home = dir.resolve("home");
         Files.createDirectories(dir.resolve("tmp"));
-        List<String> command = new ArrayList<>(List.of(System.getProperty("corvane.java"),
+        List<String> command = new ArrayList<>(List.of(System.getProperty("corvane.java"), "-Xmx64m",
                 "-agentpath:" + System.getProperty("corvane.agent") + "=tmpdir=" + dir.resolve("tmp")
                         + (options.isEmpty() ? "" : "," + options),
                 "-cp", System.getProperty("corvane.live.classes"), "LiveApp"));

@@ -312,6 +312,28 @@ class ProtocolTest {
         assertEquals("The file to transfer does not exist: " + path, gone.error());
     }
 
+    /** The JVM's own dumper: on request, and on OutOfMemoryError, where the agent's watcher finds the file. */
+    @Test
+    void hprofDumpsAreWrittenAndFetched() throws Exception {
+        Wire.Reply captured = send(Wire.request(Protocol.PACKET_CAPTURE_SNAPSHOT_REQ)
+                .l(SharedConstants.SNAPSHOT_FLAG_HPROF).s("dump").s(null)).ok(ourSessionId);
+        Path hprof = Path.of(captured.string());
+        captured.end();
+        assertEquals(ourDir.resolve("snaps/dump.hprof"), hprof);
+        byte[] head = Files.readAllBytes(hprof);
+        assertEquals("JAVA PROFILE 1.0.2", new String(head, 0, 18, java.nio.charset.StandardCharsets.US_ASCII));
+
+        ourJvm.send("oome");
+        ourJvm.awaitLine("oome after ");
+        String dump = ourDir.resolve("java_pid" + ourJvm.pid() + ".hprof").toString();
+        Wire.Reply transfer = send(Wire.request(Protocol.PACKET_TRANSFER_SNAPSHOT_REQ).s(dump));
+        for (int i = 0; i < 300 && transfer.okOrError(ourSessionId) != null; i++) {
+            Thread.sleep(100);
+            transfer = send(Wire.request(Protocol.PACKET_TRANSFER_SNAPSHOT_REQ).s(dump));
+        }
+        assertEquals(Files.size(Path.of(dump)), transfer.l());
+    }
+
     /** Between start and end requests share one connection; after the end, one more is served. */
     @Test
     void sequencesKeepTheConnectionOpen() throws Exception {

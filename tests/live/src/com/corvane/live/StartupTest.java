@@ -132,6 +132,15 @@ class StartupTest {
         }
     }
 
+    @Test
+    void withoutHttpEveryConnectionIsPackets() throws Exception {
+        try (LiveJvm jvm = LiveJvm.start(dir, "_no_http")) {
+            Wire.Reply reply = new Wire().l(42).i(Protocol.PACKET_GET_STATUS_REQ).send(jvm.port());
+            assertEquals("Invalid header magic number:42", reply.error());
+            reply.end();
+        }
+    }
+
     private static void send(int port) throws Exception {
         Wire.Reply reply = Wire.request(Protocol.PACKET_GET_STATUS_REQ).send(port);
         assertEquals(Protocol.PACKET_OK_RESP, reply.header());
