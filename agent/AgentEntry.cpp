@@ -95,4 +95,15 @@ JNIEXPORT jint JNICALL JVM_OnLoad(JavaVM* vm, char* options, void* reserved) {
 
 JNIEXPORT void JNICALL Agent_OnUnload(JavaVM* vm) {}
 
+// A tool that loads the library with System.load for the natives of
+// com.corvane.Natives gets no Agent_OnLoad: the layers are wired here.
+JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM* vm, void* reserved) {
+    try {
+        wireAgent();
+    } catch (...) {
+        Logger::exceptionCaught(__FILE__, __LINE__);
+    }
+    return JNI_VERSION_1_6;
+}
+
 }  // extern "C"

@@ -1,7 +1,8 @@
 // The natives of com.corvane.runtime.Callback that the agent core serves:
-// time, status, messages, process facts and the dispatch keys. Each body runs
-// inside the boundary rule.
+// time, status, properties, messages, process facts, threads and the
+// dispatch keys. Each body runs inside the boundary rule.
 #include "agent/AgentLoad.h"
+#include "agent/ModeControl.h"
 #include "services/AgentState.h"
 #include "services/JvmGlue.h"
 #include "services/Logger.h"
@@ -10,6 +11,9 @@
 #include "foundation/System.h"
 #include "foundation/UptimeProvider.h"
 #include "foundation/ZLock.h"
+#include "db/DB.h"
+#include "db/StringPool.h"
+#include "recording/ThreadInfo.h"
 
 #define NATIVE(name) Java_com_corvane_runtime_Callback_##name
 
@@ -103,6 +107,76 @@ JNIEXPORT void JNICALL NATIVE(messageToStderr)(JNIEnv* env, jclass, jstring text
     KZT_NATIVE_END(env, )
 }
 
+JNIEXPORT jint JNICALL NATIVE(setProperty)(JNIEnv* env, jclass, jstring jkey, jstring jvalue) {
+    KZT_NATIVE_BEGIN
+    ZString key = createZS(env, jkey);
+    ZString value = createZS(env, jvalue);
+    LockHolder lock(&ourLock, LOCK_SITE);
+    DB* db = KZT_DB();
+    db->setProperty(lock, key.c_str(), StringPool::getStrID(lock, value));
+    return db->findPropertyRecordIndex(StringPool::getStrID(lock, key));
+    KZT_NATIVE_END(env, -1)
+}
+
+JNIEXPORT void JNICALL NATIVE(setPropertyByRecordIndex)(JNIEnv* env, jclass, jint index, jint value) {
+    KZT_NATIVE_BEGIN
+    LockHolder lock(&ourLock, LOCK_SITE);
+    DB* db = KZT_DB();
+    PropertyRecord* record = index > 0 ? db->getPropertyTable()->getPtr(index, false) : nullptr;
+    if (record == nullptr || record->myStamp < 1 || record->myValue == value) return;
+    record->myValue = value;
+    record->myStamp = db->getCurrentGeneration();
+    KZT_NATIVE_END(env, )
+}
+
+JNIEXPORT jint JNICALL NATIVE(findPropertyRecordIndex)(JNIEnv* env, jclass, jint key) {
+    KZT_NATIVE_BEGIN
+    LockHolder lock(&ourLock, LOCK_SITE);
+    return KZT_DB()->findPropertyRecordIndex(key);
+    KZT_NATIVE_END(env, -1)
+}
+
+// A notice for whoever watches the application: the log, and stderr.
+JNIEXPORT void JNICALL NATIVE(message)(JNIEnv* env, jclass, jstring jtext, jstring jdetail) {
+    KZT_NATIVE_BEGIN
+    ZString text = createZS(env, jtext);
+    ZString detail = createZS(env, jdetail);
+    if (!detail.isEmpty()) text.append(text.isEmpty() ? "" : ": ").append(detail);
+    Logger::notice(text);
+    KZT_NATIVE_END(env, )
+}
+
+// Asynchronous sampling does not exist on this platform: nothing to leave out.
+JNIEXPORT void JNICALL NATIVE(excludeThreadFromAsyncSampling)(JNIEnv* env, jclass) {}
+
+JNIEXPORT jboolean JNICALL NATIVE(forceGarbageCollectionJvmti)(JNIEnv* env, jclass) {
+    return ourJVMTI != nullptr && ourJVMTI->ForceGarbageCollection() == JVMTI_ERROR_NONE ? JNI_TRUE : JNI_FALSE;
+}
+
+// Four ints a thread that has stood on one frame for longer than the
+// threshold: its number, the frame, and the low and high half of the uptime
+// in ns since when it stands there.
+JNIEXPORT jintArray JNICALL NATIVE(getFrozenThreadsImpl)(JNIEnv* env, jclass, jlong thresholdMs) {
+    KZT_NATIVE_BEGIN
+    ZVector<int> rows;
+    {
+        LockHolder lock(&ourLock, LOCK_SITE);
+        int64_t limit = ourUptimeProvider.getUptimeNs() - thresholdMs * 1000000;
+        for (int slot = 0; slot < ourAllThreadInfos.getCapacity(); slot++) {
+            if (!ourAllThreadInfos.isFull(slot)) continue;
+            ThreadInfo* thread = ourAllThreadInfos.keyAt(slot);
+            int64_t since = thread->getLastStateUptime();
+            if (thread->getLastStateFrame() <= 0 || since < 0 || since >= limit) continue;
+            rows.push(thread->getTRN());
+            rows.push(thread->getLastStateFrame());
+            rows.push((int)(uint32_t)(uint64_t)since);
+            rows.push((int)(uint32_t)((uint64_t)since >> 32));
+        }
+    }
+    return rows.isEmpty() ? nullptr : newJIntArray(env, rows);
+    KZT_NATIVE_END(env, nullptr)
+}
+
 JNIEXPORT jlong JNICALL NATIVE(dispatchLong)(JNIEnv* env, jclass, jstring jkey) {
     KZT_NATIVE_BEGIN
     ZString key = createZS(env, jkey);
@@ -130,6 +204,14 @@ JNIEXPORT jobject JNICALL NATIVE(dispatchNullable)(JNIEnv* env, jclass, jstring 
     if (key.equals("d_process_owner")) return newJavaString(env, getProcessOwnerUnix(z_getpid()));
     if (key.equals("d_get_platform")) return newJavaString(env, getPresentablePlatformName());
     if (key.equals("d_getHostName")) return newJavaString(env, getHostName());
+    if (key.equals("d_clear_charts")) {
+        {
+            LockHolder lock(&ourLock, LOCK_SITE);
+            clearChartsDataImpl(lock);
+        }
+        Logger::message("Telemetry charts cleared");
+        return nullptr;
+    }
     if (key.equals("d_get_env")) {
         if (!checkEnvironmentArguments(env, args, 1, "expected: key")) return nullptr;
         return newJavaString(env, z_getenv(args[0].c_str()));
@@ -150,9 +232,13 @@ static const JNINativeMethod ourAgentCoreRows[] = {
     KZT_NATIVE_ROW(correctUptimeMs, "(J)V"),
     KZT_NATIVE_ROW(dispatchLong, "(Ljava/lang/String;)J"),
     KZT_NATIVE_ROW(dispatchNullable, "(Ljava/lang/String;[Ljava/lang/String;)Ljava/lang/Object;"),
+    KZT_NATIVE_ROW(excludeThreadFromAsyncSampling, "()V"),
+    KZT_NATIVE_ROW(findPropertyRecordIndex, "(I)I"),
+    KZT_NATIVE_ROW(forceGarbageCollectionJvmti, "()Z"),
     KZT_NATIVE_ROW(getAllocationRecordingSettingsRecordEach, "()I"),
     KZT_NATIVE_ROW(getAllocationRecordingSettingsSizeLimit, "()I"),
     KZT_NATIVE_ROW(getCapabilities, "()J"),
+    KZT_NATIVE_ROW(getFrozenThreadsImpl, "(J)[I"),
     KZT_NATIVE_ROW(getPhase, "()I"),
     KZT_NATIVE_ROW(getProcessCpuTimeNs, "(Z)J"),
     KZT_NATIVE_ROW(getProcessMemoryUsage, "()J"),
@@ -161,9 +247,12 @@ static const JNINativeMethod ourAgentCoreRows[] = {
     KZT_NATIVE_ROW(getTelemetryPeriodMs, "()I"),
     KZT_NATIVE_ROW(getTimeNsForTracing, "()J"),
     KZT_NATIVE_ROW(getUptimeMs, "()J"),
+    KZT_NATIVE_ROW(message, "(Ljava/lang/String;Ljava/lang/String;)V"),
     KZT_NATIVE_ROW(messageToLogFile, "(Ljava/lang/String;)V"),
     KZT_NATIVE_ROW(messageToStderr, "(Ljava/lang/String;)V"),
     KZT_NATIVE_ROW(messageToStdout, "(Ljava/lang/String;)V"),
+    KZT_NATIVE_ROW(setProperty, "(Ljava/lang/String;Ljava/lang/String;)I"),
+    KZT_NATIVE_ROW(setPropertyByRecordIndex, "(II)V"),
 };
 
 KZT_NATIVE_GROUP(ourAgentCoreNatives, ourAgentCoreRows);

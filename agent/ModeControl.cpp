@@ -134,6 +134,14 @@ void stopCpuProfiling(JNIEnv* env, bool force) {
 }
 
 
+void clearChartsDataImpl(const LockHolder& lock) {
+    DB* db = KZT_DB();
+    TelemetryTable* table = db->getTelemetryTable();
+    table->clearTable();
+    db->markTableCleared(TABLE_TELE);
+    db->setProperty(lock, "kzt.telemetry.new.start.index", (int)table->getWritePosition());
+}
+
 static void switchStatusBit(uint64_t bit, bool on, const char* message) {
     {
         LockHolder lock(&ourLock, LOCK_SITE);

@@ -15,6 +15,10 @@ ZString startCpuProfiling(JNIEnv* env, int64_t mode, const ZString* settings);
 // Does nothing while CPU profiling is off.
 void stopCpuProfiling(JNIEnv* env, bool force);
 
+// Empties the telemetry table; the property "kzt.telemetry.new.start.index"
+// tells where the rows begin again.
+void clearChartsDataImpl(const LockHolder& lock);
+
 // Object generations: each advance is a row of "generation", and every object
 // alive then carries its id in the upper half of its tag.
 class Generations {

@@ -5,6 +5,7 @@
 #include "services/Logger.h"
 #include "agent/ModeControl.h"
 #include "db/DB.h"
+#include "db/StringPool.h"
 #include "foundation/UptimeProvider.h"
 
 static int ourCurrentGenerationId = 0;

@@ -41,6 +41,7 @@ void wireAgent() {
     addNativeGroup(ourAgentCoreNatives);
     addNativeGroup(ourEntryPointNatives);
     addNativeGroup(ourModeControlNatives);
+    addNativeGroup(ourSessionNatives);
     addNativeGroup(ourSnapshotNatives);
     addNativeGroup(ourTracingNatives);
 }

@@ -5,6 +5,7 @@
 
 #include "services/Logger.h"
 #include "db/DB.h"
+#include "db/StringPool.h"
 #include "db/RecentTexts.h"
 #include "db/SignatureNames.h"
 #include "foundation/ZMap.h"

@@ -1,12 +1,25 @@
 // Sending on sockets and the texts of system error codes.
 #include <cerrno>
 #include <cstring>
+#include <poll.h>
 #include <sys/socket.h>
 
 #include "foundation/Failure.h"
 #include "foundation/System.h"
 
 static const int MAX_EMPTY_SENDS = 5;
+// A socket that the JVM put into non-blocking mode is waited on this long
+// for room before the send fails.
+static const int SEND_WAIT_MS = 30000;
+
+static bool waitUntilWritable(int socket) {
+    struct pollfd entry = {socket, POLLOUT, 0};
+    for (;;) {
+        int ready = poll(&entry, 1, SEND_WAIT_MS);
+        if (ready > 0) return true;
+        if (ready == 0 || errno != EINTR) return false;
+    }
+}
 
 // MSG_NOSIGNAL: a peer that has gone must not raise SIGPIPE in the host process.
 bool z_send(int socket, const void* buffer, int length) {
@@ -18,6 +31,7 @@ bool z_send(int socket, const void* buffer, int length) {
         if (sent < 0) {
             int error = errno;
             if (error == EINTR) continue;
+            if ((error == EAGAIN || error == EWOULDBLOCK) && waitUntilWritable(socket)) continue;
             reportMessage((ZString("error: send failed: ") + getLastSocketErrorText(error)).c_str());
             return false;
         }

@@ -5,6 +5,7 @@
 #include "services/Logger.h"
 #include "services/Options.h"
 #include "db/DB.h"
+#include "db/ThreadFrameIndex.h"
 #include "recording/CpuTracing.h"
 #include "recording/EventEncoding.h"
 #include "recording/ThreadInfo.h"

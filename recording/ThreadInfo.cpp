@@ -4,6 +4,8 @@
 #include "services/JvmGlue.h"
 #include "services/Logger.h"
 #include "db/DB.h"
+#include "db/ThreadFrameIndex.h"
+#include "db/StringPool.h"
 #include "foundation/System.h"
 #include "foundation/UptimeProvider.h"
 

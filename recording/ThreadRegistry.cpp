@@ -5,6 +5,8 @@
 #include "services/Logger.h"
 #include "services/Options.h"
 #include "db/DB.h"
+#include "db/ThreadFrameIndex.h"
+#include "db/StringPool.h"
 #include "foundation/System.h"
 #include "foundation/UptimeProvider.h"
 #include "recording/ThreadInfo.h"

@@ -3,6 +3,8 @@
 #include "services/Logger.h"
 #include "services/Options.h"
 #include "db/DB.h"
+#include "db/ZMethod.h"
+#include "db/StringPool.h"
 #include "foundation/System.h"
 
 const char* const TracingSettings::DEFAULT_TEXT =

@@ -225,6 +225,13 @@ void Logger::writeHeader(const ZString& oldPath) {
     message(ZString("getTimeNsInfo: \"") + getTimeNsInfo() + "\"");
 }
 
+void Logger::notice(const ZString& text) {
+    message(text);
+    // A log that goes to stderr has shown the line already.
+    if (ourQuiet || text.isEmpty() || ourLogToStderr || ourLogFile == nullptr) return;
+    printToConsole(stderr, ZString(PRODUCT_BANNER) + text + "\n");
+}
+
 void Logger::messageWithStats(const ZString& text) {
     int64_t memory = getProcessMemoryUsage();
     int64_t physical = getProcessPhysicalMemoryUsage();

@@ -29,6 +29,9 @@ public:
     static void message(const ZString& text, FILE* stream = nullptr);
     static void message(const char* text, FILE* stream = nullptr);
     static void messageWithStats(const ZString& text);
+    // Logs the text and, unless quiet, shows it on stderr behind the
+    // product's banner: for what the user of the application should see.
+    static void notice(const ZString& text);
     static void printToConsole(FILE* stream, const ZString& text);
 
     [[noreturn]] static void error(const ZString& text, const char* file, int line);

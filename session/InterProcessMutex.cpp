@@ -6,6 +6,7 @@
 
 #include "foundation/Failure.h"
 #include "foundation/System.h"
+#include "session/PidChecker.h"
 
 static const int SHARED_MEMORY_FLAGS = 01666;  // IPC_CREAT and read-write for all
 static const int LOCK_RETRY_SLEEP_MS = 100;
@@ -43,13 +44,6 @@ static bool compareAndSwap(volatile int* word, int expected, int desired, int* f
     return swapped;
 }
 
-// An empty list means the listing failed: then nobody is taken for dead.
-static bool isKnownDead(int pid) {
-    ZVector<int> live;
-    getLiveProcessIds(live);
-    return !live.isEmpty() && !live.contains(pid);
-}
-
 void InterProcessMutex::lock() {
     if (myOwnerPid == nullptr) return;
     int self = z_getpid();
@@ -58,7 +52,7 @@ void InterProcessMutex::lock() {
     for (;;) {
         z_sleep_ms(LOCK_RETRY_SLEEP_MS);
         int current = __atomic_load_n(myOwnerPid, __ATOMIC_SEQ_CST);
-        if (current == owner && isKnownDead(owner)) {
+        if (current == owner && PidChecker().isKnownDead(owner)) {
             int ignored;
             if (compareAndSwap(myOwnerPid, owner, self, &ignored)) return;
         }

@@ -6,6 +6,7 @@
 #include "services/JvmGlue.h"
 #include "services/Options.h"
 #include "db/DB.h"
+#include "db/StringPool.h"
 #include "db/SignatureNames.h"
 
 // Row of "instance_count" by tag, with the class name: a class keeps its

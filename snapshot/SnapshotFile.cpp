@@ -9,6 +9,7 @@
 #include "services/Logger.h"
 #include "services/Options.h"
 #include "db/DB.h"
+#include "db/StringPool.h"
 #include "foundation/System.h"
 #include "snapshot/TableStream.h"
 

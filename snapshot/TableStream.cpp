@@ -2,6 +2,7 @@
 
 #include "services/Options.h"
 #include "db/DB.h"
+#include "db/StringPool.h"
 #include "foundation/UptimeProvider.h"
 #include "recording/CpuTracing.h"
 

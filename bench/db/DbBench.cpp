@@ -12,6 +12,10 @@
 #include <vector>
 
 #include "db/DB.h"
+#include "db/StringPool.h"
+#include "db/ZFrameStorage.h"
+#include "db/CodePointStorage.h"
+#include "db/ZMethod.h"
 
 namespace {
 

@@ -37,7 +37,13 @@ TEST_F(AgentStart, WithoutOptionsRunsTheWholeLoadSequenceAndLogsIt) {
     EXPECT_EQ(HELLO_OUTPUT, result.out);
     std::string path = logPathOf(result.pid);
     EXPECT_EQ(std::vector<std::string>{"Hello-" + std::to_string(result.pid) + ".log"}, listFolder(logFolder()));
-    EXPECT_EQ(std::string(BANNER) + "Log file: " + path + "\n", result.err);
+    // The log file, then the control port.
+    std::string logLine = std::string(BANNER) + "Log file: " + path + "\n";
+    ASSERT_EQ(0u, result.err.find(logLine)) << result.err;
+    EXPECT_TRUE(std::regex_match(result.err.substr(logLine.size()),
+                                 std::regex("\\[Corvane Java Profiler 2019\\.8-b109\\] Corvane Java Profiler agent is "
+                                            "listening on port \\d+, \"listen=localhost\"\n")))
+        << result.err;
 
     std::vector<std::string> badLines;
     std::vector<LogEntry> entries = parseLog(readFile(path), &badLines);

@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "db/DB.h"
+#include "db/StringPool.h"
+#include "db/ZMethod.h"
 #include "foundation/Progress.h"
 #include "unit/StreamBytes.h"
 

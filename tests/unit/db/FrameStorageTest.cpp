@@ -1,5 +1,9 @@
 // Code points, methods, the shared frame tree, the thread frame index and the
 // private node trees.
+#include "db/ZNodeTree.h"
+#include "db/ThreadFrameIndex.h"
+#include "db/ZFrameStorage.h"
+#include "db/CodePointStorage.h"
 #include "unit/DBTestSupport.h"
 
 TEST_F(DBTest, CodePointsPackWhereTheyFitAndUseTheTableElsewhere) {

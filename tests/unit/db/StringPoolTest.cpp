@@ -1,4 +1,5 @@
 // The string pool: interning, pinning, and the collector's thresholds and marks.
+#include "db/StringPool.h"
 #include "unit/DBTestSupport.h"
 
 class StringPoolTest : public DBTest {

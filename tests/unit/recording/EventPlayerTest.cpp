@@ -1,5 +1,6 @@
 // The player: call tree shape, times and invocation counts from event
 // streams, and what disorder in a stream costs.
+#include "db/ThreadFrameIndex.h"
 #include "RecordingTestSupport.h"
 
 using Tree = std::map<std::string, FrameMeasure>;

@@ -13,6 +13,7 @@
 #include "services/AgentState.h"
 #include "services/Options.h"
 #include "db/DB.h"
+#include "db/StringPool.h"
 #include "foundation/System.h"
 #include "recording/CpuTracing.h"
 #include "recording/EventEncoding.h"

@@ -1,5 +1,6 @@
 // Thread rows, names, the end of a thread, the merging of old finished
 // threads and the collection of rows nothing refers to.
+#include "db/StringPool.h"
 #include "RecordingTestSupport.h"
 
 namespace {

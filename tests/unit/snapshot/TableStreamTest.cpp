@@ -2,6 +2,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "db/ZFrameStorage.h"
 #include "unit/DBTestSupport.h"
 #include "foundation/UptimeProvider.h"
 

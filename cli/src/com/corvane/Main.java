@@ -1,10 +1,18 @@
 package com.corvane;
 
 import com.corvane.commands.AttachCommand;
+import com.corvane.commands.ClearCommand;
 import com.corvane.commands.FlamegraphCommand;
 import com.corvane.commands.Io;
+import com.corvane.commands.ListCommand;
 import com.corvane.commands.ReportCommand;
 import com.corvane.commands.RunCommand;
+import com.corvane.commands.SnapshotCommand;
+import com.corvane.commands.StartCommand;
+import com.corvane.commands.StatusCommand;
+import com.corvane.commands.StopCommand;
+import com.corvane.commands.TelemetryCommand;
+import com.corvane.commands.ThreadsCommand;
 import com.corvane.commands.UserException;
 import java.io.PrintWriter;
 import java.lang.reflect.Constructor;
@@ -17,9 +25,12 @@ import picocli.CommandLine.Spec;
 
 /** The corvane command-line tool: runs and attaches the profiler, reads its snapshots. */
 @Command(name = "corvane", mixinStandardHelpOptions = true, versionProvider = Main.Version.class,
-        description = {"Corvane Java Profiler: run or attach the profiler agent, read its snapshots.", ""},
-        subcommands = {RunCommand.class, AttachCommand.class, ReportCommand.class, FlamegraphCommand.class,
-            CommandLine.HelpCommand.class, AutoComplete.GenerateCompletion.class},
+        description = {"Corvane Java Profiler: run or attach the profiler agent, control it in running JVMs, read"
+            + " its snapshots.", ""},
+        subcommands = {RunCommand.class, AttachCommand.class, ListCommand.class, StatusCommand.class,
+            StartCommand.class, StopCommand.class, ClearCommand.class, SnapshotCommand.class, ThreadsCommand.class,
+            TelemetryCommand.class, ReportCommand.class, FlamegraphCommand.class, CommandLine.HelpCommand.class,
+            AutoComplete.GenerateCompletion.class},
         footer = {"", "Run 'corvane <command> --help' for a command's options.",
             "Shell completion: source <(corvane generate-completion)"})
 public final class Main implements Runnable {

@@ -19,4 +19,10 @@ public final class Unsafe {
     public native long getLongVolatile(Object o, long offset);
 
     public native boolean compareAndSwapLong(Object o, long offset, long expected, long value);
+
+    public native long objectFieldOffset(java.lang.reflect.Field field);
+
+    public native Object getObject(Object o, long offset);
+
+    public native int getInt(Object o, long offset);
 }

@@ -43,6 +43,21 @@ public final class Progress implements AutoCloseable {
         draw(myPhase + "... " + percent + "%", false);
     }
 
+    /** A bar for work counted in bytes: how much of how much has arrived. */
+    public void updateBytes(long done, long total) {
+        if (!myEnabled || total <= 0) {
+            return;
+        }
+        long now = System.nanoTime();
+        if (now - myPhaseStartNs < QUIET_START_NS || now - myLastDrawNs < INTERVAL_NS) {
+            return;
+        }
+        int width = 30;
+        int filled = (int) Math.min(width, done * width / total);
+        draw(String.format("%s [%s%s] %3d%% %.1f of %.1f MB", myPhase, "#".repeat(filled), " ".repeat(width - filled),
+                (int) (done * 100 / total), done / 1048576.0, total / 1048576.0), false);
+    }
+
     private void draw(String text, boolean always) {
         if (!myEnabled) {
             return;

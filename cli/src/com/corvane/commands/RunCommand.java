@@ -122,7 +122,7 @@ public final class RunCommand implements Callable<Integer> {
         }
         Path snapshot = SnapshotFiles.scan(snapshotDir).newestSince(before);
         if (snapshot != null) {
-            myIo.note("snapshot written: " + snapshot + "  (corvane report " + quoteForShell(snapshot) + ")");
+            SnapshotFiles.noteWritten(myIo, snapshot);
         } else {
             myIo.note("no snapshot was written to " + snapshotDir
                     + (logFile != null ? "; the agent's log: " + logFile : ""));
@@ -184,11 +184,6 @@ public final class RunCommand implements Callable<Integer> {
     private static String reason(IOException e) {
         String message = e.getMessage();
         return message == null ? e.getClass().getSimpleName() : message;
-    }
-
-    private static String quoteForShell(Path path) {
-        String text = path.toString();
-        return text.matches("[A-Za-z0-9_./+:@%-]+") ? text : "'" + text.replace("'", "'\\''") + "'";
     }
 
     /**

@@ -53,4 +53,14 @@ final class SnapshotFiles {
         }
         return newest;
     }
+
+    /** Tells where a snapshot went, and how to read it. */
+    static void noteWritten(Io io, Path snapshot) {
+        io.note("snapshot written: " + snapshot + "  (corvane report " + quoteForShell(snapshot) + ")");
+    }
+
+    private static String quoteForShell(Path path) {
+        String text = path.toString();
+        return text.matches("[A-Za-z0-9_./+:@%-]+") ? text : "'" + text.replace("'", "'\\''") + "'";
+    }
 }

@@ -13,7 +13,7 @@ import java.nio.file.StandardOpenOption;
  * every failure can say what was being read and where. A limit (the end of
  * the enclosing record) keeps one record's items from reading into the next.
  */
-final class SnapshotInput implements AutoCloseable {
+final class SnapshotInput implements RowSource, AutoCloseable {
     private static final int BUFFER_SIZE = 1 << 20;
 
     private final FileChannel myChannel;
@@ -35,7 +35,8 @@ final class SnapshotInput implements AutoCloseable {
         return mySize;
     }
 
-    long position() {
+    @Override
+    public long position() {
         return myBufferStart + myBuffer.position();
     }
 
@@ -112,12 +113,14 @@ final class SnapshotInput implements AutoCloseable {
         return myBuffer.getShort();
     }
 
-    int readInt(String what) throws IOException, SnapshotFormatException {
+    @Override
+    public int readInt(String what) throws IOException, SnapshotFormatException {
         need(4, what);
         return myBuffer.getInt();
     }
 
-    long readLong(String what) throws IOException, SnapshotFormatException {
+    @Override
+    public long readLong(String what) throws IOException, SnapshotFormatException {
         need(8, what);
         return myBuffer.getLong();
     }
@@ -148,7 +151,8 @@ final class SnapshotInput implements AutoCloseable {
      * A string: int byte count, then the bytes. The count -1 is a null text,
      * allowed only where {@code nullable}.
      */
-    String readString(String what, boolean nullable) throws IOException, SnapshotFormatException {
+    @Override
+    public String readString(String what, boolean nullable) throws IOException, SnapshotFormatException {
         long at = position();
         int length = readInt(what + " length");
         if (length == -1 && nullable) {
@@ -165,6 +169,17 @@ final class SnapshotInput implements AutoCloseable {
             throw SnapshotFormatException.truncated(mySize, what + " of " + length + " bytes", at);
         }
         return new String(readBytes(length, what), StandardCharsets.UTF_8);
+    }
+
+    @Override
+    public void requireRoom(long bytes, long countAt, String what) throws IOException, SnapshotFormatException {
+        if (position() + bytes > myLimit) {
+            if (myLimitIsRecordEnd) {
+                throw SnapshotFormatException.corrupt(countAt,
+                        what + " announces " + bytes + " bytes, more than is left of its record");
+            }
+            throw SnapshotFormatException.truncated(mySize, what, countAt);
+        }
     }
 
     /** Moves to {@code offset}, which must lie within the file. */

@@ -223,6 +223,13 @@ public final class Callback {
 
     public static native void correctUptimeMs(long etalonMs);
 
+    /** Stores a property whose value is a text; the result is the property's row. */
+    public static native int setProperty(String key, String value);
+
+    public static native void setPropertyByRecordIndex(int index, int value);
+
+    public static native int findPropertyRecordIndex(int key);
+
     // Mode control
     public static native long getStatus();
 
@@ -251,6 +258,22 @@ public final class Callback {
 
     public static native void stopExceptionProfiling();
 
+    /** Null on success, else why it did not start. */
+    public static native String startAllocationRecording(int recordEach, int sizeLimit, long mode, String settings);
+
+    public static native void stopAllocationRecording();
+
+    public static native void clearAllocationData();
+
+    /** Null on success, else why it did not start. */
+    public static native String startMonitorProfiling();
+
+    public static native void stopMonitorProfiling();
+
+    public static native void clearMonitorData();
+
+    public static native void clearExceptions();
+
     /** One telemetry sample: built-in properties by position, the 12 values, custom (key, value) pairs. */
     public static native void storeTelemetryRecord(int[] constants, int[] values, int[] keys, int[] customValues);
 
@@ -277,12 +300,54 @@ public final class Callback {
 
     public static native String getDatabaseStatistics();
 
+    public static native String getTopEventTableNames();
+
+    // Event tables and probes
+    public static native String getEventTableDescription(int id);
+
+    public static native void clearEventTables(String names);
+
+    public static native String[] getProbes(int mode);
+
+    public static native String setProbeActivityModes(String[] names, int[] modes);
+
+    public static native String registerProbesByBytecode(byte[][] classes, boolean fromUi, boolean retransform);
+
+    public static native void retransformClassesLoadedBeforeAgentAttached();
+
     // Threads
     public static native void onUncaughtException();
 
     public static native boolean shouldSkipThread();
 
+    /** Agent threads call this first; a thread left out of asynchronous sampling. */
+    public static native void excludeThreadFromAsyncSampling();
+
+    /** Four ints a thread that has not moved for {@code thresholdMs}, or null. */
+    public static native int[] getFrozenThreadsImpl(long thresholdMs);
+
+    public static native boolean forceGarbageCollectionJvmti();
+
+    /** A full collection: by JVMTI, or by the JVM's own request when that is refused. */
+    public static void forceGc() {
+        if (!forceGarbageCollectionJvmti()) {
+            System.gc();
+        }
+    }
+
     // Processes and session
+    /** This process's session marker, with the agent's session name. */
+    public static native void createMarker(int port, int mask);
+
+    /** The ports of the range that no other agent's marker holds. */
+    public static native int[] getFreePorts(int lower, int upper);
+
+    public static native int getProcessID(long handle);
+
+    public static native void registerProcessExitListener(long handle, int pid);
+
+    /** The watched processes that have ended since the last call. */
+    public static native int[] getExitedProcesses();
     public static native long getProcessCpuTimeNs(boolean kernelOnly);
 
     public static native long getProcessMemoryUsage();
@@ -290,7 +355,12 @@ public final class Callback {
     public static native long getProcessPhysicalMemoryUsage();
 
     // Messages
+    /** A notice for the application's user: the log, and stderr. {@code detail} may be null. */
+    public static native void message(String text, String detail);
+
     public static native void messageToLogFile(String text);
+
+    public static native void messageToTable(String category, String text, String detail);
 
     public static native void messageToStdout(String text);
 
@@ -333,5 +403,9 @@ public final class Callback {
 
     public static String getPlatform() {
         return (String) dispatchNotNull("d_get_platform", new String[0]);
+    }
+
+    public static void clearCharts() {
+        dispatchNullable("d_clear_charts", new String[0]);
     }
 }

@@ -1,0 +1,394 @@
+package com.corvane.live;
+
+import static org.junit.jupiter.api.Assertions.assertArrayEquals;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertNotEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.corvane.runtime.Protocol;
+import com.corvane.runtime.SharedConstants;
+import com.corvane.snapshot.Snapshot;
+import com.corvane.snapshot.SnapshotReader;
+import com.corvane.snapshot.TableStreamReader;
+import com.corvane.snapshot.Tables;
+import java.io.ByteArrayInputStream;
+import java.io.ByteArrayOutputStream;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.zip.CRC32;
+import java.util.zip.Inflater;
+import org.junit.jupiter.api.AfterAll;
+import org.junit.jupiter.api.BeforeAll;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+/** Every request type of the control protocol on a real agent, checked byte for byte. */
+class ProtocolTest {
+    /** The refusal of a recording that has not come to this agent yet. */
+    private static final String NOT_AVAILABLE = " is not available in this agent";
+
+    @TempDir
+    static Path ourDir;
+    private static LiveJvm ourJvm;
+    private static long ourSessionId;
+
+    @BeforeAll
+    static void start() throws Exception {
+        ourJvm = LiveJvm.start(ourDir, "sessionname=LiveProtocol,telemetryperiod=200,dir=" + ourDir.resolve("snaps"));
+        Wire.Reply info = Wire.request(Protocol.PACKET_GET_AGENT_INFO_REQ).send(port());
+        info.header();
+        info.i();
+        info.string();
+        info.l();
+        info.string();
+        info.string();
+        ourSessionId = info.l();
+    }
+
+    @AfterAll
+    static void stop() throws Exception {
+        ourJvm.close();
+    }
+
+    private static int port() {
+        return ourJvm.port();
+    }
+
+    private static Wire.Reply send(Wire request) throws Exception {
+        return request.send(port());
+    }
+
+    @Test
+    void agentInformationIsTheBareHeaderAndTenFields() throws Exception {
+        Wire.Reply reply = send(Wire.request(Protocol.PACKET_GET_AGENT_INFO_REQ));
+        assertEquals(Protocol.PACKET_OK_RESP, reply.header());
+        assertEquals(20190410, reply.i());
+        assertEquals("Corvane Java Profiler 2019.8-b109", reply.string());
+        long capabilities = reply.l();
+        assertEquals(0, capabilities & SharedConstants.CAPABILITY_ATTACHED_AGENT);
+        assertEquals("LiveProtocol", reply.string());
+        assertEquals("{sessionname}-{date}", reply.string());
+        assertEquals(ourSessionId, reply.l());
+        assertNotEquals(0, ourSessionId);
+        assertEquals("", reply.string());
+        assertEquals(ourDir.resolve("snaps").toString(), reply.string());
+        assertEquals(ourJvm.pid(), reply.i());
+        assertEquals(3600 * 1000 / 200, reply.i());
+        reply.end();
+    }
+
+    @Test
+    void cpuProfilingStartsOnceAndStops() throws Exception {
+        assertEquals("Invalid mode: 8", send(Wire.request(Protocol.PACKET_START_CPU_PROFILING_REQ).l(8).s(null))
+                .okOrError(ourSessionId));
+        send(Wire.request(Protocol.PACKET_START_CPU_PROFILING_REQ).l(4).s("sampling_period_ms=10\n"))
+                .ok(ourSessionId).end();
+        Wire.Reply again = send(Wire.request(Protocol.PACKET_START_CPU_PROFILING_REQ).l(12).s(null));
+        assertEquals("Cannot start CPU tracing: CPU profiling (sampling) already started", again.error());
+        again.end();
+        assertEquals(SharedConstants.CPU_SAMPLING, status() & SharedConstants.CPU_PROFILING_MASK);
+        send(Wire.request(Protocol.PACKET_STOP_CPU_PROFILING_REQ)).ok(ourSessionId).end();
+        send(Wire.request(Protocol.PACKET_CLEAR_CPU_DATA)).ok(ourSessionId).end();
+        assertEquals(0, status() & SharedConstants.CPU_PROFILING_MASK);
+    }
+
+    private static long status() throws Exception {
+        Wire.Reply reply = send(Wire.request(Protocol.PACKET_GET_STATUS_REQ)).ok(ourSessionId);
+        long status = reply.l();
+        reply.end();
+        return status;
+    }
+
+    @Test
+    void switchesAnswerTheStandardAnswer() throws Exception {
+        Wire[] requests = {Wire.request(Protocol.PACKET_STOP_STACK_TELEMETRY),
+            Wire.request(Protocol.PACKET_START_STACK_TELEMETRY), Wire.request(Protocol.PACKET_STOP_EXCEPTION_PROFILING),
+            Wire.request(Protocol.PACKET_START_EXCEPTION_PROFILING), Wire.request(Protocol.PACKET_CLEAR_CPU_DATA),
+            Wire.request(Protocol.PACKET_ADVANCE_GENERATION_REQ).s("from the test"),
+            Wire.request(Protocol.PACKET_SET_TRIGGERS).s("").b(0)};
+        for (Wire request : requests) {
+            send(request).ok(ourSessionId).end();
+        }
+        assertEquals(SharedConstants.INITIAL_STATUS, status() & SharedConstants.INITIAL_STATUS);
+    }
+
+    /** Recordings that later work brings answer as they do then, or are refused until it has come. */
+    @Test
+    void requestsOfRecordingsStillToComeAnswerOrAreRefused() throws Exception {
+        Wire[] requests = {Wire.request(Protocol.PACKET_START_ALLOCATION_RECORDING_REQ).i(10).i(4096).l(2),
+            Wire.request(Protocol.PACKET_STOP_ALLOCATION_RECORDING_REQ), Wire.request(Protocol.PACKET_CLEAR_ALLOCATION_DATA),
+            Wire.request(Protocol.PACKET_START_MONITOR_PROFILING), Wire.request(Protocol.PACKET_STOP_MONITOR_PROFILING),
+            Wire.request(Protocol.PACKET_CLEAR_MONITOR_DATA), Wire.request(Protocol.PACKET_CLEAR_EXCEPTIONS),
+            Wire.request(Protocol.PACKET_CLEAR_EVENT_TABLES).s("Messages"),
+            Wire.request(Protocol.PACKET_MESSAGE).s("Test").s("a message").s(null),
+            Wire.request(Protocol.PACKET_SET_PROBES).i(0),
+            Wire.request(Protocol.PACKET_REGISTER_AND_LOAD_PROBES_BY_BYTECODE).i(0),
+            Wire.request(Protocol.PACKET_RETRANSFORM_CLASSES_LOADED_BEFORE_AGENT_ATTACHED)};
+        for (Wire request : requests) {
+            Wire.Reply reply = send(request);
+            String refusal = reply.okOrError(ourSessionId);
+            assertTrue(refusal == null || refusal.endsWith(NOT_AVAILABLE), refusal);
+            reply.end();
+        }
+        Wire.Reply triggers = send(Wire.request(Protocol.PACKET_GET_TRIGGERS));
+        assertEquals("Triggers are not available in this agent", triggers.error());
+        triggers.end();
+    }
+
+    @Test
+    void answersCarryTheirValues() throws Exception {
+        Wire.Reply gc = send(Wire.request(Protocol.PACKET_FORCE_GC_REQ)).ok(ourSessionId);
+        assertTrue(gc.l() > 0);
+        assertTrue(gc.l() > 0);
+        gc.end();
+
+        Wire.Reply settings = send(Wire.request(Protocol.PACKET_ALLOCATION_RECORDING_SETTINGS_GET_REQ)).ok(ourSessionId);
+        assertEquals(10, settings.i());
+        assertEquals(4096, settings.i());
+        settings.end();
+
+        Wire.Reply dump = send(Wire.request(Protocol.PACKET_GET_JVM_THREAD_DUMP_REQ)).ok(ourSessionId);
+        String text = dump.string();
+        assertTrue(text.contains("\"live-spinner\"") && text.contains("LiveApp.spinForever"), text);
+        dump.end();
+
+        Wire.Reply statistics = send(Wire.request(Protocol.PACKET_GET_DATABASE_STATISTICS)).ok(ourSessionId);
+        assertTrue(statistics.string().contains("telemetryLimit=18000"));
+        statistics.end();
+
+        awaitTelemetry();
+        Wire.Reply oome = send(Wire.request(Protocol.PACKET_OOME_DUMPER_GET_STATUS_REQ)).ok(ourSessionId);
+        assertEquals(1, oome.i());
+        oome.end();
+
+        Wire.Reply frozen = send(Wire.request(Protocol.PACKET_GET_FROZEN_THREADS).l(0)).ok(ourSessionId);
+        int count = frozen.i();
+        assertEquals(count * 16, frozen.left());
+    }
+
+    @Test
+    void dispatchCommandsAnswerAString() throws Exception {
+        assertEquals("linux-x86-64", dispatch("d_get_platform"));
+        String info = dispatch("d_getVmInfo");
+        assertTrue(info.matches("\\{\"cpuCount\": \\d+, \"user\": \".+\", \"commandLine\": \".* LiveApp\","
+                + " \"cpuTimeNs\": \\d+, \"timeNs\": \\d+\\}"), info);
+        assertTrue(dispatch("d_get_total_created_object_count").matches("\\d+"));
+        assertTrue(dispatch("d_get_total_created_object_size").matches("\\d+"));
+        assertEquals("", dispatch("d_clear_charts"));
+        Wire.Reply unknown = send(Wire.request(Protocol.PACKET_DISPATCH).s("d_nothing"));
+        assertEquals("Unknown dispatch command: d_nothing. Reason: Corvane Java Profiler agent and UI version"
+                + " mismatch", unknown.error());
+        unknown.end();
+    }
+
+    private static String dispatch(String command) throws Exception {
+        Wire.Reply reply = send(Wire.request(Protocol.PACKET_DISPATCH).s(command)).ok(ourSessionId);
+        String answer = reply.string();
+        reply.end();
+        return answer;
+    }
+
+    /** The rows of the telemetry and properties tables newer than the stamps. */
+    private static Tables tables(int mask, int... stamps) throws Exception {
+        Wire request = Wire.request(Protocol.PACKET_UPDATE_DATABASE_TABLES).i(mask);
+        for (int stamp : stamps) {
+            request.i(stamp);
+        }
+        Wire.Reply reply = send(request).ok(ourSessionId);
+        Tables tables = new Tables();
+        TableStreamReader.read(new ByteArrayInputStream(reply.raw(reply.left())), mask, tables);
+        return tables;
+    }
+
+    private static void awaitTelemetry() throws Exception {
+        for (int i = 0; i < 300 && tables(1 << Tables.TELE, 0).telemetry.liveCount() < 2; i++) {
+            Thread.sleep(100);
+        }
+    }
+
+    @Test
+    void tableDeltasComeAsAStreamEndedByMinusOne() throws Exception {
+        Wire.Reply none = send(Wire.request(Protocol.PACKET_UPDATE_DATABASE_TABLES).i(0)).ok(ourSessionId);
+        assertArrayEquals(new byte[] {-1, -1, -1, -1}, none.raw(4), "mask 0 reads no stamp and sends no table");
+        none.end();
+
+        awaitTelemetry();
+        Tables all = tables(1 << Tables.TELE | 1 << Tables.PROPERTIES, 0, 0);
+        assertTrue(all.properties.liveCount() > 6, all.properties.liveEntries().toString());
+        int newest = 0;
+        long lastUptime = -1;
+        for (var entry : all.telemetry.liveEntries()) {
+            int[] values = entry.row().values();
+            String row = java.util.Arrays.toString(values);
+            assertTrue(values[SharedConstants.TELEMETRY_HEAP_USED_KB] > 0, row);
+            assertTrue(values[SharedConstants.TELEMETRY_LIVE_THREADS] >= 2, row);
+            assertTrue(values[SharedConstants.TELEMETRY_LOADED_CLASSES] > 100, row);
+            // A wake-up takes a sample at once: two may fall into one tenth of a second.
+            assertTrue(values[SharedConstants.TELEMETRY_UPTIME_TENTHS] >= lastUptime, row);
+            lastUptime = values[SharedConstants.TELEMETRY_UPTIME_TENTHS];
+            newest = Math.max(newest, entry.stamp());
+        }
+        assertTrue(all.properties.get(SharedConstants.TELEMETRY_HEAP_MAX_KB_PROPERTY).value() > 0);
+        Tables delta = tables(1 << Tables.TELE, newest);
+        for (var entry : delta.telemetry.entries()) {
+            assertTrue(entry.stamp() > newest, "a delta holds only newer rows");
+        }
+    }
+
+    @Test
+    void snapshotsAreCapturedListedAndTransferred() throws Exception {
+        Wire.Reply memory = send(Wire.request(Protocol.PACKET_CAPTURE_SNAPSHOT_REQ).l(SharedConstants.SNAPSHOT_FLAG_MEMORY)
+                .s("").s(null));
+        assertTrue(memory.error().startsWith("Cannot capture snapshot"));
+        memory.end();
+
+        Wire.Reply captured = send(Wire.request(Protocol.PACKET_CAPTURE_SNAPSHOT_REQ).l(0).s("captured-{pid}").s(null));
+        List<Integer> progress = new ArrayList<>();
+        int type;
+        while ((type = captured.header()) == Protocol.PACKET_PROGRESS) {
+            progress.add(captured.i());
+        }
+        assertEquals(Protocol.PACKET_OK_RESP, type);
+        assertEquals(ourSessionId, captured.l());
+        String path = captured.string();
+        captured.end();
+        assertEquals(ourDir.resolve("snaps").resolve("captured-" + ourJvm.pid() + ".snapshot").toString(), path);
+        assertTrue(!progress.isEmpty() && progress.get(progress.size() - 1) == 99, progress.toString());
+        for (int i = 1; i < progress.size(); i++) {
+            assertTrue(progress.get(i) > progress.get(i - 1), progress.toString());
+        }
+        Snapshot snapshot = SnapshotReader.read(Path.of(path));
+        assertEquals("LiveProtocol", snapshot.header().get("session_name"));
+        byte[] file = Files.readAllBytes(Path.of(path));
+
+        Wire.Reply list = send(Wire.request(Protocol.PACKET_GET_TRANSFERABLE_SNAPSHOTS)).ok(ourSessionId);
+        boolean listed = false;
+        for (int i = list.i(); i > 0; i--) {
+            String listedPath = list.string();
+            int digest = list.i();
+            long size = list.l();
+            long modified = list.l();
+            if (listedPath.equals(path)) {
+                listed = true;
+                CRC32 crc = new CRC32();
+                crc.update(file, 0, Math.min(file.length, 65536));
+                assertEquals((int) crc.getValue(), digest);
+                assertEquals(file.length, size);
+                assertEquals(Files.getLastModifiedTime(Path.of(path)).toMillis(), modified);
+            }
+        }
+        list.end();
+        assertTrue(listed);
+
+        Wire.Reply plain = send(Wire.request(Protocol.PACKET_TRANSFER_SNAPSHOT_REQ).s(path)).ok(ourSessionId);
+        assertEquals(file.length, plain.l());
+        assertArrayEquals(file, plain.raw(file.length));
+        plain.end();
+
+        Wire.Reply compressed = send(Wire.request(Protocol.PACKET_TRANSFER_SNAPSHOT_COMPRESSED_REQ).s(path))
+                .ok(ourSessionId);
+        assertEquals(file.length, compressed.l());
+        ByteArrayOutputStream inflated = new ByteArrayOutputStream();
+        while (compressed.left() > 0) {
+            byte[] block = compressed.raw(compressed.i());
+            assertTrue(block.length <= Protocol.TRANSFER_COMPRESSED_CHUNK_SIZE);
+            Inflater inflater = new Inflater(true);
+            inflater.setInput(block);
+            byte[] out = new byte[Protocol.TRANSFER_UNCOMPRESSED_CHUNK_SIZE];
+            inflated.write(out, 0, inflater.inflate(out));
+            inflater.end();
+        }
+        assertArrayEquals(file, inflated.toByteArray());
+
+        for (String[] refused : new String[][] {
+            {"/etc/passwd", "File cannot be transferred: unknown snapshot /etc/passwd"},
+            {path + ".gone", "File cannot be transferred: unknown snapshot " + path + ".gone"}}) {
+            Wire.Reply reply = send(Wire.request(Protocol.PACKET_TRANSFER_SNAPSHOT_REQ).s(refused[0]));
+            assertEquals(refused[1], reply.error());
+            reply.end();
+        }
+        Files.delete(Path.of(path));
+        Wire.Reply gone = send(Wire.request(Protocol.PACKET_TRANSFER_SNAPSHOT_REQ).s(path));
+        assertEquals("The file to transfer does not exist: " + path, gone.error());
+    }
+
+    /** The JVM's own dumper: on request, and on OutOfMemoryError, where the agent's watcher finds the file. */
+    @Test
+    void hprofDumpsAreWrittenAndFetched() throws Exception {
+        Wire.Reply captured = send(Wire.request(Protocol.PACKET_CAPTURE_SNAPSHOT_REQ)
+                .l(SharedConstants.SNAPSHOT_FLAG_HPROF).s("dump").s(null)).ok(ourSessionId);
+        Path hprof = Path.of(captured.string());
+        captured.end();
+        assertEquals(ourDir.resolve("snaps/dump.hprof"), hprof);
+        byte[] head = Files.readAllBytes(hprof);
+        assertEquals("JAVA PROFILE 1.0.2", new String(head, 0, 18, java.nio.charset.StandardCharsets.US_ASCII));
+
+        ourJvm.send("oome");
+        ourJvm.awaitLine("oome after ");
+        String dump = ourDir.resolve("java_pid" + ourJvm.pid() + ".hprof").toString();
+        Wire.Reply transfer = send(Wire.request(Protocol.PACKET_TRANSFER_SNAPSHOT_REQ).s(dump));
+        for (int i = 0; i < 300 && transfer.okOrError(ourSessionId) != null; i++) {
+            Thread.sleep(100);
+            transfer = send(Wire.request(Protocol.PACKET_TRANSFER_SNAPSHOT_REQ).s(dump));
+        }
+        assertEquals(Files.size(Path.of(dump)), transfer.l());
+    }
+
+    /** Between start and end requests share one connection; after the end, one more is served. */
+    @Test
+    void sequencesKeepTheConnectionOpen() throws Exception {
+        Wire three = Wire.request(Protocol.PACKET_PACKET_SEQUENCE_START).header(Protocol.PACKET_GET_STATUS_REQ)
+                .header(Protocol.PACKET_GET_STATUS_REQ).header(Protocol.PACKET_GET_STATUS_REQ)
+                .header(Protocol.PACKET_PACKET_SEQUENCE_END);
+        Wire.Reply replies = three.send(port());
+        for (int i = 0; i < 3; i++) {
+            replies.ok(ourSessionId).l();
+        }
+        replies.end();
+
+        Wire after = Wire.request(Protocol.PACKET_PACKET_SEQUENCE_START).header(12345)
+                .header(Protocol.PACKET_PACKET_SEQUENCE_END).header(Protocol.PACKET_GET_STATUS_REQ)
+                .header(Protocol.PACKET_GET_STATUS_REQ);
+        Wire.Reply two = after.send(port());
+        assertTrue(two.error().startsWith("Unknown packet type: 12345. Reason: "));
+        two.ok(ourSessionId).l();
+        two.end();
+    }
+
+    @Test
+    void probeAndEventTableListsAreClosedOrRefused() throws Exception {
+        Wire.Reply probes = send(Wire.request(Protocol.PACKET_GET_PROBES));
+        String refusal = probes.okOrError(ourSessionId);
+        if (refusal == null) {
+            for (String name = probes.string(); name != null; name = probes.string()) {
+                assertTrue(probes.i() >= 0);
+            }
+        } else {
+            assertTrue(refusal.endsWith(NOT_AVAILABLE), refusal);
+        }
+        probes.end();
+
+        Wire.Reply tables = send(Wire.request(Protocol.PACKET_UPDATE_EVENT_TABLE_INFO).i(32));
+        refusal = tables.okOrError(ourSessionId);
+        if (refusal == null) {
+            for (int id = tables.i(); id != -1; id = tables.i()) {
+                assertTrue(id >= 32 && id <= 127);
+                tables.string();
+            }
+        } else {
+            assertTrue(refusal.endsWith(NOT_AVAILABLE), refusal);
+        }
+        tables.end();
+
+        Wire.Reply names = send(Wire.request(Protocol.PACKET_GET_TOP_EVENT_TABLE_NAMES));
+        refusal = names.okOrError(ourSessionId);
+        if (refusal == null) {
+            names.string();
+        } else {
+            assertTrue(refusal.endsWith(NOT_AVAILABLE), refusal);
+        }
+        names.end();
+    }
+}
