@@ -65,14 +65,6 @@ JNIEXPORT jint JNICALL NATIVE(getTelemetryPeriodMs)(JNIEnv* env, jclass) {
     return ourOptions.getTelemetryPeriod();
 }
 
-JNIEXPORT jint JNICALL NATIVE(getAllocationRecordingSettingsRecordEach)(JNIEnv* env, jclass) {
-    return ourOptions.getAllocEach();
-}
-
-JNIEXPORT jint JNICALL NATIVE(getAllocationRecordingSettingsSizeLimit)(JNIEnv* env, jclass) {
-    return ourOptions.getAllocSizeLimit();
-}
-
 JNIEXPORT jlong JNICALL NATIVE(getProcessCpuTimeNs)(JNIEnv* env, jclass, jboolean kernelOnly) {
     return getProcessCpuTimeNs(kernelOnly);
 }
@@ -150,8 +142,6 @@ static const JNINativeMethod ourAgentCoreRows[] = {
     KZT_NATIVE_ROW(correctUptimeMs, "(J)V"),
     KZT_NATIVE_ROW(dispatchLong, "(Ljava/lang/String;)J"),
     KZT_NATIVE_ROW(dispatchNullable, "(Ljava/lang/String;[Ljava/lang/String;)Ljava/lang/Object;"),
-    KZT_NATIVE_ROW(getAllocationRecordingSettingsRecordEach, "()I"),
-    KZT_NATIVE_ROW(getAllocationRecordingSettingsSizeLimit, "()I"),
     KZT_NATIVE_ROW(getCapabilities, "()J"),
     KZT_NATIVE_ROW(getPhase, "()I"),
     KZT_NATIVE_ROW(getProcessCpuTimeNs, "(Z)J"),

@@ -15,9 +15,6 @@ ZString startCpuProfiling(JNIEnv* env, int64_t mode, const ZString* settings);
 // Does nothing while CPU profiling is off.
 void stopCpuProfiling(JNIEnv* env, bool force);
 
-// The properties of the table stream that mode control owns.
-void setModeProperties(const LockHolder& lock, JNIEnv* env, int tableMask);
-
 // Object generations: each advance is a row of "generation", and every object
 // alive then carries its id in the upper half of its tag.
 class Generations {

@@ -9,6 +9,8 @@
 #include "db/ZMethod.h"
 #include "instrumentation/EmbeddedClass.h"
 #include "instrumentation/InstrumentationJoints.h"
+#include "recording/AllocationRecording.h"
+#include "recording/CountingSupport.h"
 #include "recording/CpuTracing.h"
 #include "recording/ThreadInfo.h"
 #include "recording/TracingSettings.h"
@@ -18,7 +20,8 @@
 
 static const SnapshotParticipant ourCpuTracingParticipant = {
     CpuTracing::beginCapture, CpuTracing::endCapture, CpuTracing::setCaptureProperties};
-static const SnapshotParticipant ourModeControlParticipant = {nullptr, nullptr, setModeProperties};
+static const SnapshotParticipant ourAllocationParticipant = {
+    AllocationRecording::beginCapture, nullptr, AllocationRecording::setCaptureProperties};
 
 void wireAgent() {
     static bool wired = false;
@@ -35,14 +38,19 @@ void wireAgent() {
     // The instrumentation: what tracing decides about the Callback stubs.
     ourRecordingJoint.isAdaptiveTracing = CpuTracing::isAdaptiveTracing;
     ourRecordingJoint.canSetLineNumbers = CpuTracing::canSetLineNumbers;
+    // The counters that rewritten methods and allocation sites count into.
+    ourCountingJoint.getCallCounterAddress = CallCounting::getCounterAddress;
+    ourCountingJoint.getAllocCounterAddress = AllocObjectCounting::getCounterAddress;
+    ourCountingJoint.getFactor = CountingSupportBase::getFactor;
     ourCallbackBytecode = {ourCallbackClassBytes, ourCallbackClassLength};
 
     // Captures and table streams: in this order, around every write.
     registerSnapshotParticipant(&ourCpuTracingParticipant);
-    registerSnapshotParticipant(&ourModeControlParticipant);
+    registerSnapshotParticipant(&ourAllocationParticipant);
 
     // The natives of com.corvane.runtime.Callback.
     addNativeGroup(ourAgentCoreNatives);
+    addNativeGroup(ourAllocationNatives);
     addNativeGroup(ourEntryPointNatives);
     addNativeGroup(ourModeControlNatives);
     addNativeGroup(ourSnapshotNatives);

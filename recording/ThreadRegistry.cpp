@@ -7,6 +7,7 @@
 #include "db/DB.h"
 #include "foundation/System.h"
 #include "foundation/UptimeProvider.h"
+#include "recording/ObjectEnumerator.h"
 #include "recording/ThreadInfo.h"
 
 ZVector<int>& ourFinishedThreadTRNs = *new ZVector<int>(100);
@@ -47,6 +48,7 @@ void ThreadInfo::onThreadEnd(const LockHolder& lock) {
     record->myEndUptime = ourUptimeProvider.getUptimeNs();
     record->myStamp = db->getCurrentGeneration();
     playEvents(lock);
+    ourObjectEnumerator.flushObjectAllocationDataForThread(lock, this);
 
     if (ourStatus.get() != 0) ourMergeStart = 0;
     else if (ourMergeStart == 0) ourMergeStart = ourFinishedThreadTRNs.getSize();
@@ -69,6 +71,7 @@ void ThreadInfo::mergeOldFinishedThreads(const LockHolder& lock) {
     ZSet<int> merged(100);
     for (int i = ourMergeStart; i < end; i++) merged.add(ourFinishedThreadTRNs[i]);
     if (ourBeforeThreadsMerged != nullptr) ourBeforeThreadsMerged(lock, merged);
+    ourObjectEnumerator.flushCollectedObjectAgesToDB(lock);
     DB* db = KZT_DB();
     int generation = db->getCurrentGeneration();
     int target = ourOldestFinishedThreads->myTFIIndex;
