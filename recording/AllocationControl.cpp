@@ -50,6 +50,10 @@ static int heapSamplingInterval() {
     return ourOptions.getInternalInt("_heap_sampling_interval", 0);
 }
 
+void HeapSampling::prepare() {
+    if (usesHeapSampling()) check_JVMTI_error(ourJVMTI->SetHeapSamplingInterval(heapSamplingInterval()));
+}
+
 // The JVM's allocation event that the mode needs, or none.
 static jvmtiEvent allocationEventOf(uint64_t mode) {
     if (usesHeapSampling()) return JVMTI_EVENT_SAMPLED_OBJECT_ALLOC;

@@ -58,6 +58,9 @@ public:
 // The JVM's heap sampling: every sampled object takes the road of kztInit.
 class HeapSampling {
 public:
+    // At load: each thread takes the interval of allocation recording from
+    // its birth on, not only from its next sample.
+    static void prepare();
     static void sampledObjectAlloc(JNIEnv* env, jobject object, jclass klass, jlong size);
 };
 
