@@ -191,17 +191,38 @@ private:
     bool myPushed;
 };
 
+// Set by the Java half's shutdown hook. From then on the sampler asks for no
+// stacks: the JVM flushes its object-free events at exit while blocking
+// safepoints, and a stack request (a safepoint) then would hang it.
+static bool isJvmShuttingDown(JNIEnv* env) {
+    static jclass core = nullptr;
+    static jfieldID flag = nullptr;
+    if (flag == nullptr) {
+        jclass found = env->FindClass(CORE_CLASS);
+        jfieldID field = found != nullptr ? env->GetStaticFieldID(found, "ourShuttingDown", "Z") : nullptr;
+        if (field == nullptr) {
+            env->ExceptionClear();
+            if (found != nullptr) env->DeleteLocalRef(found);
+            return false;
+        }
+        core = (jclass)env->NewGlobalRef(found);
+        env->DeleteLocalRef(found);
+        flag = field;
+    }
+    return env->GetStaticBooleanField(core, flag) == JNI_TRUE;
+}
+
 // One round: false when the sampler isn't wanted (the caller waits).
 static bool sampleOnce(JNIEnv* env) {
-    if (!JavaSampling::isSamplerWanted(ourStatus.get())) return false;
+    if (!JavaSampling::isSamplerWanted(ourStatus.get()) || isJvmShuttingDown(env)) return false;
     LocalFrame frame(env);
     if (!frame.isPushed()) {
         env->ExceptionClear();
         return false;
     }
     LockHolder lock(&ourLock, LOCK_SITE);
-    // A stop may have come between the test and the lock.
-    if (!JavaSampling::isSamplerWanted(ourStatus.get())) return false;
+    // A stop or the exit may have come between the test and the lock.
+    if (!JavaSampling::isSamplerWanted(ourStatus.get()) || isJvmShuttingDown(env)) return false;
     ourJavaSampling.getSampler(ourStatus.get())->doSample(lock, env);
     return true;
 }

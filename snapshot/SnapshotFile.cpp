@@ -65,7 +65,8 @@ ZString SnapshotFile::writeSnapshotNew(const LockHolder& lock, JNIEnv* env, int 
     DB* db = KZT_DB();
     Progress progress((flags & SNAPSHOT_FLAG_NO_PROGRESS) != 0 ? -1 : progressFd, ourOptions.isDebug("progress"));
     SnapshotWriter writer(fd);
-    writeHeader(lock, writer, flags, (int64_t)time(nullptr) * 1000);
+    // No heap is written yet: a snapshot asked for with one says it has none.
+    writeHeader(lock, writer, flags & ~(int64_t)SNAPSHOT_FLAG_MEMORY, (int64_t)time(nullptr) * 1000);
     if (ourOptions.isInternalOption("_dump_stack")) Logger::dumpStack("_dump_stack: write header");
     progress.updateProgressImpl(1);
 

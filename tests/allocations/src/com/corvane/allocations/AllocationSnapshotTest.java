@@ -374,6 +374,24 @@ class AllocationSnapshotTest {
     }
 
     @Test
+    void runWithAllocationsRecordsFromTheStartAndLeavesAReadableSnapshot() throws Exception {
+        Path exit = Files.createDirectories(dir.resolve("run"));
+        Path logs = Files.createDirectories(dir.resolve("logs"));
+        java.io.ByteArrayOutputStream err = new java.io.ByteArrayOutputStream();
+        java.io.PrintStream errStream = new java.io.PrintStream(err, true, "UTF-8");
+        int code = com.corvane.Main.execute(new String[] {"run", "--allocations=each-1", "--dir", exit.toString(),
+            "--agent-options", "logdir=" + logs, "--", System.getProperty("corvane.java"), "-cp",
+            System.getProperty("corvane.allocations.classes"), "AllocShapes", dir.resolve("own.snapshot").toString(),
+            "-"}, new com.corvane.commands.Io(new java.io.PrintStream(new java.io.ByteArrayOutputStream()),
+                    errStream, false));
+        assertEquals(0, code, err.toString("UTF-8"));
+        Path snapshot = AgentJvm.onlyFile(exit, "-shutdown.snapshot");
+        assertTrue(err.toString("UTF-8").contains("snapshot written: " + snapshot), err.toString("UTF-8"));
+        List<Recorded> rows = Allocations.recorded(SnapshotReader.read(snapshot));
+        assertEquals(of(SMALL, SMALLS[2]), Allocations.recordedByClass(rows, "alloc-3", SMALLS_SITE));
+    }
+
+    @Test
     void theReportAndTheFlameGraphShowTheRecordedAllocations() throws Exception {
         Snapshot snapshot = runShapes("alloceach=1").snapshot();
         Map<String, Object> report = Report.build(snapshot, Profile.build(snapshot), new Report.Limits(5, 3, 5, 12));
