@@ -179,6 +179,19 @@ TEST_F(AllocationRecordingTest, OddThreadsAndFailedTagsLoseNoCount) {
     EXPECT_EQ((std::vector<std::string>{"warning: ObjectEnumerator::createObjectAllocator: SetTag returned "
                                         "20:JVMTI_ERROR_INVALID_OBJECT"}),
               logged(log, "warning: ObjectEnumerator"));
+    // Before the live phase (a JNI allocation of the start phase) objects belong to the VM start.
+    ourVmInitCalled = false;
+    jvmti.phase = JVMTI_PHASE_START;
+    int walks = jvmti.stackTraceCalls;
+    sampled(1003);
+    EXPECT_EQ(walks, jvmti.stackTraceCalls) << "no stack is walked in the start phase";
+    play(ourVMStartThread);
+    EXPECT_EQ((std::map<std::string, std::string>{{"<Objects allocated during JVM startup>/<<init>>", "1/16/0"}}),
+              allocations(ourVMStartThread));
+    jvmti.phase = JVMTI_PHASE_DEAD;
+    EXPECT_EQ(0, sampled(1004)) << "nothing outside the start and live phases";
+    jvmti.phase = JVMTI_PHASE_LIVE;
+    ourVmInitCalled = true;
     // The agent's own threads are left out.
     ThreadInfo* agent = current("KZTAgent-Telemetry");
     sampled(1002);
