@@ -191,25 +191,30 @@ private:
     bool myPushed;
 };
 
-// Set by the Java half's shutdown hook. From then on the sampler asks for no
-// stacks: the JVM flushes its object-free events at exit while blocking
-// safepoints, and a stack request (a safepoint) then would hang it.
+// Once the JVM runs its shutdown hooks the sampler asks for no more stacks:
+// the JVM flushes its object-free events at exit while blocking safepoints,
+// and a stack request (a safepoint) then would hang it. java.lang.Shutdown
+// keeps the hook it runs, -1 before; a JVM without that field is never seen
+// exiting.
 static bool isJvmShuttingDown(JNIEnv* env) {
-    static jclass core = nullptr;
-    static jfieldID flag = nullptr;
-    if (flag == nullptr) {
-        jclass found = env->FindClass(CORE_CLASS);
-        jfieldID field = found != nullptr ? env->GetStaticFieldID(found, "ourShuttingDown", "Z") : nullptr;
+    static jclass shutdown = nullptr;
+    static jfieldID runningHook = nullptr;
+    static bool unknown = false;
+    if (unknown) return false;
+    if (runningHook == nullptr) {
+        jclass found = env->FindClass("java/lang/Shutdown");
+        jfieldID field = found != nullptr ? env->GetStaticFieldID(found, "currentRunningHook", "I") : nullptr;
         if (field == nullptr) {
             env->ExceptionClear();
             if (found != nullptr) env->DeleteLocalRef(found);
+            unknown = true;
             return false;
         }
-        core = (jclass)env->NewGlobalRef(found);
+        shutdown = (jclass)env->NewGlobalRef(found);
         env->DeleteLocalRef(found);
-        flag = field;
+        runningHook = field;
     }
-    return env->GetStaticBooleanField(core, flag) == JNI_TRUE;
+    return env->GetStaticIntField(shutdown, runningHook) >= 0;
 }
 
 // One round: false when the sampler isn't wanted (the caller waits).

@@ -15,8 +15,6 @@ public final class Core {
     static volatile long ourSessionId;
     static volatile int ourTelemetryLimit;
     static volatile long ourStartTimeMs = System.currentTimeMillis();
-    /** Set when the JVM begins to exit: the agent's sampler asks for no more stacks then. */
-    static volatile boolean ourShuttingDown;
 
     private Core() {
     }
@@ -39,15 +37,6 @@ public final class Core {
         ourSessionId = sessionId;
         ourTelemetryLimit = telemetryLimit;
         ourAlternateSnapshotDir = snapshotDir;
-        try {
-            Runtime.getRuntime().addShutdownHook(new Thread(new Runnable() {
-                public void run() {
-                    ourShuttingDown = true;
-                }
-            }, "KZTAgent-ShutdownHook"));
-        } catch (IllegalStateException e) {
-            // Already exiting.
-        }
         return true;
     }
 
