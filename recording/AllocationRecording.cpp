@@ -40,6 +40,26 @@ int AllocationRecording::getClassPseudoMethod(JNIEnv* env, jclass klass) {
     return method;
 }
 
+// The class of an object that came without one. Redirected JNI functions
+// run in native code's frame: the local reference goes when the holder does.
+class ObjectClass {
+public:
+    ObjectClass(JNIEnv* env, jobject object, jclass given)
+        : myEnv(env), myOwn(given == nullptr && object != nullptr ? env->GetObjectClass(object) : nullptr),
+          myClass(given != nullptr ? given : myOwn) {}
+    ~ObjectClass() {
+        if (myOwn != nullptr) myEnv->DeleteLocalRef(myOwn);
+    }
+    ObjectClass(const ObjectClass&) = delete;
+    ObjectClass& operator=(const ObjectClass&) = delete;
+    jclass get() const { return myClass; }
+
+private:
+    JNIEnv* myEnv;
+    jclass myOwn;
+    jclass myClass;
+};
+
 // Pseudo threads stand for many threads at once: their tree, buffer and
 // counters are used under the lock.
 static bool isPseudoThread(const ThreadInfo* thread) {
@@ -86,8 +106,8 @@ static void countObject(JNIEnv* env, jobject object, jclass klass, int line) {
     if (thread != nullptr && isPseudoThread(thread)) thread = nullptr;
     int top = getTopMethod(env, thread);
     if (top < 1) return;
-    if (klass == nullptr) klass = env->GetObjectClass(object);
-    MethodRecord* pseudo = ZMethod::getRecord(AllocationRecording::getClassPseudoMethod(env, klass));
+    ObjectClass objectClass(env, object, klass);
+    MethodRecord* pseudo = ZMethod::getRecord(AllocationRecording::getClassPseudoMethod(env, objectClass.get()));
     if (pseudo == nullptr) return;
     int codePoint;
     if (thread != nullptr) {
@@ -190,8 +210,8 @@ jint AllocationRecording::recordObject(JNIEnv* env, jobject object, jclass klass
     LockHolder lock(locked ? &ourLock : nullptr, LOCK_SITE);
     int pseudoMethod = classMethodId;
     if (pseudoMethod < 1) {
-        if (klass == nullptr && object != nullptr) klass = env->GetObjectClass(object);
-        pseudoMethod = getClassPseudoMethod(env, klass);
+        ObjectClass objectClass(env, object, klass);
+        pseudoMethod = getClassPseudoMethod(env, objectClass.get());
         if (pseudoMethod < 1) return cachedFrame;
     }
     int nodeOrFrame;
