@@ -8,6 +8,7 @@
 #include "services/Options.h"
 #include "foundation/System.h"
 #include "foundation/ZLock.h"
+#include "recording/AllocationRecording.h"
 
 static jclass ourClassCoreGlobalRef = nullptr;
 
@@ -17,6 +18,7 @@ static const char* const CORE_INIT_SIGNATURE =
 
 void agentStart(JNIEnv* env) {
     Logger::message("agentStart: 1");
+    if (ourCapabilities.hasAny(CAPABILITY_ALLOC_BCI)) redirectJniFunctions();
     Logger::message("agentStart: 2");
     jclass callbackClass = findClass(env, CALLBACK_CLASS);
     int count = 0;

@@ -10,6 +10,7 @@
 #include "services/Options.h"
 #include "foundation/System.h"
 #include "foundation/ZLock.h"
+#include "recording/AllocationRecording.h"
 
 const char* const OLD_JAVA_MESSAGE =
     "Cannot start: Java 7 or newer is required. To profile on this old Java version, use corresponding old "
@@ -373,6 +374,7 @@ int agentLoadImpl(JavaVM* vm, const ZString& fullOptions) {
     }
 
     createTaggableEnvironments();
+    HeapSampling::prepare();
     setMainEventCallbacks();
     enableMainEvents();
     check_JVMTI_error(ourJVMTI->SetNativeMethodPrefix(NATIVE_METHOD_PREFIX));

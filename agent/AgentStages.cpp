@@ -6,6 +6,7 @@
 #include "agent/ModeControl.h"
 #include "db/DB.h"
 #include "foundation/ZLock.h"
+#include "recording/AllocationRecording.h"
 
 void createDatabase(int telemetryLimit) {
     DBSettings settings;
@@ -29,6 +30,10 @@ void startCpuProfilingFromOptions(JNIEnv* env, int64_t modeWord) {
     startCpuProfiling(env, modeWord, nullptr);
 }
 
-void startAllocationRecordingFromOptions(JNIEnv* env) {}
+// A refusal is logged by the start itself.
+void startAllocationRecordingFromOptions(JNIEnv* env) {
+    AllocationRecording::startAllocationRecording(env, ourOptions.getAllocEach(), ourOptions.getAllocSizeLimit(),
+                                                  ourOptions.getAllocationMode());
+}
 
 void startMonitorProfilingFromOptions(JNIEnv* env) {}

@@ -69,14 +69,6 @@ JNIEXPORT jint JNICALL NATIVE(getTelemetryPeriodMs)(JNIEnv* env, jclass) {
     return ourOptions.getTelemetryPeriod();
 }
 
-JNIEXPORT jint JNICALL NATIVE(getAllocationRecordingSettingsRecordEach)(JNIEnv* env, jclass) {
-    return ourOptions.getAllocEach();
-}
-
-JNIEXPORT jint JNICALL NATIVE(getAllocationRecordingSettingsSizeLimit)(JNIEnv* env, jclass) {
-    return ourOptions.getAllocSizeLimit();
-}
-
 JNIEXPORT jlong JNICALL NATIVE(getProcessCpuTimeNs)(JNIEnv* env, jclass, jboolean kernelOnly) {
     return getProcessCpuTimeNs(kernelOnly);
 }
@@ -235,8 +227,6 @@ static const JNINativeMethod ourAgentCoreRows[] = {
     KZT_NATIVE_ROW(excludeThreadFromAsyncSampling, "()V"),
     KZT_NATIVE_ROW(findPropertyRecordIndex, "(I)I"),
     KZT_NATIVE_ROW(forceGarbageCollectionJvmti, "()Z"),
-    KZT_NATIVE_ROW(getAllocationRecordingSettingsRecordEach, "()I"),
-    KZT_NATIVE_ROW(getAllocationRecordingSettingsSizeLimit, "()I"),
     KZT_NATIVE_ROW(getCapabilities, "()J"),
     KZT_NATIVE_ROW(getFrozenThreadsImpl, "(J)[I"),
     KZT_NATIVE_ROW(getPhase, "()I"),

@@ -3,6 +3,7 @@
 // Each body runs inside the boundary rule.
 #include "agent/NativeTable.h"
 #include "instrumentation/Instrumentation.h"
+#include "recording/AllocationRecording.h"
 #include "recording/EntryPoints.h"
 #include "services/JvmGlue.h"
 
@@ -37,13 +38,13 @@ JNIEXPORT jint JNICALL NATIVE(kztInit0)(JNIEnv* env, jclass, jobject object, jin
 
 JNIEXPORT jlong JNICALL NATIVE(getNativeAllocationCounterResult)(JNIEnv* env, jclass) {
     KZT_NATIVE_BEGIN
-    return getNativeAllocationCount();
+    return AllocationRecording::getCreatedObjectCount();
     KZT_NATIVE_END(env, 0)
 }
 
 JNIEXPORT jlong JNICALL NATIVE(getTotalCreatedObjectSize)(JNIEnv* env, jclass) {
     KZT_NATIVE_BEGIN
-    return getTotalCreatedObjectSize();
+    return AllocationRecording::getCreatedObjectSize();
     KZT_NATIVE_END(env, 0)
 }
 

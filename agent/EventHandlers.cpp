@@ -5,11 +5,20 @@
 #include "services/AgentState.h"
 #include "services/Logger.h"
 #include "instrumentation/Instrumentation.h"
+#include "recording/AllocationRecording.h"
 #include "recording/CpuTracing.h"
 #include "recording/EntryPoints.h"
+#include "recording/ObjectEnumerator.h"
 #include "recording/ThreadInfo.h"
 
-void JNICALL object_free_handler(jvmtiEnv* jvmti, jlong tag) {}
+void JNICALL object_free_handler(jvmtiEnv* jvmti, jlong tag) {
+    try {
+        // The low half is the enumerator's; the high half a generation.
+        if (tag != 0) ourObjectEnumerator.onObjectFree((int)(uint32_t)(uint64_t)tag);
+    } catch (...) {
+        Logger::exceptionCaught(__FILE__, __LINE__);
+    }
+}
 void JNICALL object_free_handler_JVMTI_ClassUnload(jvmtiEnv* jvmti, jlong tag) {}
 void JNICALL object_free_handler_JVMTI_PersistentObjectIDs(jvmtiEnv* jvmti, jlong tag) {}
 
@@ -24,7 +33,13 @@ void JNICALL vm_object_alloc_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread threa
 }
 
 void JNICALL sampled_object_alloc_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jobject object,
-                                          jclass objectClass, jlong size) {}
+                                          jclass objectClass, jlong size) {
+    try {
+        kztInitImpl(env, object, objectClass, size, -1, 0, 0);
+    } catch (...) {
+        Logger::exceptionCaught(__FILE__, __LINE__);
+    }
+}
 
 void JNICALL class_file_load_hook_handler(jvmtiEnv* jvmti, JNIEnv* env, jclass classBeingRedefined,
                                           jobject loader, const char* name, jobject protectionDomain,

@@ -12,6 +12,7 @@
 #include "db/DB.h"
 #include "foundation/UptimeProvider.h"
 #include "instrumentation/Instrumentation.h"
+#include "recording/CountingSupport.h"
 #include "recording/CpuProfilingSettings.h"
 #include "recording/CpuTracing.h"
 #include "recording/Sampling.h"
@@ -56,8 +57,9 @@ static bool setupTracingInJava(JNIEnv* env) {
 static ZString startCpuProfilingImpl(JNIEnv* env, int64_t mode, const ZString* settings) {
     bool tracing = mode == (int64_t)CPU_TRACING;
     bool counting = mode == (int64_t)CPU_CALL_COUNTING;
-    // Counting needs the striped counters of the counting support.
-    if (counting) return ZString("call counting is not available in this JVM");
+    // Java counts calls through Unsafe.
+    if (counting && !CountingSupportBase::ensureUnsafeCreated(NoLock(), env))
+        return ZString("call counting is not available in this JVM");
     {
         LockHolder lock(&ourLock, LOCK_SITE);
         CpuTracingPseudoLockScope pseudoLock(lock);

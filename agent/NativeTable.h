@@ -20,6 +20,7 @@ struct NativeGroup {
 
 // The groups.
 extern const NativeGroup ourAgentCoreNatives;        // agent/CallbackNatives.cpp
+extern const NativeGroup ourAllocationNatives;       // agent/AllocationNatives.cpp
 extern const NativeGroup ourEntryPointNatives;       // agent/EntryPointNatives.cpp
 extern const NativeGroup ourModeControlNatives;      // agent/ModeControl.cpp
 extern const NativeGroup ourSessionNatives;          // agent/SessionNatives.cpp

@@ -8,6 +8,8 @@
 #include "db/ZMethod.h"
 #include "instrumentation/EmbeddedClass.h"
 #include "instrumentation/InstrumentationJoints.h"
+#include "recording/AllocationRecording.h"
+#include "recording/CountingSupport.h"
 #include "recording/CpuTracing.h"
 #include "recording/ThreadInfo.h"
 #include "recording/TracingSettings.h"
@@ -16,6 +18,7 @@
 #include "snapshot/TableStream.h"
 
 static const SnapshotParticipant ourCpuTracingParticipant = {CpuTracing::beginCapture, CpuTracing::endCapture};
+static const SnapshotParticipant ourAllocationParticipant = {AllocationRecording::beginCapture, nullptr};
 
 void wireAgent() {
     static bool wired = false;
@@ -32,13 +35,19 @@ void wireAgent() {
     // The instrumentation: what tracing decides about the Callback stubs.
     ourRecordingJoint.isAdaptiveTracing = CpuTracing::isAdaptiveTracing;
     ourRecordingJoint.canSetLineNumbers = CpuTracing::canSetLineNumbers;
+    // The counters that rewritten methods and allocation sites count into.
+    ourCountingJoint.getCallCounterAddress = CallCounting::getCounterAddress;
+    ourCountingJoint.getAllocCounterAddress = AllocObjectCounting::getCounterAddress;
+    ourCountingJoint.getFactor = CountingSupportBase::getFactor;
     ourCallbackBytecode = {ourCallbackClassBytes, ourCallbackClassLength};
 
     // Captures and table streams: in this order, around every write.
     registerSnapshotParticipant(&ourCpuTracingParticipant);
+    registerSnapshotParticipant(&ourAllocationParticipant);
 
     // The natives of com.corvane.runtime.Callback.
     addNativeGroup(ourAgentCoreNatives);
+    addNativeGroup(ourAllocationNatives);
     addNativeGroup(ourEntryPointNatives);
     addNativeGroup(ourModeControlNatives);
     addNativeGroup(ourSessionNatives);

@@ -5,6 +5,7 @@
 #include "services/Options.h"
 #include "db/DB.h"
 #include "foundation/UptimeProvider.h"
+#include "recording/CountingSupport.h"
 #include "recording/EventEncoding.h"
 #include "recording/ThreadInfo.h"
 #include "recording/TracingSettings.h"
@@ -19,21 +20,10 @@ int64_t ourLastAllocationRecordingMode = 0;
 ZVector<int32_t>& ourAdaptiveTracingMethodInvocationCounts = *new ZVector<int32_t>(1000000);
 ZVector<int64_t>& ourAdaptiveTracingMethodTimesNs = *new ZVector<int64_t>(1000000);
 
-// The live threads at this moment: playing may not change the set, but a
-// copy keeps the walk independent of the hash slots.
-template <typename F>
-static void forEachLiveThread(F f) {
-    ZVector<ThreadInfo*, 64> threads;
-    for (int slot = 0; slot < ourAllThreadInfos.getCapacity(); slot++) {
-        if (ourAllThreadInfos.isFull(slot)) threads.push(ourAllThreadInfos.keyAt(slot));
-    }
-    for (ThreadInfo* thread : threads) f(thread);
-}
-
 void CpuTracing::clearCpuDataImpl(const LockHolder& lock) {
     CpuTracingPseudoLockScope pseudoLock(lock);
     DB* db = KZT_DB();
-    forEachLiveThread([&](ThreadInfo* thread) {
+    ThreadInfo::forEachLiveThread([&](ThreadInfo* thread) {
         thread->playEvents(lock);
         thread->resetStack();
         thread->resetSampleTimes();
@@ -42,6 +32,7 @@ void CpuTracing::clearCpuDataImpl(const LockHolder& lock) {
         ourOldestFinishedThreads->resetStack();
         ourOldestFinishedThreads->resetSampleTimes();
     }
+    CallCounting::clearCounts(lock);
     db->getCpuProfilingTable()->clearTable();
     db->markTableCleared(TABLE_CPU_PROFILING);
     ourAdaptiveTracingMethodInvocationCounts.clear();
@@ -51,7 +42,7 @@ void CpuTracing::clearCpuDataImpl(const LockHolder& lock) {
 }
 
 void CpuTracing::stopTracingThreads(const LockHolder& lock) {
-    forEachLiveThread([&](ThreadInfo* thread) {
+    ThreadInfo::forEachLiveThread([&](ThreadInfo* thread) {
         thread->playEvents(lock);
         thread->resetStackTrace(lock, false);
         thread->resetStack();
@@ -59,14 +50,14 @@ void CpuTracing::stopTracingThreads(const LockHolder& lock) {
 }
 
 void CpuTracing::foldOpenStacks(const LockHolder& lock) {
-    forEachLiveThread([&](ThreadInfo* thread) {
+    ThreadInfo::forEachLiveThread([&](ThreadInfo* thread) {
         thread->playEvents(lock);
         thread->resetStackTrace(lock, false);
     });
 }
 
 void CpuTracing::reopenStacks(const LockHolder& lock) {
-    forEachLiveThread([&](ThreadInfo* thread) { thread->restoreStackTrace(lock, false); });
+    ThreadInfo::forEachLiveThread([&](ThreadInfo* thread) { thread->restoreStackTrace(lock, false); });
 }
 
 void CpuTracing::setProfilingTimeProperties(const LockHolder& lock, int tableMask) {
@@ -79,7 +70,7 @@ void CpuTracing::setProfilingTimeProperties(const LockHolder& lock, int tableMas
 
 void CpuTracing::applyThreadNamesToDB(const LockHolder& lock) {
     DB* db = KZT_DB();
-    forEachLiveThread([&](ThreadInfo* thread) { thread->applyThreadNameToDB(lock, db); });
+    ThreadInfo::forEachLiveThread([&](ThreadInfo* thread) { thread->applyThreadNameToDB(lock, db); });
     if (ourOldestFinishedThreads != nullptr) ourOldestFinishedThreads->applyThreadNameToDB(lock, db);
 }
 

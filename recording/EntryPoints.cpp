@@ -1,6 +1,7 @@
 #include "recording/EntryPoints.h"
 
 #include "db/ZMethod.h"
+#include "recording/AllocationRecording.h"
 #include "recording/CpuTracing.h"
 #include "recording/ThreadInfo.h"
 #include "services/AgentState.h"
@@ -40,16 +41,9 @@ jint kztInitImpl(JNIEnv* env, jobject object, jclass klass, jlong size, jint cac
     // Object counting without heap sampling does all its work in Java.
     if (!heapCounting && mode != ALLOCATION_RECORDING_EXACT_STACKS && mode != ALLOCATION_RECORDING_SAMPLED_STACKS)
         return cachedFrame;
-    // Recording of the object itself comes with allocation recording.
-    return cachedFrame;
-}
-
-jlong getNativeAllocationCount() {
-    return 0;
-}
-
-jlong getTotalCreatedObjectSize() {
-    return 0;
+    // Lines above 32767 come as negative shorts.
+    if (line < 0) line &= 0xFFFF;
+    return AllocationRecording::recordObject(env, object, klass, size, cachedFrame, classMethodId, line, mode);
 }
 
 jlong kztMethodEntryImpl(JNIEnv* env, jint methodId) {

@@ -15,7 +15,3 @@ jint kztInitImpl(JNIEnv* env, jobject object, jclass klass, jlong size, jint cac
 jlong kztMethodEntryImpl(JNIEnv* env, jint methodId);
 void kztMethodExitImpl(JNIEnv* env, jint methodId, jlong entryResult);
 void kztMethodLineImpl(JNIEnv* env, jint line);
-
-// Objects and bytes that the agent counted itself.
-jlong getNativeAllocationCount();
-jlong getTotalCreatedObjectSize();

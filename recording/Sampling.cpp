@@ -191,17 +191,43 @@ private:
     bool myPushed;
 };
 
+// Once the JVM runs its shutdown hooks the sampler asks for no more stacks:
+// the JVM flushes its object-free events at exit while blocking safepoints,
+// and a stack request (a safepoint) then would hang it. java.lang.Shutdown
+// keeps the hook it runs, -1 before; a JVM without that field is never seen
+// exiting.
+static bool isJvmShuttingDown(JNIEnv* env) {
+    static jclass shutdown = nullptr;
+    static jfieldID runningHook = nullptr;
+    static bool unknown = false;
+    if (unknown) return false;
+    if (runningHook == nullptr) {
+        jclass found = env->FindClass("java/lang/Shutdown");
+        jfieldID field = found != nullptr ? env->GetStaticFieldID(found, "currentRunningHook", "I") : nullptr;
+        if (field == nullptr) {
+            env->ExceptionClear();
+            if (found != nullptr) env->DeleteLocalRef(found);
+            unknown = true;
+            return false;
+        }
+        shutdown = (jclass)env->NewGlobalRef(found);
+        env->DeleteLocalRef(found);
+        runningHook = field;
+    }
+    return env->GetStaticIntField(shutdown, runningHook) >= 0;
+}
+
 // One round: false when the sampler isn't wanted (the caller waits).
 static bool sampleOnce(JNIEnv* env) {
-    if (!JavaSampling::isSamplerWanted(ourStatus.get())) return false;
+    if (!JavaSampling::isSamplerWanted(ourStatus.get()) || isJvmShuttingDown(env)) return false;
     LocalFrame frame(env);
     if (!frame.isPushed()) {
         env->ExceptionClear();
         return false;
     }
     LockHolder lock(&ourLock, LOCK_SITE);
-    // A stop may have come between the test and the lock.
-    if (!JavaSampling::isSamplerWanted(ourStatus.get())) return false;
+    // A stop or the exit may have come between the test and the lock.
+    if (!JavaSampling::isSamplerWanted(ourStatus.get()) || isJvmShuttingDown(env)) return false;
     ourJavaSampling.getSampler(ourStatus.get())->doSample(lock, env);
     return true;
 }

@@ -27,7 +27,7 @@ ThreadInfo::ThreadInfo(const LockHolder& lock, const ZString& name, const ZStrin
       myExcludedFromSampling(false), myNameKnown(false), myDaemon(daemon), myGroupName(group), myTouched(false),
       myNameStrId(-1), myPendingExceptionClass(-1), myPendingThrowNode(-1), myCurrentFrame(-1),
       myLastExceptionId(0), myLastExceptionRow(0), myLastWallSampleTime(0), myLastCpuSampleTime(0),
-      myCachedRecordFrame(-1), myCachedRecord(nullptr), myCallCache(nullptr) {
+      myCachedRecordFrame(-1), myCachedRecord(nullptr), myCallCache(nullptr), myChildFrameCache(nullptr) {
     DB* db = KZT_DB();
     // Java code reaches the pending line through this address.
     KZT_ASSERT(((uintptr_t)this & 3) == 0);
@@ -57,6 +57,7 @@ ThreadInfo::~ThreadInfo() {
     ourCreatedObjectSizeInDeadThreads += myCreatedObjectSize;
     delete[] myEventBuffer;
     delete[] myCallCache;
+    delete[] myChildFrameCache;
     delete myStackCapture;
     delete myNodeTree;
     delete myNodeToFrame;
@@ -195,4 +196,39 @@ void ThreadInfo::resetSampleTimes() {
     myLastSampleFrame = -1;
     myLastWallSampleTime = 0;
     myLastCpuSampleTime = 0;
+}
+
+// ---- Allocation recording ----
+
+bool ThreadInfo::countCreatedObject(int64_t size, int recordEach, int sizeLimit) {
+    // Read by others without a lock for the totals: whole values only.
+    __atomic_store_n(&myCreatedObjectCount, myCreatedObjectCount + 1, __ATOMIC_RELAXED);
+    __atomic_store_n(&myCreatedObjectSize, myCreatedObjectSize + size, __ATOMIC_RELAXED);
+    // Large objects always count, and leave the counter as it is.
+    if (size >= sizeLimit) return true;
+    if (recordEach == 0) return false;
+    if (mySkipCounter > 0) {
+        mySkipCounter--;
+        return false;
+    }
+    mySkipCounter = recordEach - 1;
+    return true;
+}
+
+static uint32_t childFrameSlot(int parent, int method) {
+    return ((uint32_t)parent * 31u + (uint32_t)method) & (uint32_t)(ThreadInfo::CHILD_FRAME_CACHE_SIZE - 1);
+}
+
+int ThreadInfo::getCachedChildFrame(int parent, int method) const {
+    if (myChildFrameCache == nullptr) return 0;
+    const ChildFrameEntry& entry = myChildFrameCache[childFrameSlot(parent, method)];
+    return entry.myParent == parent && entry.myMethod == method ? entry.myFrame : 0;
+}
+
+void ThreadInfo::putCachedChildFrame(int parent, int method, int frame) {
+    if (myChildFrameCache == nullptr) {
+        myChildFrameCache = new ChildFrameEntry[CHILD_FRAME_CACHE_SIZE];
+        for (int i = 0; i < CHILD_FRAME_CACHE_SIZE; i++) myChildFrameCache[i] = {-1, 0, 0};
+    }
+    myChildFrameCache[childFrameSlot(parent, method)] = {parent, method, frame};
 }

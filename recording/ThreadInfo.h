@@ -48,6 +48,20 @@ public:
     // `lockNeeded` (the caller holds it otherwise).
     void addEvent(const int32_t* elements, int count, bool lockNeeded);
 
+    // ---- Allocation recording, on the thread itself ----
+    // Counts a created object of `size` bytes; true when it is to be
+    // recorded: one of at least `sizeLimit` bytes always, a smaller one once
+    // in `recordEach` by the thread's skip counter, never with 0.
+    bool countCreatedObject(int64_t size, int recordEach, int sizeLimit);
+    void resetSkipCounter() { mySkipCounter = 0; }
+    int64_t getCreatedObjectCount() const { return __atomic_load_n(&myCreatedObjectCount, __ATOMIC_RELAXED); }
+    int64_t getCreatedObjectSize() const { return __atomic_load_n(&myCreatedObjectSize, __ATOMIC_RELAXED); }
+    static constexpr int CHILD_FRAME_CACHE_SIZE = 64;
+    // Shared frames by (parent frame, method) that this thread found before,
+    // 0 when not known: frames never change once made.
+    int getCachedChildFrame(int parent, int method) const;
+    void putCachedChildFrame(int parent, int method, int frame);
+
     // ---- Playing, under ourLock ----
     void playEvents(const LockHolder& lock);
     // The shared frame of one of this thread's nodes, made on need.
@@ -116,6 +130,10 @@ public:
     int64_t getThreadCpuTimeNs() const;
 
     static ThreadInfo* findByTRN(int trn);
+    // Under ourLock: `f` for each live thread of this moment. Playing may
+    // not change the set, but a copy keeps the walk off the hash slots.
+    template <typename F>
+    static void forEachLiveThread(F f);
     // Players of events that belong to other recording stages (event tables,
     // exceptions, monitors); an id without one is skipped.
     typedef void (*ForeignEventPlayer)(const LockHolder& lock, ThreadInfo* thread, const int32_t* event);
@@ -206,6 +224,12 @@ private:
     };
     static constexpr int CALL_CACHE_SIZE = 64;
     CallCacheEntry* myCallCache;
+    struct ChildFrameEntry {
+        int32_t myParent;
+        int32_t myMethod;
+        int32_t myFrame;
+    };
+    ChildFrameEntry* myChildFrameCache;
 };
 
 // Started, unfinished threads.
@@ -217,6 +241,15 @@ extern ThreadInfo* ourOldestFinishedThreads;
 extern ThreadInfo* ourVMStartThread;
 extern ThreadInfo* ourUnknownAllocatorThread;
 extern ThreadInfo* ourThreadUnknown;
+
+template <typename F>
+void ThreadInfo::forEachLiveThread(F f) {
+    ZVector<ThreadInfo*, 64> threads;
+    for (int slot = 0; slot < ourAllThreadInfos.getCapacity(); slot++) {
+        if (ourAllThreadInfos.isFull(slot)) threads.push(ourAllThreadInfos.keyAt(slot));
+    }
+    for (ThreadInfo* thread : threads) f(thread);
+}
 
 // The ThreadInfo of a thread (null: the current one), or null. In the start
 // phase it is the VM start pseudo thread. Marks the thread touched and makes

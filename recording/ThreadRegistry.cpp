@@ -9,6 +9,7 @@
 #include "db/StringPool.h"
 #include "foundation/System.h"
 #include "foundation/UptimeProvider.h"
+#include "recording/ObjectEnumerator.h"
 #include "recording/ThreadInfo.h"
 
 ZVector<int>& ourFinishedThreadTRNs = *new ZVector<int>(100);
@@ -49,6 +50,7 @@ void ThreadInfo::onThreadEnd(const LockHolder& lock) {
     record->myEndUptime = ourUptimeProvider.getUptimeNs();
     record->myStamp = db->getCurrentGeneration();
     playEvents(lock);
+    ourObjectEnumerator.flushObjectAllocationDataForThread(lock, this);
 
     if (ourStatus.get() != 0) ourMergeStart = 0;
     else if (ourMergeStart == 0) ourMergeStart = ourFinishedThreadTRNs.getSize();
@@ -71,6 +73,7 @@ void ThreadInfo::mergeOldFinishedThreads(const LockHolder& lock) {
     ZSet<int> merged(100);
     for (int i = ourMergeStart; i < end; i++) merged.add(ourFinishedThreadTRNs[i]);
     if (ourBeforeThreadsMerged != nullptr) ourBeforeThreadsMerged(lock, merged);
+    ourObjectEnumerator.flushCollectedObjectAgesToDB(lock);
     DB* db = KZT_DB();
     int generation = db->getCurrentGeneration();
     int target = ourOldestFinishedThreads->myTFIIndex;

@@ -4,6 +4,7 @@
 #include "db/DB.h"
 #include "db/StringPool.h"
 #include "foundation/UptimeProvider.h"
+#include "recording/AllocationRecording.h"
 #include "recording/CpuTracing.h"
 
 static ZVector<const SnapshotParticipant*, 8>& participants() {
@@ -45,7 +46,9 @@ void writeTables(const LockHolder& lock, JNIEnv* env, DB* db, AbstractWriter& wr
                  int progressFrom, int progressTo, Progress* progress, const int* sinceGenerations,
                  bool withKindByte) {
     CpuTracing::updateThreadNamesWhenForced(env, tableMask);
+    AllocationRecording::flushCollectedObjectAges(lock);
     CpuTracing::setProfilingTimeProperties(lock, tableMask);
+    AllocationRecording::setRecordingTimeProperties(lock);
     db->setLongProperty(lock, "kzt.last.cpu.profiling.mode", ourLastCpuProfilingMode);
     db->setLongProperty(lock, "kzt.last.allocation.recording.mode", ourLastAllocationRecordingMode);
     db->setLongProperty(lock, "kzt.uptime.ns", ourUptimeProvider.getUptimeNs());

@@ -36,6 +36,12 @@ public:
         myFunctions.GetClassSignature = getClassSignature;
         myFunctions.GetSourceFileName = getSourceFileName;
         myFunctions.IsMethodNative = isMethodNative;
+        myFunctions.GetThreadLocalStorage = getThreadLocalStorage;
+        myFunctions.GetPhase = getPhase;
+        myFunctions.GetObjectSize = getObjectSize;
+        myFunctions.SetTag = setTag;
+        myFunctions.GetTag = getTag;
+        myFunctions.GetErrorName = getErrorName;
         myEnv.functions = &myFunctions;
         mySaved = ourJVMTI;
         ourJVMTI = &myEnv;
@@ -65,6 +71,14 @@ public:
     std::map<intptr_t, ScriptedMethod> methods;
     std::vector<jvmtiFrameInfo> stack;  // top first
     int lineTableCalls = 0;
+    int stackTraceCalls = 0;
+    // The current thread's local storage, the phase, object sizes (16 when
+    // not given) and tags by object handle; SetTag fails while `tagError` is set.
+    void* threadLocal = nullptr;
+    jvmtiPhase phase = JVMTI_PHASE_LIVE;
+    std::map<intptr_t, jlong> sizes;
+    std::map<intptr_t, jlong> tags;
+    jvmtiError tagError = JVMTI_ERROR_NONE;
 
 private:
     static ScriptedJvmti*& ourCurrent() {
@@ -82,8 +96,36 @@ private:
         free(memory);
         return JVMTI_ERROR_NONE;
     }
+    static jvmtiError JNICALL getThreadLocalStorage(jvmtiEnv*, jthread, void** data) {
+        *data = ourCurrent()->threadLocal;
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getPhase(jvmtiEnv*, jvmtiPhase* phase) {
+        *phase = ourCurrent()->phase;
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getObjectSize(jvmtiEnv*, jobject object, jlong* size) {
+        auto known = ourCurrent()->sizes.find((intptr_t)object);
+        *size = known != ourCurrent()->sizes.end() ? known->second : 16;
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL setTag(jvmtiEnv*, jobject object, jlong tag) {
+        if (ourCurrent()->tagError != JVMTI_ERROR_NONE) return ourCurrent()->tagError;
+        ourCurrent()->tags[(intptr_t)object] = tag;
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getTag(jvmtiEnv*, jobject object, jlong* tag) {
+        auto known = ourCurrent()->tags.find((intptr_t)object);
+        *tag = known != ourCurrent()->tags.end() ? known->second : 0;
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getErrorName(jvmtiEnv*, jvmtiError error, char** name) {
+        *name = copyOf(error == JVMTI_ERROR_INVALID_OBJECT ? "JVMTI_ERROR_INVALID_OBJECT" : "JVMTI_ERROR");
+        return JVMTI_ERROR_NONE;
+    }
     static jvmtiError JNICALL getStackTrace(jvmtiEnv*, jthread, jint start, jint max, jvmtiFrameInfo* frames,
                                             jint* count) {
+        ourCurrent()->stackTraceCalls++;
         const std::vector<jvmtiFrameInfo>& stack = ourCurrent()->stack;
         int n = 0;
         for (size_t i = start; i < stack.size() && n < max; i++) frames[n++] = stack[i];

@@ -21,10 +21,11 @@ import picocli.CommandLine.Option;
 import picocli.CommandLine.Parameters;
 
 @Command(name = "flamegraph", sortOptions = false, mixinStandardHelpOptions = true,
-        description = {"Draws a snapshot's CPU time as a flame graph.", "",
+        description = {"Draws a snapshot's CPU time, or its recorded allocations, as a flame graph.", "",
             "Writes one HTML file that opens in any browser without network (click to zoom, search, tooltips),"
                 + " or folded stacks for other flame graph tools.", ""},
         footer = {"", "Examples:", "  corvane flamegraph app.snapshot -o app.html",
+            "  corvane flamegraph --allocations app.snapshot -o app-allocations.html",
             "  corvane flamegraph app.snapshot --format collapsed > app.folded"})
 public final class FlamegraphCommand implements Callable<Integer> {
     enum Format { html, collapsed }
@@ -45,6 +46,11 @@ public final class FlamegraphCommand implements Callable<Integer> {
             + " instead of all threads merged.")
     boolean myPerThread;
 
+    @Option(names = "--allocations", description = "Allocation stacks instead of CPU time: the width of a frame"
+            + " is the bytes allocated in it and below, the allocated classes are the top frames; in collapsed"
+            + " format the value is bytes.")
+    boolean myAllocations;
+
     @Mixin
     ThreadSelection.Options myThreads = new ThreadSelection.Options();
 
@@ -61,9 +67,11 @@ public final class FlamegraphCommand implements Callable<Integer> {
             output = myFormat == Format.collapsed ? "-" : defaultHtmlName(mySnapshot);
         }
         SnapshotLoading.Loaded loaded = SnapshotLoading.load(mySnapshot, myIo);
-        Profile profile = myThreads.apply(loaded.profile());
+        Profile profile = myThreads.apply(myAllocations ? SnapshotLoading.allocations(loaded.snapshot(), mySnapshot)
+                : loaded.profile());
         if (profile.totalNs() <= 0) {
-            myIo.note("this snapshot holds no CPU time: CPU sampling or tracing was off");
+            myIo.note(myAllocations ? "this snapshot holds no recorded allocations: allocation recording with stacks"
+                    + " was off" : "this snapshot holds no CPU time: CPU sampling or tracing was off");
         }
         boolean toStdout = output.equals("-");
         Path target = toStdout ? null : Paths.get(output);
@@ -74,7 +82,7 @@ public final class FlamegraphCommand implements Callable<Integer> {
                 FlameGraph.writeCollapsed(profile, myPerThread, out);
             } else {
                 FlameGraph.writeHtml(profile, myPerThread, title(loaded.snapshot()),
-                        subtitle(loaded.snapshot()), out);
+                        subtitle(loaded.snapshot()), myAllocations ? "bytes" : "ns", out);
             }
         } catch (NoSuchFileException e) {
             throw new UserException("cannot write " + output + ": no such folder");
@@ -98,12 +106,18 @@ public final class FlamegraphCommand implements Callable<Integer> {
         return name + ".html";
     }
 
-    private static String title(Snapshot snapshot) {
+    private String title(Snapshot snapshot) {
         String session = snapshot.header("session_name");
-        return "CPU flame graph" + (session != null && !session.isEmpty() ? ": " + session : "");
+        return (myAllocations ? "Allocation flame graph" : "CPU flame graph")
+                + (session != null && !session.isEmpty() ? ": " + session : "");
     }
 
-    private static String subtitle(Snapshot snapshot) {
+    private String subtitle(Snapshot snapshot) {
+        if (myAllocations) {
+            Long mode = snapshot.longProperty("kzt.last.allocation.recording.mode");
+            return snapshot.file().getFileName() + ", allocations " + Summary.allocationMode(mode == null ? 0 : mode)
+                    + ", width in bytes";
+        }
         Long mode = snapshot.longProperty("kzt.last.cpu.profiling.mode");
         return snapshot.file().getFileName() + ", CPU " + Summary.cpuMode(mode == null ? 0 : mode);
     }

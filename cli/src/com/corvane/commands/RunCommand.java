@@ -23,6 +23,7 @@ import picocli.CommandLine.Parameters;
                 + " snapshot and corvane tells where it is.", ""},
         footer = {"", "Examples:", "  corvane run -- java -jar app.jar",
             "  corvane run --tracing --dir /tmp/snapshots -- java -cp classes Main",
+            "  corvane run --allocations=each-100 -- java -jar app.jar",
             "", "Exit status: the program's own; if the agent refuses to start, its refusal code",
             "(see the README's table), explained in one line."})
 public final class RunCommand implements Callable<Integer> {
@@ -41,6 +42,12 @@ public final class RunCommand implements Callable<Integer> {
 
     @ArgGroup(exclusive = true, multiplicity = "0..1")
     Mode myMode;
+
+    @Option(names = "--allocations", arity = "0..1", fallbackValue = "", paramLabel = "each-N",
+            description = "Record allocations from the start, with the stack of every N-th object and of every object"
+                    + " of 4096 bytes or more (default: each-10). 'sampled' takes the stacks of CPU sampling,"
+                    + " 'counting' counts objects per allocation site without stacks.")
+    String myAllocations;
 
     @Option(names = "--agent-options", paramLabel = "<text>",
             description = "More agent options, comma-separated, e.g. 'monitors,alloceach=100'. They come last,"
@@ -71,8 +78,8 @@ public final class RunCommand implements Callable<Integer> {
             throw new UserException("cannot create the snapshot folder " + dir + ": " + reason(e));
         }
         String mode = myMode != null && myMode.tracing ? "tracing" : "sampling";
-        String options = AgentOptions.join(mode, "onexit=snapshot", AgentOptions.option("dir", dir.toString()),
-                myAgentOptions);
+        String options = AgentOptions.join(mode, allocationOption(myAllocations), "onexit=snapshot",
+                AgentOptions.option("dir", dir.toString()), myAgentOptions);
 
         ProcessBuilder builder = new ProcessBuilder(withAgent(myCommand, library, options));
         builder.redirectInput(ProcessBuilder.Redirect.INHERIT);
@@ -128,6 +135,28 @@ public final class RunCommand implements Callable<Integer> {
                     + (logFile != null ? "; the agent's log: " + logFile : ""));
         }
         return code;
+    }
+
+    /** The agent option of --allocations: null without it. */
+    static String allocationOption(String value) {
+        if (value == null) {
+            return null;
+        }
+        if (value.isEmpty()) {
+            return "alloceach=10";
+        }
+        if (value.equals("sampled")) {
+            return "allocsampled";
+        }
+        if (value.equals("counting")) {
+            return "alloc_object_counting";
+        }
+        String number = value.startsWith("each-") ? value.substring(5) : value;
+        if (number.matches("[0-9]{1,9}")) {
+            return "alloceach=" + Integer.parseInt(number);
+        }
+        throw new UserException("--allocations takes each-N (N a number of 0 or more), sampled or counting, not '"
+                + value + "'; the program comes after --", 2);
     }
 
     /** The command with -agentpath after the java launcher, or unchanged when it is not java. */

@@ -17,6 +17,15 @@ final class SnapshotLoading {
     private SnapshotLoading() {
     }
 
+    /** The recorded allocations of a loaded snapshot as a profile. */
+    static Profile allocations(Snapshot snapshot, Path file) {
+        try {
+            return Profile.buildAllocations(snapshot);
+        } catch (SnapshotFormatException e) {
+            throw new UserException(file + ": " + e.getMessage());
+        }
+    }
+
     static Loaded load(Path file, Io io) {
         if (!Files.exists(file)) {
             throw new UserException("no such file: " + file);

@@ -30,9 +30,16 @@ public final class FlameGraph {
 
     public static void writeHtml(Profile profile, boolean perThread, String title, String subtitle, Writer out)
             throws IOException {
+        writeHtml(profile, perThread, title, subtitle, "ns", out);
+    }
+
+    /** {@code unit}: what the widths are, "ns" (time) or "bytes" (allocations, whose calls are objects). */
+    public static void writeHtml(Profile profile, boolean perThread, String title, String subtitle, String unit,
+            Writer out) throws IOException {
         Map<String, Object> data = new LinkedHashMap<>();
         data.put("title", title);
         data.put("subtitle", subtitle);
+        data.put("unit", unit);
         List<String> names = new ArrayList<>();
         Map<String, Integer> nameIndex = new HashMap<>();
         data.put("root", perThread ? perThreadNode(profile, names, nameIndex) : node(profile.allThreads(), names,

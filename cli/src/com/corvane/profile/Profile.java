@@ -1,5 +1,6 @@
 package com.corvane.profile;
 
+import com.corvane.snapshot.Rows.AllocInfoRow;
 import com.corvane.snapshot.Rows.CpuRow;
 import com.corvane.snapshot.Rows.FrameRow;
 import com.corvane.snapshot.Rows.ThreadFrameRow;
@@ -12,6 +13,7 @@ import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.TreeMap;
+import java.util.function.IntFunction;
 import java.util.function.Predicate;
 
 /**
@@ -54,6 +56,22 @@ public final class Profile {
     }
 
     public static Profile build(Snapshot snapshot) throws SnapshotFormatException {
+        return build(snapshot, index -> snapshot.tables().cpuProfiling.get(index));
+    }
+
+    /**
+     * The recorded allocations as the same kind of tree: the "time" of a node is bytes, its "calls" are
+     * objects. Allocated classes are the leaves, named by class.
+     */
+    public static Profile buildAllocations(Snapshot snapshot) throws SnapshotFormatException {
+        return build(snapshot, index -> {
+            AllocInfoRow row = snapshot.tables().allocInfo.get(index);
+            return row == null || row.objectCount() == 0 ? null : new CpuRow(row.size(), row.objectCount());
+        });
+    }
+
+    /** From the measures of each thread_frame row (null: none). */
+    private static Profile build(Snapshot snapshot, IntFunction<CpuRow> measureOf) throws SnapshotFormatException {
         Map<Integer, Table.Entry<ThreadRow>> threadByTfi = new HashMap<>();
         for (Table.Entry<ThreadRow> thread : snapshot.tables().threads.liveEntries()) {
             if (thread.row().tfiIndex() > 0) {
@@ -63,7 +81,7 @@ public final class Profile {
         // Per thread (by TFI index): frame -> measures.
         Map<Integer, Map<Integer, CpuRow>> measuresByTfi = new TreeMap<>();
         for (Table.Entry<ThreadFrameRow> link : snapshot.tables().threadFrames.liveEntries()) {
-            CpuRow cpu = snapshot.tables().cpuProfiling.get(link.index());
+            CpuRow cpu = measureOf.apply(link.index());
             if (cpu == null) {
                 continue;
             }
@@ -241,9 +259,11 @@ public final class Profile {
         private void convert(RawFrame raw, CallNode node) {
             for (RawFrame child : raw.children) {
                 if (child.ownLine) {
+                    // Only the line of its parent: what hangs below it (allocated classes) is the parent's.
+                    convert(child, node);
                     continue;
                 }
-                CallNode callee = node.child(child.method, mySnapshot.methodName(child.method));
+                CallNode callee = node.child(child.method, AllocationProfile.displayName(mySnapshot, child.method));
                 callee.myTotalNs += child.totalNs;
                 callee.myInvocations += child.invocations;
                 convert(child, callee);

@@ -176,7 +176,7 @@ public final class Summary {
         return "off";
     }
 
-    static String allocationMode(long mode) {
+    public static String allocationMode(long mode) {
         long allocation = mode & ALLOCATION_MODE_MASK;
         if (allocation == 2) {
             return "exact stacks";

@@ -1,5 +1,6 @@
 package com.corvane.report;
 
+import com.corvane.profile.AllocationProfile;
 import com.corvane.profile.CallNode;
 import com.corvane.profile.HotSpot;
 import com.corvane.profile.Profile;
@@ -7,6 +8,7 @@ import com.corvane.profile.Summary;
 import com.corvane.profile.ThreadProfile;
 import com.corvane.snapshot.Snapshot;
 import java.util.ArrayList;
+import java.util.Comparator;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
@@ -34,7 +36,111 @@ public final class Report {
         report.put("hotSpots", hotSpots(profile.hotSpots(), limits.hotSpots(), total, withCalls));
         report.put("threads", threads(profile, limits, total, withCalls));
         report.put("callTree", callTree(profile, limits, total, withCalls));
+        AllocationProfile allocations = AllocationProfile.build(snapshot);
+        if (allocations.hasRecordedObjects() || allocations.hasCountedObjects()) {
+            report.put("allocations", allocations(allocations, limits));
+        }
+        if (!allocations.callCounts().isEmpty()) {
+            report.put("callCounts", callCounts(allocations.callCounts(), limits.hotSpots()));
+        }
         return report;
+    }
+
+    /** Recorded objects by class, site and thread, by size and by count; counted objects by class and site. */
+    private static Map<String, Object> allocations(AllocationProfile allocations, Limits limits) {
+        Map<String, Object> section = new LinkedHashMap<>();
+        if (allocations.hasRecordedObjects()) {
+            Map<String, Object> recorded = new LinkedHashMap<>();
+            long objects = allocations.objects();
+            long bytes = allocations.bytes();
+            recorded.put("objects", objects);
+            recorded.put("bytes", bytes);
+            recorded.put("summedAgeOfCollectedMs", allocations.summedAgeMs());
+            recorded.put("classCount", allocations.byClass().size());
+            recorded.put("siteCount", allocations.bySite().size());
+            recorded.put("classesBySize", amounts(allocations.byClass(), limits.hotSpots(), objects, bytes));
+            recorded.put("classesByCount", amounts(byCount(allocations.byClass()), limits.hotSpots(), objects, bytes));
+            recorded.put("sitesBySize", amounts(allocations.bySite(), limits.hotSpots(), objects, bytes));
+            recorded.put("sitesByCount", amounts(byCount(allocations.bySite()), limits.hotSpots(), objects, bytes));
+            List<Object> threads = new ArrayList<>();
+            for (AllocationProfile.ThreadAmount thread : allocations.threads()) {
+                Map<String, Object> t = new LinkedHashMap<>();
+                t.put("name", thread.name());
+                t.put("trn", thread.trn());
+                t.put("daemon", thread.daemon());
+                t.put("objects", thread.objects());
+                t.put("bytes", thread.bytes());
+                t.put("bytesPercent", percent(thread.bytes(), bytes));
+                t.put("summedAgeOfCollectedMs", thread.summedAgeMs());
+                t.put("classesBySize", amounts(thread.classes(), limits.threadHotSpots(), thread.objects(),
+                        thread.bytes()));
+                threads.add(t);
+            }
+            recorded.put("threads", threads);
+            section.put("recorded", recorded);
+        }
+        if (allocations.hasCountedObjects()) {
+            Map<String, Object> counted = new LinkedHashMap<>();
+            long objects = allocations.countedObjects();
+            counted.put("objects", objects);
+            counted.put("classCount", allocations.countedByClass().size());
+            counted.put("siteCount", allocations.countedBySite().size());
+            counted.put("classes", amounts(allocations.countedByClass(), limits.hotSpots(), objects, 0));
+            counted.put("sites", amounts(allocations.countedBySite(), limits.hotSpots(), objects, 0));
+            section.put("counted", counted);
+        }
+        return section;
+    }
+
+    private static List<AllocationProfile.Amount> byCount(List<AllocationProfile.Amount> amounts) {
+        List<AllocationProfile.Amount> sorted = new ArrayList<>(amounts);
+        sorted.sort(Comparator.comparingLong(AllocationProfile.Amount::objects).reversed()
+                .thenComparing(Comparator.comparingLong(AllocationProfile.Amount::bytes).reversed())
+                .thenComparing(AllocationProfile.Amount::name));
+        return sorted;
+    }
+
+    /** The first `limit` amounts; bytes only where there are any. */
+    private static List<Object> amounts(List<AllocationProfile.Amount> amounts, int limit, long objects, long bytes) {
+        List<Object> rows = new ArrayList<>();
+        for (AllocationProfile.Amount amount : amounts) {
+            if (rows.size() >= limit) {
+                break;
+            }
+            Map<String, Object> a = new LinkedHashMap<>();
+            a.put("name", amount.name());
+            a.put("objects", amount.objects());
+            a.put("objectsPercent", percent(amount.objects(), objects));
+            if (bytes > 0) {
+                a.put("bytes", amount.bytes());
+                a.put("bytesPercent", percent(amount.bytes(), bytes));
+            }
+            rows.add(a);
+        }
+        return rows;
+    }
+
+    private static Map<String, Object> callCounts(List<AllocationProfile.CallCount> counts, int limit) {
+        long total = 0;
+        for (AllocationProfile.CallCount count : counts) {
+            total += count.calls();
+        }
+        List<Object> methods = new ArrayList<>();
+        for (AllocationProfile.CallCount count : counts) {
+            if (methods.size() >= limit) {
+                break;
+            }
+            Map<String, Object> m = new LinkedHashMap<>();
+            m.put("method", count.method());
+            m.put("calls", count.calls());
+            m.put("percent", percent(count.calls(), total));
+            methods.add(m);
+        }
+        Map<String, Object> section = new LinkedHashMap<>();
+        section.put("methodCount", counts.size());
+        section.put("totalCalls", total);
+        section.put("methods", methods);
+        return section;
     }
 
     private static Map<String, Object> hotSpots(List<HotSpot> spots, int limit, long total, boolean withCalls) {

@@ -34,12 +34,26 @@ public final class TextReport {
             summary(summary);
         }
         long total = (Long) report.get("totalTimeNs");
-        if (total <= 0) {
+        if (total > 0) {
+            cpu(report, summary, total);
+        } else {
             myOut.println();
             myOut.println("No CPU time was recorded: CPU sampling or tracing was off while this snapshot's data was"
                     + " gathered, or no thread was selected.");
-            return;
         }
+        Map<String, Object> allocations = (Map<String, Object>) report.get("allocations");
+        if (allocations != null) {
+            recordedAllocations((Map<String, Object>) allocations.get("recorded"));
+            countedAllocations((Map<String, Object>) allocations.get("counted"));
+        }
+        Map<String, Object> calls = (Map<String, Object>) report.get("callCounts");
+        if (calls != null) {
+            callCounts(calls);
+        }
+    }
+
+    @SuppressWarnings("unchecked")
+    private void cpu(Map<String, Object> report, Map<String, Map<String, Object>> summary, long total) {
         Object clock = summary.get("modes").get("clock");
         List<Object> threads = (List<Object>) report.get("threads");
         myOut.println();
@@ -49,6 +63,99 @@ public final class TextReport {
         if (!myBrief) {
             threads(threads, total);
             callTree((Map<String, Object>) report.get("callTree"));
+        }
+    }
+
+    @SuppressWarnings("unchecked")
+    private void recordedAllocations(Map<String, Object> recorded) {
+        if (recorded == null) {
+            return;
+        }
+        long objects = (Long) recorded.get("objects");
+        long bytes = (Long) recorded.get("bytes");
+        String scale = "100% = " + String.format(Locale.ROOT, "%,d objects, %,d bytes", objects, bytes)
+                + " recorded";
+        myOut.println();
+        myOut.printf(Locale.ROOT, "Allocations recorded: %,d objects, %,d bytes; collected ones lived %,d ms in all%n",
+                objects, bytes, (Long) recorded.get("summedAgeOfCollectedMs"));
+        amounts((List<Object>) recorded.get("classesBySize"), "Allocation hot spots by size, per class",
+                recorded.get("classCount"), "class", scale);
+        amounts((List<Object>) recorded.get("classesByCount"), "Allocation hot spots by count, per class",
+                recorded.get("classCount"), "class", scale);
+        amounts((List<Object>) recorded.get("sitesBySize"), "Allocation hot spots by size, per site",
+                recorded.get("siteCount"), "site", scale);
+        amounts((List<Object>) recorded.get("sitesByCount"), "Allocation hot spots by count, per site",
+                recorded.get("siteCount"), "site", scale);
+        List<Object> threads = (List<Object>) recorded.get("threads");
+        myOut.println();
+        myOut.println("Allocations per thread");
+        myOut.printf(Locale.ROOT, "  %14s %16s %7s %12s  %s%n", "objects", "bytes", "bytes %", "dead age ms", "thread");
+        for (Object item : threads) {
+            Map<String, Object> t = (Map<String, Object>) item;
+            myOut.printf(Locale.ROOT, "  %,14d %,16d %6.2f%% %,12d  %s%s%n", (Long) t.get("objects"),
+                    (Long) t.get("bytes"), t.get("bytesPercent"), (Long) t.get("summedAgeOfCollectedMs"), t.get("name"),
+                    Boolean.TRUE.equals(t.get("daemon")) ? " (daemon)" : "");
+        }
+        if (!myBrief) {
+            for (Object item : threads) {
+                Map<String, Object> t = (Map<String, Object>) item;
+                List<Object> classes = (List<Object>) t.get("classesBySize");
+                if (classes.isEmpty() || (Long) t.get("objects") == 0) {
+                    continue;
+                }
+                amounts(classes, "Allocations of thread \"" + t.get("name") + "\" by size", null, "class",
+                        String.format(Locale.ROOT, "100%% = %,d objects, %,d bytes of this thread",
+                                (Long) t.get("objects"), (Long) t.get("bytes")));
+            }
+        }
+    }
+
+    @SuppressWarnings("unchecked")
+    private void countedAllocations(Map<String, Object> counted) {
+        if (counted == null) {
+            return;
+        }
+        String scale = String.format(Locale.ROOT, "100%% = %,d objects counted", (Long) counted.get("objects"));
+        myOut.println();
+        myOut.printf(Locale.ROOT, "Allocations counted: %,d objects%n", (Long) counted.get("objects"));
+        amounts((List<Object>) counted.get("classes"), "Counted objects per class", counted.get("classCount"), "class",
+                scale);
+        amounts((List<Object>) counted.get("sites"), "Counted objects per allocation point", counted.get("siteCount"),
+                "site", scale);
+    }
+
+    @SuppressWarnings("unchecked")
+    private void amounts(List<Object> rows, String title, Object of, String what, String scale) {
+        myOut.println();
+        myOut.println(title + ": " + (of != null ? rows.size() + " of " + of : rows.size()) + "; " + scale);
+        boolean withBytes = !rows.isEmpty() && ((Map<String, Object>) rows.get(0)).containsKey("bytes");
+        if (withBytes) {
+            myOut.printf(Locale.ROOT, "  %14s %7s %16s %7s  %s%n", "objects", "%", "bytes", "%", what);
+        } else {
+            myOut.printf(Locale.ROOT, "  %14s %7s  %s%n", "objects", "%", what);
+        }
+        for (Object item : rows) {
+            Map<String, Object> a = (Map<String, Object>) item;
+            if (withBytes) {
+                myOut.printf(Locale.ROOT, "  %,14d %6.2f%% %,16d %6.2f%%  %s%n", (Long) a.get("objects"),
+                        a.get("objectsPercent"), (Long) a.get("bytes"), a.get("bytesPercent"), a.get("name"));
+            } else {
+                myOut.printf(Locale.ROOT, "  %,14d %6.2f%%  %s%n", (Long) a.get("objects"), a.get("objectsPercent"),
+                        a.get("name"));
+            }
+        }
+    }
+
+    @SuppressWarnings("unchecked")
+    private void callCounts(Map<String, Object> calls) {
+        List<Object> methods = (List<Object>) calls.get("methods");
+        myOut.println();
+        myOut.printf(Locale.ROOT, "Call counts: %d of %d methods; 100%% = %,d calls counted%n", methods.size(),
+                (Integer) calls.get("methodCount"), (Long) calls.get("totalCalls"));
+        myOut.printf(Locale.ROOT, "  %16s %7s  %s%n", "calls", "%", "method");
+        for (Object item : methods) {
+            Map<String, Object> m = (Map<String, Object>) item;
+            myOut.printf(Locale.ROOT, "  %,16d %6.2f%%  %s%n", (Long) m.get("calls"), m.get("percent"), m.get("method"));
         }
     }
 

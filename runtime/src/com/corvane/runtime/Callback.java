@@ -246,6 +246,13 @@ public final class Callback {
 
     public static native void stopCpuProfiling(boolean force);
 
+    /** Null on success, else why recording did not start. Modes: 2, 8194, 16386. */
+    public static native String startAllocationRecording(int recordEach, int sizeLimit, long mode, String settings);
+
+    public static native void stopAllocationRecording();
+
+    public static native void clearAllocationData();
+
     public static native void clearCpuData();
 
     public static native void advanceGeneration(String description);
@@ -257,13 +264,6 @@ public final class Callback {
     public static native void startExceptionProfiling();
 
     public static native void stopExceptionProfiling();
-
-    /** Null on success, else why it did not start. */
-    public static native String startAllocationRecording(int recordEach, int sizeLimit, long mode, String settings);
-
-    public static native void stopAllocationRecording();
-
-    public static native void clearAllocationData();
 
     /** Null on success, else why it did not start. */
     public static native String startMonitorProfiling();

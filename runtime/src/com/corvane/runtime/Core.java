@@ -234,6 +234,11 @@ public final class Core {
         return e.getMessage() != null ? e.getMessage() : e.toString();
     }
 
+    /** Called by the agent when object counting starts in the instrumented allocation sites. */
+    public static void setupAllocationCounter() {
+        Callback.setupAllocationCounter();
+    }
+
     /** Runs the actions of the triggers that fire at JVM exit. */
     public static void runOnJvmExitTriggers() {
     }

@@ -18,8 +18,12 @@ public final class ProfileBuilder {
     public static final int THREAD_FRAME = 3;
     public static final int CPU_PROFILING = 5;
     public static final int FRAME = 7;
+    public static final int ALLOC_INFO = 10;
     public static final int PROPERTIES = 12;
     public static final int CODE_POINT = 16;
+    public static final int CALL_COUNT = 17;
+    public static final int ALLOC_POINT = 18;
+    public static final int ALLOC_OBJECT_COUNT = 19;
 
     public static final long SAMPLING = 4;
     public static final long TRACING = 12;
@@ -110,6 +114,28 @@ public final class ProfileBuilder {
         int index = myNextThreadFrame++;
         file.row(THREAD_FRAME, index, 1, tfi, frame);
         file.row(CPU_PROFILING, index, 1, ns, invocations);
+    }
+
+    /** Objects recorded by a thread in a frame (an allocated class's frame), through a thread_frame row. */
+    public void allocation(int tfi, int frame, long objects, long bytes, long summedAgeMs) {
+        int index = myNextThreadFrame++;
+        file.row(THREAD_FRAME, index, 1, tfi, frame);
+        file.row(ALLOC_INFO, index, 1, objects, bytes, summedAgeMs);
+    }
+
+    /** The pseudo method of an allocated class. */
+    public int classMethod(String className) {
+        return method(className, "<<init>>", "()");
+    }
+
+    /** Objects counted at an allocation point: a method, a line, a class. */
+    public void counted(int index, int method, int line, String className, long objects) {
+        file.row(ALLOC_POINT, index, 1, codePoint(method, line), string(className));
+        file.row(ALLOC_OBJECT_COUNT, index, 1, objects);
+    }
+
+    public void calls(int method, long count) {
+        file.row(CALL_COUNT, method, 1, count);
     }
 
     public void property(String key, int value) {
