@@ -34,6 +34,8 @@ public:
     bool isInvalid() const { return myInvalid; }
     int getMagic() const { return myMagic; }
     int getMajorVersion() const { return myMajorVersion; }
+    // For code that needs a newer format, e.g. `ldc` of a class (49).
+    void setMajorVersion(int version) { myMajorVersion = version; }
     int getMinorVersion() const { return myMinorVersion; }
     int getAccessFlags() const { return myAccessFlags; }
     int getThisClass() const { return myThisClass; }

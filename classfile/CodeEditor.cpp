@@ -13,24 +13,28 @@ void CodeEditor::begin(CodeAttribute* code) {
     myBytes.clear();
 }
 
-void CodeEditor::add(int pc, int place, const unsigned char* bytes, int length) {
+int CodeEditor::add(int pc, int place, const unsigned char* bytes, int length) {
     KZT_ASSERT_NOT_NULL(myCode);
     KZT_ASSERT(!myApplied);
     KZT_ASSERT(length >= 0);
-    KZT_ASSERT(place == AT_START || (pc >= 0 && pc < myOldLength));
-    if (length == 0) return;
+    KZT_ASSERT(place == AT_START || place == AT_END || (pc >= 0 && pc < myOldLength));
+    if (length == 0) return -1;
     KZT_ASSERT_NOT_NULL(bytes);
     int from = myBytes.getSize();
     myBytes.resize(from + length);
     memcpy(myBytes.getElements() + from, bytes, length);
-    myInsertions.push(Insertion{pc, place, from, length});
+    int id = myInsertions.getSize();
+    myInsertions.push(Insertion{pc, place, from, length, id});
+    return id;
 }
 
-void CodeEditor::insertAtStart(const unsigned char* bytes, int length) { add(-1, AT_START, bytes, length); }
+int CodeEditor::insertAtStart(const unsigned char* bytes, int length) { return add(-1, AT_START, bytes, length); }
 
-void CodeEditor::insertBefore(int pc, const unsigned char* bytes, int length) { add(pc, BEFORE, bytes, length); }
+int CodeEditor::insertBefore(int pc, const unsigned char* bytes, int length) { return add(pc, BEFORE, bytes, length); }
 
-void CodeEditor::insertAfter(int pc, const unsigned char* bytes, int length) { add(pc, AFTER, bytes, length); }
+int CodeEditor::insertAfter(int pc, const unsigned char* bytes, int length) { return add(pc, AFTER, bytes, length); }
+
+int CodeEditor::insertAtEnd(const unsigned char* bytes, int length) { return add(myOldLength, AT_END, bytes, length); }
 
 // Stable by (pc, place): insertions at one place keep the order of the calls.
 // Callers mostly add in code order, so this is close to linear.
@@ -54,17 +58,23 @@ int CodeEditor::layout() {
     int count = myInsertions.getSize();
     myBlockMap.resize(myOldLength + 1);
     myInstructionMap.resize(myOldLength + 1);
+    myInsertionOffsets.resize(count);
     int* blockMap = myBlockMap.getElements();
     int* instructionMap = myInstructionMap.getElements();
-
+    int* insertionOffsets = myInsertionOffsets.getElements();
     int pos = 0;
     int r = 0;
-    while (r < count && items[r].place == AT_START) pos += items[r++].length;
+    // Notes where insertion r begins and gives its length.
+    auto settle = [&](int at) {
+        insertionOffsets[items[r].id] = at;
+        return items[r++].length;
+    };
+    while (r < count && items[r].place == AT_START) pos += settle(pos);
     for (int pc = 0; pc < myOldLength;) {
         int length = OpCodes::instructionLength(code, myOldLength, pc);
         KZT_ASSERT(r == count || items[r].pc >= pc);  // nothing inside the previous instruction
         blockMap[pc] = pos;
-        while (r < count && items[r].pc == pc && items[r].place == BEFORE) pos += items[r++].length;
+        while (r < count && items[r].pc == pc && items[r].place == BEFORE) pos += settle(pos);
         int newLength = length;
         int opcode = code[pc];
         if (opcode == OpCodes::TABLESWITCH || opcode == OpCodes::LOOKUPSWITCH) {
@@ -77,12 +87,13 @@ int CodeEditor::layout() {
             instructionMap[pc + k] = inner;
         }
         pos += newLength;
-        while (r < count && items[r].pc == pc && items[r].place == AFTER) pos += items[r++].length;
+        while (r < count && items[r].pc == pc && items[r].place == AFTER) pos += settle(pos);
         pc += length;
     }
-    KZT_ASSERT(r == count);
     blockMap[myOldLength] = pos;
     instructionMap[myOldLength] = pos;
+    while (r < count && items[r].place == AT_END) pos += settle(pos);
+    KZT_ASSERT(r == count);
     return pos;
 }
 
@@ -167,6 +178,10 @@ bool CodeEditor::emit(unsigned char* out, int newLength) {
         }
         pc += length;
     }
+    while (r < count && items[r].place == AT_END) {
+        memcpy(out + w, bytes + items[r].from, items[r].length);
+        w += items[r++].length;
+    }
     KZT_ASSERT(w == newLength);
     return true;
 }
@@ -192,6 +207,12 @@ bool CodeEditor::apply() {
     }
     myCode->adoptCodeBuffer(out, newLength);
     myCode->remapOffsets(myBlockMap.getElements(), myInstructionMap.getElements(), myOldLength);
+    // A range to the old end stops where the code inserted at the end begins.
+    int appended = myBlockMap[myOldLength];
+    ZVector<CodeAttribute::ExceptionTableElement*, 10>& table = myCode->getExceptionTable();
+    for (int i = 0; i < table.getSize(); i++) {
+        if (table[i]->endPc > appended) table[i]->endPc = appended;
+    }
     myApplied = true;
     return true;
 }
