@@ -22,6 +22,7 @@ struct NativeGroup {
 extern const NativeGroup ourAgentCoreNatives;        // agent/CallbackNatives.cpp
 extern const NativeGroup ourEntryPointNatives;       // agent/EntryPointNatives.cpp
 extern const NativeGroup ourModeControlNatives;      // agent/ModeControl.cpp
+extern const NativeGroup ourProbeNatives;            // agent/ProbeNatives.cpp
 extern const NativeGroup ourSnapshotNatives;         // agent/SnapshotNatives.cpp
 extern const NativeGroup ourTracingNatives;          // agent/TracingNatives.cpp
 

@@ -9,6 +9,7 @@
 #include "db/ZMethod.h"
 #include "instrumentation/EmbeddedClass.h"
 #include "instrumentation/InstrumentationJoints.h"
+#include "probes/Probes.h"
 #include "recording/CpuTracing.h"
 #include "recording/ThreadInfo.h"
 #include "recording/TracingSettings.h"
@@ -36,6 +37,11 @@ void wireAgent() {
     ourRecordingJoint.isAdaptiveTracing = CpuTracing::isAdaptiveTracing;
     ourRecordingJoint.canSetLineNumbers = CpuTracing::canSetLineNumbers;
     ourCallbackBytecode = {ourCallbackClassBytes, ourCallbackClassLength};
+    // The class load hook: probe classes, and the classes probes instrument.
+    ourProbeJoint.isDisabledProbeClass = Probes::isDisabledProbeClass;
+    ourProbeJoint.isAnyProbeApplicable = Probes::isAnyProbeApplicable;
+    ourProbeJoint.applyProbes = Probes::applyProbes;
+    ourProbeJoint.isFilteredMethod = Probes::isFilteredMethod;
 
     // Captures and table streams: in this order, around every write.
     registerSnapshotParticipant(&ourCpuTracingParticipant);
@@ -45,6 +51,7 @@ void wireAgent() {
     addNativeGroup(ourAgentCoreNatives);
     addNativeGroup(ourEntryPointNatives);
     addNativeGroup(ourModeControlNatives);
+    addNativeGroup(ourProbeNatives);
     addNativeGroup(ourSnapshotNatives);
     addNativeGroup(ourTracingNatives);
 }
