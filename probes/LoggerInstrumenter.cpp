@@ -489,6 +489,21 @@ void fillParamIndices(MethodJob& job, const ZVector<int>& modified) {
     }
 }
 
+// `this` and each parameter that the method never assigns, by its entry
+// index in the initial frame: what a handler around the method may rely on.
+void fillPreservedVariables(const MethodJob& job, const ZVector<int>& modified, ZVector<int, 10>& preserved) {
+    ZVector<int, 10> kept;
+    int entry = 0;
+    if (!job.isStatic) kept.push(entry++);
+    int slot = entry;
+    for (const ZString& type : job.parameterTypes) {
+        if (!isSlotModified(modified, slot, type)) kept.push(entry);
+        entry++;
+        slot += slotsOf(type);
+    }
+    preserved = kept;
+}
+
 // The locals of the initial frame: what holds on entry and, in a
 // constructor past its super call, with `this` initialised.
 VerificationTypes initialLocals(const CodeAttribute* code, bool initialised) {
@@ -574,12 +589,7 @@ bool instrumentMethodByProbeDescriptor(MethodJob& job) {
     Scratch& s = scratch();
     s.modified.clear();
     fillModifiedVariableIndices(ca, s.modified);
-    ZVector<int, 10>& preserved = ca->getPreservedVariables();
-    preserved.clear();
-    if (!job.isStatic) preserved.push(0);
-    for (int i = 0, slot = job.isStatic ? 0 : 1; i < job.parameterTypes.getSize(); slot += slotsOf(job.parameterTypes[i]), i++) {
-        if (!isSlotModified(s.modified, slot, job.parameterTypes[i])) preserved.push(i + (job.isStatic ? 0 : 1));
-    }
+    fillPreservedVariables(job, s.modified, ca->getPreservedVariables());
     if (!isSmtRestoreOff() && ca->tryRestoreWipedVariablesInStackMapTable(superEnd)) {
         Logger::message(ZString("smt_restore applied: ") + describe(job));
     }
