@@ -24,8 +24,8 @@ std::map<std::string, std::string> javaSources(const fs::path& root, const std::
     return sources;
 }
 
-const char* const PROBES[] = {"probes/Trace",  "probes/Replace", "probes/Discard",      "probes/Out",
-                              "probes/Widen",  "probes/ShapeArea", "probes/Timing", "probes/Construction"};
+const char* const PROBES[] = {"probes/Trace",     "probes/Replace", "probes/Discard",      "probes/Bracket", "probes/Out",
+                              "probes/Widen",     "probes/ShapeArea", "probes/Timing", "probes/Construction"};
 
 class InjectionTest : public ProbesTest {
 protected:
@@ -99,6 +99,12 @@ TEST_F(InjectionTest, CallbacksSeeWhatTheTargetsDo) {
         "  enter Calc.risky[fine]\n"
         "  exit risky(Ljava/lang/String;)Ljava/lang/String; (java.lang.String) [fine] -> fine\n"
         "risky fine\n"
+        "  enter Calc.fragile[boom]\n"
+        "  exit fragile(Ljava/lang/String;)Ljava/lang/String; (java.lang.String) [boom] -> thrown fragile boom\n"
+        "fragile (fragile boom)\n"
+        "  enter Calc.fragile[ok]\n"
+        "  exit fragile(Ljava/lang/String;)Ljava/lang/String; (java.lang.String) [ok] -> ok\n"
+        "fragile [ok]\n"
         "  loop 42 true 3\n"
         "loop 3\n"
         "  enter Calc.sync[2]\n"

@@ -59,6 +59,11 @@ public class Calc extends Base {
         return s;
     }
 
+    public String fragile(String s) {
+        if (s.equals("boom")) throw new IllegalArgumentException("fragile " + s);
+        return s;
+    }
+
     public int loop(int n) {
         int sum = 0;
         for (int i = 0; i < n; i++) {

@@ -24,6 +24,13 @@ public class Program {
             System.out.println("caught " + e.getMessage());
         }
         System.out.println("risky " + calc.risky("fine"));
+        for (String s : new String[] {"boom", "ok"}) {
+            try {
+                System.out.println("fragile " + calc.fragile(s));
+            } catch (IllegalArgumentException e) {
+                System.out.println("caught " + e.getMessage());
+            }
+        }
         System.out.println("loop " + calc.loop(5));
         System.out.println("sync " + calc.sync(2));
         List<Shape> shapes = new ArrayList<>();
