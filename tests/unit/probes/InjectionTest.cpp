@@ -5,6 +5,7 @@
 #include <regex>
 
 #include "ProbesTestSupport.h"
+#include "probes/EmptyCallbacks.h"
 #include "unit/services/LoggerCapture.h"
 
 namespace {
@@ -210,6 +211,34 @@ TEST_F(InjectionTest, MethodsThatCannotTakeTheCodeStayAsTheyWere) {
           "warning: no 'super' or 'this' call in a constructor: targets.Huge.<init>(int)"}) {
         EXPECT_NE(messages.end(), std::find(messages.begin(), messages.end(), expected)) << expected << "\n" << log.content();
     }
+}
+
+TEST_F(InjectionTest, EmptyMethodBodiesDoNothingAndVerify) {
+    compileSources(myWork, {{"empty/Busy.java",
+                             "package empty;\n"
+                             "public class Busy extends Base {\n"
+                             "  long total;\n"
+                             "  public Busy(long start, String name) { super(name.length() > 2 ? name : \"short\", start); total = start; }\n"
+                             "  public long add(long x, double y) { total += x; return total; }\n"
+                             "  public static String name(int i) { return \"n\" + i; }\n"
+                             "}\n"},
+                            {"empty/Base.java",
+                             "package empty;\n"
+                             "public class Base { public String label; public Base(String label, long n) { this.label = label + n; } }\n"},
+                            {"empty/Main.java",
+                             "package empty;\n"
+                             "public class Main { public static void main(String[] a) {\n"
+                             "  Busy b = new Busy(5, \"abc\");\n"
+                             "  System.out.println(b.label + \" \" + b.total + \" \" + b.add(2, 1.5) + \" \" + Busy.name(3));\n"
+                             "} }\n"}});
+    Bytes bytes = classBytes("empty/Busy");
+    std::unique_ptr<ClassFile> cf = parseClass(bytes);
+    for (MethodInfo* m : cf->getMethods()) setEmptyMethodBody(cf.get(), m);
+    fs::copy(myWork / "classes", myWork / "emptied", fs::copy_options::recursive);
+    writeBytes((myWork / "emptied/empty/Busy.class").string(), writeClass(*cf));
+    EXPECT_EQ("abc5 5 7 n3\n", run("classes", "empty.Main"));
+    // The super call gets zero values: a null label and 0.
+    EXPECT_EQ("null0 0 0 null\n", run("emptied", "empty.Main"));
 }
 
 }  // namespace
