@@ -3,6 +3,7 @@
 // what they did before (except where a probe replaces a result), and a
 // switched-off probe leaves everything as it was.
 #include <regex>
+#include <set>
 
 #include "ProbesTestSupport.h"
 #include "probes/EmptyCallbacks.h"
@@ -239,6 +240,45 @@ TEST_F(InjectionTest, EmptyMethodBodiesDoNothingAndVerify) {
     EXPECT_EQ("abc5 5 7 n3\n", run("classes", "empty.Main"));
     // The super call gets zero values: a null label and 0.
     EXPECT_EQ("null0 0 0 null\n", run("emptied", "empty.Main"));
+}
+
+TEST_F(InjectionTest, PatternsSelectTheMethodsOfJdkClasses) {
+    compileSources(myWork, {{"probes/JdkPatterns.java",
+                             "package probes;\nimport com.corvane.probes.*;\n"
+                             "@MethodPattern({\"java.util.HashMap:put(Object, Object) Object\", \"java.util.HashMap:get(*)\",\n"
+                             "  \"java.util.HashMap:*(int, float)\", \"java.util.HashMap:resize() java.util.HashMap$Node[]\",\n"
+                             "  \"java.util.HashMap:hash(*) int\", \"java.io.FileInputStream:read*(byte[]*)\",\n"
+                             "  \"java.io.FileInputStream:skip(long)\", \"-java.io.FileInputStream:read(byte[]) int\"})\n"
+                             "public class JdkPatterns { public static void onEnter(@MethodName String name) {} }\n"}});
+    registerProbes({"probes/JdkPatterns"});
+    fs::path jdk = myWork / "jdk";
+    std::string output;
+    ASSERT_EQ(0, runCommand(javaHome() + "/bin/jimage extract --dir " + jdk.string() +
+                                " --include 'regex:/java.base/java/(util/HashMap|io/FileInputStream).class' " + javaHome() +
+                                "/lib/modules",
+                            &output))
+        << output;
+    for (const char* name : {"java/util/HashMap", "java/io/FileInputStream"}) {
+        EXPECT_FALSE(hook(readBytes((jdk / "java.base" / (std::string(name) + ".class")).string()), name).empty()) << name;
+    }
+    std::set<std::string> instrumented;
+    LockHolder lock(&ourLock, LOCK_SITE);
+    auto text = [&](int id) { return std::string(StringPool::getString(lock, id)); };
+    ourMethodTable->forEachRecord([&](long long, const MethodRecord& record) {
+        if ((record.myFlags & METHOD_FLAG_PROBE_INSTRUMENTED) == 0) return;
+        instrumented.insert(text(record.myClass) + "." + text(record.myName) + text(record.myParameters) + " " +
+                            text(record.myReturnType));
+    });
+    EXPECT_EQ(std::set<std::string>({
+                  "java.io.FileInputStream.read(byte[], int, int) int",
+                  "java.io.FileInputStream.skip(long) long",
+                  "java.util.HashMap.<init>(int, float) void",
+                  "java.util.HashMap.get(java.lang.Object) java.lang.Object",
+                  "java.util.HashMap.hash(java.lang.Object) int",
+                  "java.util.HashMap.put(java.lang.Object, java.lang.Object) java.lang.Object",
+                  "java.util.HashMap.resize() java.util.HashMap$Node[]",
+              }),
+              instrumented);
 }
 
 }  // namespace
