@@ -11,6 +11,7 @@
 #include "foundation/System.h"
 #include "foundation/ZLock.h"
 #include "recording/AllocationRecording.h"
+#include "probes/Probes.h"
 
 const char* const OLD_JAVA_MESSAGE =
     "Cannot start: Java 7 or newer is required. To profile on this old Java version, use corresponding old "
@@ -80,7 +81,7 @@ static void requestCapabilities(jvmtiCapabilities& wanted, const jvmtiCapabiliti
         wanted.can_generate_exception_events = 1;
     }
     if ((ourCapabilities.get() & CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE) && (ourCapabilities.get() & CAPABILITY_TRACING)) {
-        ourProbe2ActivityMode.put(ZString(BUILTIN_PROBE_PACKAGE) + "CpuTracingSupport", PROBE_ACTIVITY_MODE_ON);
+        ourProbe2ActivityMode.put(ZString(CPU_TRACING_SUPPORT_PROBE), PROBE_ACTIVITY_MODE_ON);
     }
 
     REQUEST_CAPABILITY(can_generate_vm_object_alloc_events, true,
@@ -382,12 +383,14 @@ int agentLoadImpl(JavaVM* vm, const ZString& fullOptions) {
     ZString archivePath = writeCallbackJar();
     if (archivePath.isEmpty()) return LOAD_ARCHIVE_FAILED;
     addClassPathElements(archivePath);
+    Probes::readIgnoredPrefixesAndBCIFilter();
 
     ZString summary("JVMTI ");
     summary.append(hex8(version)).append("; ").append(vmVersion).append("; ").append(vendor).append("; ").append(info);
     if (ourIsIbm) summary.append("; [IBM]");
     if (ourIsJava9orNewer) summary.append("; [Java 9 or newer]");
     Logger::message(summary);
+    Probes::createProbesAtStart(isAttaching());
 
     if (!isAttaching()) return LOAD_OK;
     return attachSteps(vm);

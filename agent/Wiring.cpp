@@ -8,6 +8,7 @@
 #include "db/ZMethod.h"
 #include "instrumentation/EmbeddedClass.h"
 #include "instrumentation/InstrumentationJoints.h"
+#include "probes/Probes.h"
 #include "recording/AllocationRecording.h"
 #include "recording/CountingSupport.h"
 #include "recording/CpuTracing.h"
@@ -40,6 +41,11 @@ void wireAgent() {
     ourCountingJoint.getAllocCounterAddress = AllocObjectCounting::getCounterAddress;
     ourCountingJoint.getFactor = CountingSupportBase::getFactor;
     ourCallbackBytecode = {ourCallbackClassBytes, ourCallbackClassLength};
+    // The class load hook: probe classes, and the classes probes instrument.
+    ourProbeJoint.isDisabledProbeClass = Probes::isDisabledProbeClass;
+    ourProbeJoint.isAnyProbeApplicable = Probes::isAnyProbeApplicable;
+    ourProbeJoint.applyProbes = Probes::applyProbes;
+    ourProbeJoint.isFilteredMethod = Probes::isFilteredMethod;
 
     // Captures and table streams: in this order, around every write.
     registerSnapshotParticipant(&ourCpuTracingParticipant);
@@ -50,6 +56,7 @@ void wireAgent() {
     addNativeGroup(ourAllocationNatives);
     addNativeGroup(ourEntryPointNatives);
     addNativeGroup(ourModeControlNatives);
+    addNativeGroup(ourProbeNatives);
     addNativeGroup(ourSessionNatives);
     addNativeGroup(ourSnapshotNatives);
     addNativeGroup(ourTracingNatives);

@@ -53,9 +53,9 @@ void ByteCodeGenerator::sipushExt(int value) {
     }
 }
 
-void ByteCodeGenerator::ifeq_start() {
+void ByteCodeGenerator::branch_start(int op) {
     myOpenIfs.push(myCode.getSize());
-    myCode.push(OpCodes::IFEQ);
+    myCode.push((unsigned char)op);
     myCode.push(0);
     myCode.push(0);
 }
@@ -80,4 +80,44 @@ void ByteCodeGenerator::clear() {
     myCode.clear();
     myOpenIfs.clear();
     myBranchTargets.clear();
+}
+
+// The kinds of value by the letter of a type.
+enum ValueKind { INT_VALUE = 0, LONG_VALUE = 1, FLOAT_VALUE = 2, DOUBLE_VALUE = 3, REFERENCE_VALUE = 4 };
+
+static ValueKind valueKind(const ZString& type) {
+    switch (type.isEmpty() ? 'V' : type[0]) {
+    case 'J': return LONG_VALUE;
+    case 'F': return FLOAT_VALUE;
+    case 'D': return DOUBLE_VALUE;
+    case 'L': case '[': return REFERENCE_VALUE;
+    default: return INT_VALUE;
+    }
+}
+
+int ByteCodeGenerator::zeroLoad(const ZString& type) {
+    static const int ZEROS[] = {OpCodes::ICONST_0, OpCodes::LCONST_0, OpCodes::FCONST_0, OpCodes::DCONST_0,
+                                OpCodes::ACONST_NULL};
+    ValueKind kind = valueKind(type);
+    opcode(ZEROS[kind]);
+    return kind == LONG_VALUE || kind == DOUBLE_VALUE ? 2 : 1;
+}
+
+// The typed loads and stores follow each other in the order of ValueKind.
+void ByteCodeGenerator::load(const ZString& type, int var) {
+    int kind = valueKind(type);
+    local(OpCodes::ILOAD + kind, OpCodes::ILOAD_0 + 4 * kind, var);
+}
+
+void ByteCodeGenerator::store(const ZString& type, int var) {
+    int kind = valueKind(type);
+    local(OpCodes::ISTORE + kind, OpCodes::ISTORE_0 + 4 * kind, var);
+}
+
+void ByteCodeGenerator::typedReturn(const ZString& type) {
+    if (type.isEmpty() || type[0] == 'V') {
+        opcode(OpCodes::RETURN);
+        return;
+    }
+    opcode(OpCodes::IRETURN + valueKind(type));
 }

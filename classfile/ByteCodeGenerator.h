@@ -5,6 +5,7 @@
 #include "classfile/ByteConversions.h"
 #include "classfile/OffsetTable.h"
 #include "classfile/OpCodes.h"
+#include "foundation/ZString.h"
 #include "foundation/ZVector.h"
 
 class CodeAttribute;
@@ -43,6 +44,14 @@ public:
     void sipushExt(int value);
     void pushShortValue(int value);
 
+    // By type: the first letter of a field descriptor (B, C, I, S, Z, J, F,
+    // D, L, [), or V. The zero value of the type, giving its stack slots.
+    int zeroLoad(const ZString& type);
+    void load(const ZString& type, int var);
+    void store(const ZString& type, int var);
+    // The return of a value of the type; `return` for V or an empty type.
+    void typedReturn(const ZString& type);
+
     void invokestatic(int index) { opU2(OpCodes::INVOKESTATIC, index); }
     void invokespecial(int index) { opU2(OpCodes::INVOKESPECIAL, index); }
     void invokevirtual(int index) { opU2(OpCodes::INVOKEVIRTUAL, index); }
@@ -52,8 +61,10 @@ public:
     // Any instruction of one byte (dup, pop, athrow, returns, ...).
     void opcode(int op) { myCode.push((unsigned char)op); }
 
-    // `ifeq` whose target is the position of the matching if_end.
-    void ifeq_start();
+    // `ifeq` (or `ifnull`) whose target is the position of the matching
+    // if_end.
+    void ifeq_start() { branch_start(OpCodes::IFEQ); }
+    void ifnull_start() { branch_start(OpCodes::IFNULL); }
     void if_end();
 
     // Installs the bytes as the code of `code`; every `if` must be closed.
@@ -68,6 +79,7 @@ public:
     void clear();
 
 private:
+    void branch_start(int op);
     void opU2(int op, int value);
     void local(int longForm, int shortForm, int var);
     void wide(int op, int var);

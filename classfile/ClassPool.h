@@ -22,6 +22,8 @@ public:
 
     bool isInvalid() const { return myInvalid; }
     int getMajorVersion() const { return myMajorVersion; }
+    // For code that needs a newer format, such as `ldc` of a class (49).
+    void setMajorVersion(int version) { myMajorVersion = version; }
     int getMinorVersion() const { return myMinorVersion; }
     int getThisClass() const { return myThisClass; }
     // Entries are added only through the findOrCreate functions and never

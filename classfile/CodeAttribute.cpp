@@ -238,7 +238,8 @@ void CodeAttribute::wipe(StackMapFrame* frame) const {
     locals = wiped;
 }
 
-void CodeAttribute::addExceptionHandler(int start, int end, int handler, const VerificationType& exceptionType) {
+void CodeAttribute::addExceptionHandler(int start, int end, int handler, const VerificationType& exceptionType,
+                                        int superOffset) {
     KZT_ASSERT(start >= 0);
     KZT_ASSERT(end > start);
     KZT_ASSERT(handler >= 0);
@@ -251,7 +252,7 @@ void CodeAttribute::addExceptionHandler(int start, int end, int handler, const V
         ZVector<StackMapFrame*, 10> frames;
         int i = 0;
         while (i < myFrames.getSize() && myFrames[i]->getOffset() < handler) frames.push(myFrames[i++]);
-        StackMapFrame* frame = new (myArena) StackMapFrame(*myFrames[0], handler, exceptionType, -1);
+        StackMapFrame* frame = new (myArena) StackMapFrame(*myFrames[0], handler, exceptionType, superOffset);
         wipe(frame);
         frames.push(frame);
         while (i < myFrames.getSize()) frames.push(myFrames[i++]);

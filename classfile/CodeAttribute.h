@@ -82,7 +82,10 @@ public:
     VerificationTypes* getKnownTypesForExceptionHandler(int handlerPc) const;
     // Adds a catch-all entry, a frame at the handler with `exceptionType` on
     // the stack, and puts the entry before the first one that encloses it.
-    void addExceptionHandler(int start, int end, int handler, const VerificationType& exceptionType);
+    // With `superOffset` (not -1) below the handler, `this` in the frame is
+    // the initialised object: a handler of a constructor's body.
+    void addExceptionHandler(int start, int end, int handler, const VerificationType& exceptionType,
+                             int superOffset = -1);
     void incExceptionHandlerIndex(int startLimit, int delta);
     int getCorrectExceptionHandlerIndex(int pc) const;
 

@@ -43,15 +43,16 @@ void CodeEditor::begin(CodeAttribute* code) {
     mySwitches.clear();
 }
 
-void CodeEditor::add(int pc, int place, const unsigned char* bytes, int length) {
+int CodeEditor::add(int pc, int place, const unsigned char* bytes, int length) {
     KZT_ASSERT(length >= 0);
-    if (length == 0) return;
+    if (length == 0) return -1;
     KZT_ASSERT_NOT_NULL(bytes);
-    int index = reserve(pc, place, length, 0);
+    int index = place == AT_END ? push(myOldLength, AT_END, myOldLength, length, 0) : reserve(pc, place, length, 0);
     Insertion& insertion = myInsertions.getElements()[index];
     insertion.from = myBytes.getSize();
     myBytes.resize(insertion.from + length);
     memcpy(myBytes.getElements() + insertion.from, bytes, length);
+    return index;
 }
 
 int CodeEditor::position(int pc, int place) const {
@@ -66,11 +67,13 @@ int CodeEditor::reserveAfter(int pc, int next, int length, int tag) {
     return push(pc, AFTER, next, length, tag);
 }
 
-void CodeEditor::insertAtStart(const unsigned char* bytes, int length) { add(-1, AT_START, bytes, length); }
+int CodeEditor::insertAtStart(const unsigned char* bytes, int length) { return add(-1, AT_START, bytes, length); }
 
-void CodeEditor::insertBefore(int pc, const unsigned char* bytes, int length) { add(pc, BEFORE, bytes, length); }
+int CodeEditor::insertBefore(int pc, const unsigned char* bytes, int length) { return add(pc, BEFORE, bytes, length); }
 
-void CodeEditor::insertAfter(int pc, const unsigned char* bytes, int length) { add(pc, AFTER, bytes, length); }
+int CodeEditor::insertAfter(int pc, const unsigned char* bytes, int length) { return add(pc, AFTER, bytes, length); }
+
+int CodeEditor::insertAtEnd(const unsigned char* bytes, int length) { return add(myOldLength, AT_END, bytes, length); }
 
 void CodeEditor::setLength(int insertion, int length) {
     KZT_ASSERT(myState == OPEN || myState == SCANNED);
@@ -179,6 +182,8 @@ int CodeEditor::layout() {
     myPieces.clear();
     myBeforePcs.clear();
     myBeforeLengths.clear();
+    if (myInsertionOffsets.getSize() < count) myInsertionOffsets.resize(count);
+    int* offsets = myInsertionOffsets.getElements();
 
     int delta = 0;
     int mapped = 0;  // old offsets below it have their new place
@@ -196,6 +201,7 @@ int CodeEditor::layout() {
         // Code that belongs to the instruction in front, or to the start.
         for (; r < count && items[r].position == p && items[r].rank == 0; r++) {
             myPieces.push(Piece{INSERT, r, 0, p + delta});
+            offsets[items[r].id] = p + delta;
             delta += items[r].length;
         }
         map[p] = p + delta;
@@ -203,11 +209,15 @@ int CodeEditor::layout() {
         int before = 0;
         for (; r < count && items[r].position == p; r++) {
             myPieces.push(Piece{INSERT, r, 0, p + delta + before});
+            offsets[items[r].id] = p + delta + before;
             before += items[r].length;
         }
         if (before > 0) {
-            myBeforePcs.push(p);
-            myBeforeLengths.push(before);
+            // Code at the end is in front of no instruction.
+            if (p < myOldLength) {
+                myBeforePcs.push(p);
+                myBeforeLengths.push(before);
+            }
             delta += before;
         }
         if (isSwitch) {
@@ -220,7 +230,7 @@ int CodeEditor::layout() {
     }
     if (myOldLength > copied) myPieces.push(Piece{COPY, copied, myOldLength - copied, copied + delta});
     fillShifted(map, mapped, myOldLength, delta);
-    map[myOldLength] = myOldLength + delta;
+    if (mapped <= myOldLength) map[myOldLength] = myOldLength + delta;
     return myOldLength + delta;
 }
 
@@ -332,6 +342,12 @@ void CodeEditor::commit(Filler* filler) {
     }
     myCode->adoptCodeBuffer(out, myNewLength);
     myCode->remapOffsets(myBlockMap.getElements(), instructionMap, myOldLength);
+    // A range to the old end stops where code inserted at the end begins.
+    int appended = myBlockMap[myOldLength];
+    ZVector<CodeAttribute::ExceptionTableElement*, 10>& table = myCode->getExceptionTable();
+    for (int i = 0; i < table.getSize(); i++) {
+        if (table[i]->endPc > appended) table[i]->endPc = appended;
+    }
     myState = IDLE;
 }
 

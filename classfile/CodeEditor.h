@@ -5,9 +5,11 @@
 // through here: the tracing and allocation patcher, the probe injector and
 // the tests that edit code.
 //
-// Inserted code must not branch and must leave stack and locals as it found
-// them (new locals go through CodeAttribute::addLocalVariableToTable), so it
-// needs no frames of its own.
+// Inserted code must leave stack and locals as it found them (new locals go
+// through CodeAttribute::addLocalVariableToTable). It may branch within
+// itself, since its bytes stay together as they are; the frames of such
+// branch targets are the caller's, after the edit, at getInsertionOffset plus
+// the target's offset in the inserted bytes.
 //
 // An edit runs in three steps. `scan` walks the code once: the editor notes
 // every branch and switch, and shows the instructions a caller asked about
@@ -41,14 +43,19 @@ public:
     // Starts an edit of `code`, forgetting any earlier one.
     void begin(CodeAttribute* code);
 
+    // Each insertion returns its number, for setLength and
+    // getInsertionOffset; inserting nothing returns -1.
     // Code ahead of the whole method. A branch to offset 0 lands behind it, no
     // exception range covers it, and a line or variable starting at 0 does.
-    void insertAtStart(const unsigned char* bytes, int length);
+    int insertAtStart(const unsigned char* bytes, int length);
     // Code in front of the instruction at `pc`: branches, handlers, frames
     // and ranges that began at pc now begin with this code.
-    void insertBefore(int pc, const unsigned char* bytes, int length);
+    int insertBefore(int pc, const unsigned char* bytes, int length);
     // Code right behind the instruction at `pc`, inside pc's ranges.
-    void insertAfter(int pc, const unsigned char* bytes, int length);
+    int insertAfter(int pc, const unsigned char* bytes, int length);
+    // Code behind the whole method, such as a handler: no exception range
+    // covers it and no original instruction falls into it.
+    int insertAtEnd(const unsigned char* bytes, int length);
     // The same places for `length` bytes that the filler writes at commit,
     // handed `tag`. Each returns the insertion's number for setLength, which
     // may change a reserved length until prepare. Insertions at one place
@@ -81,13 +88,16 @@ public:
 
     // After prepare: where the code for old offset `pc` begins (inserted code in
     // front of it included), and where the instruction itself now stands.
-    // The old code length maps to the new one.
+    // The old code length maps to where code inserted at the end begins,
+    // which is the new length when there is none.
     int getBlockOffset(int pc) const { return myBlockMap[pc]; }
     int getInstructionOffset(int pc) const;
+    // After prepare: where the code of an insertion begins.
+    int getInsertionOffset(int insertion) const { return myInsertionOffsets[insertion]; }
     int getNewLength() const { return myNewLength; }
 
 private:
-    enum Place { AT_START = 0, BEFORE = 1, AFTER = 2 };
+    enum Place { AT_START = 0, BEFORE = 1, AFTER = 2, AT_END = 3 };
     enum State { IDLE, OPEN, SCANNED, PREPARED };
     // Code goes between old instructions, at a position: the old offset
     // of the instruction behind it. At one position, code that belongs to the
@@ -101,6 +111,7 @@ private:
         int length;
         int from;  // first byte in myBytes, or -1 for a reserved insertion
         int tag;
+        int id;    // the number it was given, which sorting does not change
         bool precedes(const Insertion& other) const {
             return position < other.position || (position == other.position && rank < other.rank);
         }
@@ -129,14 +140,16 @@ private:
     int reserve(int pc, int place, int length, int tag) { return push(pc, place, position(pc, place), length, tag); }
     int push(int pc, int place, int position, int length, int tag) {
         if ((myState != OPEN && myState != SCANNED) || length < 0) failFatal("assertion failed", __FILE__, __LINE__);
-        return myInsertions.push(Insertion{pc, place, position, place == BEFORE ? 1 : 0, length, -1, tag});
+        int id = myInsertions.getSize();
+        int rank = place == BEFORE || place == AT_END ? 1 : 0;
+        return myInsertions.push(Insertion{pc, place, position, rank, length, -1, tag, id});
     }
     int checkedPc(int pc) const {
         if (pc < 0 || pc >= myOldLength) failFatal("assertion failed", __FILE__, __LINE__);
         return pc;
     }
     int position(int pc, int place) const;
-    void add(int pc, int place, const unsigned char* bytes, int length);
+    int add(int pc, int place, const unsigned char* bytes, int length);
     void startScan();
     template <bool Checking, typename Visitor>
     void scanLoop(Visitor& visitor);
@@ -169,6 +182,7 @@ private:
     ZVector<int, 10> myBeforeLengths;
     ZVector<int, 10> myBlockMap;
     ZVector<int, 10> myInstructionMap;
+    ZVector<int, 10> myInsertionOffsets;
     int myNewLength;
 };
 

@@ -38,11 +38,13 @@ function(corvane_unit_test name)
     LABELS unit)
 endfunction()
 
-# corvane_snapshot_e2e_test(<name>): end-to-end tests in tests/<name>/ where
-# JVMs with the agent run the programs of java/, and JUnit tests of src/ check
-# the snapshots with the project's reader from corvane.jar. The programs'
-# class folder reaches the tests as the property corvane.<name>.classes.
+# corvane_snapshot_e2e_test(<name> [PROPERTIES <key>=<value>...] [DEPENDS <target>...]):
+# end-to-end tests in tests/<name>/ where JVMs with the agent run the programs
+# of java/, and JUnit tests of src/ check the snapshots with the project's
+# reader from corvane.jar. The programs' class folder reaches the tests as the
+# property corvane.<name>.classes; PROPERTIES are passed on as further ones.
 function(corvane_snapshot_e2e_test name)
+  cmake_parse_arguments(ARG "" "" "PROPERTIES;DEPENDS" ${ARGN})
   set(junit_console /usr/share/java/junit-platform-console-standalone.jar)
   if(NOT TARGET corvane_cli OR NOT TARGET corvane)
     return()
@@ -72,10 +74,15 @@ function(corvane_snapshot_e2e_test name)
     COMMAND ${CMAKE_COMMAND} -E touch ${test_classes}/.built
     DEPENDS ${test_sources} ${cli_jar} corvane_cli
     COMMENT "Building the ${name} tests")
-  add_custom_target(${name}_tests ALL DEPENDS ${program_classes}/.built ${test_classes}/.built corvane)
+  add_custom_target(${name}_tests ALL DEPENDS ${program_classes}/.built ${test_classes}/.built corvane ${ARG_DEPENDS})
+  set(extra_properties)
+  foreach(property ${ARG_PROPERTIES})
+    list(APPEND extra_properties -D${property})
+  endforeach()
 
   add_test(NAME ${name}_e2e COMMAND ${java}
     -Dcorvane.java=${java} -Dcorvane.agent=$<TARGET_FILE:corvane> -Dcorvane.${name}.classes=${program_classes}
+    ${extra_properties}
     -jar ${junit_console} --disable-banner --disable-ansi-colors --details=tree --fail-if-no-tests
     --class-path ${test_classes}:${cli_jar} --scan-class-path ${test_classes})
   set_tests_properties(${name}_e2e PROPERTIES LABELS e2e TIMEOUT 900)

@@ -3,6 +3,7 @@
 #include "services/Logger.h"
 #include "services/Options.h"
 #include "db/DB.h"
+#include "db/SignatureUtil.h"
 #include "db/ZMethod.h"
 #include "db/StringPool.h"
 #include "foundation/System.h"
@@ -81,21 +82,11 @@ ZString getTracingSettingsText(const ZString* text) {
 
 Filter* Filter::createFilter(const ZString& pattern, int type) {
     ZString full = pattern.indexOfChar(':') < 0 ? pattern + ":*(*)" : pattern;
-    int colon = full.indexOfChar(':');
-    int open = full.indexOfChar('(', colon);
-    int close = open < 0 ? -1 : full.indexOfChar(')', open);
-    ZString classPattern = full.substring(0, colon).trim();
-    ZString methodPattern = (open < 0 ? full.substring(colon + 1) : full.substring(colon + 1, open)).trim();
-    ZString parametersPattern("(*)");
-    if (open >= 0) {
-        if (close < 0) {
-            Logger::message(ZString("warning: invalid filter pattern '") + pattern + "': missing ')'");
-            return nullptr;
-        }
-        parametersPattern = ZString("(") + full.substring(open + 1, close).trim() + ")";
-    }
-    if (classPattern.isEmpty() || methodPattern.isEmpty()) {
-        Logger::message(ZString("warning: invalid filter pattern '") + pattern + "': empty class or method");
+    ZString classPattern, methodPattern, parametersPattern, returnType, classAnnotation, methodAnnotation;
+    ZString error = SignatureUtil::parseMethodPattern(full, classPattern, methodPattern, parametersPattern, returnType,
+                                                      classAnnotation, methodAnnotation);
+    if (!error.isEmpty()) {
+        Logger::message(ZString("warning: invalid filter specification '") + pattern + "': " + error);
         return nullptr;
     }
     if (ourOptions.isDebug("filters")) {

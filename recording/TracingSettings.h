@@ -49,8 +49,9 @@ void parseSettingsLines(const ZString& text, ZVectorSafe<ZString>& patterns, F o
 // Logs a settings line, then " (default)" or the text that was given.
 void logSettingsMessage(ZString& message, const ZString& text, const char* defaultText);
 
-// A method filter: "class : method(parameters)" with wildcards; a pattern
-// without ":" means every method of the classes.
+// A method filter: a method pattern (db/SignatureUtil.h) of which the class,
+// method and parameter parts count; a pattern without ":" means every
+// method of the classes.
 class Filter {
 public:
     enum : int { WALL_TIME = 1, EXCLUSIVE = 2, INCLUSIVE = 3 };

@@ -43,6 +43,33 @@ TEST(ByteCodeGenerator, WideFormsHaveAFixedLength) {
               }));
 }
 
+TEST(ByteCodeGenerator, TypedInstructionsFollowTheDescriptorLetter) {
+    struct Case {
+        const char* type;
+        Bytes zero, load5, store0, ret;
+    } cases[] = {
+        {"I", {3}, {21, 5}, {59}, {172}},      {"Z", {3}, {21, 5}, {59}, {172}},
+        {"J", {9}, {22, 5}, {63}, {173}},      {"F", {11}, {23, 5}, {67}, {174}},
+        {"D", {14}, {24, 5}, {71}, {175}},     {"Ljava/lang/String;", {1}, {25, 5}, {75}, {176}},
+        {"[I", {1}, {25, 5}, {75}, {176}},
+    };
+    for (const Case& c : cases) {
+        ZString type(c.type);
+        EXPECT_EQ(c.zero, emit([&](ByteCodeGenerator& g) { EXPECT_EQ(type[0] == 'J' || type[0] == 'D' ? 2 : 1, g.zeroLoad(type)); })) << c.type;
+        EXPECT_EQ(c.load5, emit([&](ByteCodeGenerator& g) { g.load(type, 5); })) << c.type;
+        EXPECT_EQ(c.store0, emit([&](ByteCodeGenerator& g) { g.store(type, 0); })) << c.type;
+        EXPECT_EQ(c.ret, emit([&](ByteCodeGenerator& g) { g.typedReturn(type); })) << c.type;
+    }
+    EXPECT_EQ(Bytes({177}), emit([](ByteCodeGenerator& g) { g.typedReturn(ZString("V")); }));
+    EXPECT_EQ(Bytes({177}), emit([](ByteCodeGenerator& g) { g.typedReturn(ZString()); }));
+    EXPECT_EQ(Bytes({198, 0, 4, 0, 191}), emit([](ByteCodeGenerator& g) {
+                  g.ifnull_start();
+                  g.opcode(0);
+                  g.if_end();
+                  g.opcode(191);
+              }));
+}
+
 TEST(ByteCodeGenerator, IfEndPatchesTheDistanceAndRecordsTheTarget) {
     ByteCodeGenerator g;
     g.opcode(OpCodes::ICONST_0);

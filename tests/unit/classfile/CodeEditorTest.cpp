@@ -83,6 +83,31 @@ TEST(CodeEditor, InsertsAndMovesEverythingThatHoldsAnOffset) {
     EXPECT_EQ(38, written->getFrames()[3]->getOffset());
 }
 
+TEST(CodeEditor, CodeAtTheEndStandsOutsideEveryRangeAndEachInsertionIsFound) {
+    auto cf = parseClass(switchClass());
+    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    code->getExceptionTable()[0]->endPc = 30;  // to the end of the code
+    CodeEditor editor;
+    editor.begin(code);
+    static const unsigned char HANDLER[] = {0x57, 0x06, 0xac};  // pop; iconst_3; ireturn
+    int end = editor.insertAtEnd(HANDLER, 3);
+    int start = editor.insertAtStart(THREE, 2);
+    int before = editor.insertBefore(29, THREE, 1);
+    EXPECT_EQ(-1, editor.insertBefore(21, THREE, 0));
+    ASSERT_TRUE(editor.apply());
+    // The switch moves from 1 to 3 and loses its two bytes of padding.
+    ASSERT_EQ(34, code->getCodeLength());
+    EXPECT_EQ(2, editor.getBlockOffset(0));
+    EXPECT_EQ(31, editor.getBlockOffset(30));  // the old end: where the appended code begins
+    EXPECT_EQ(0, editor.getInsertionOffset(start));
+    EXPECT_EQ(29, editor.getInsertionOffset(before));
+    EXPECT_EQ(31, editor.getInsertionOffset(end));
+    EXPECT_EQ(0, memcmp(code->getCode() + 31, HANDLER, 3));
+    auto* e = code->getExceptionTable()[0];
+    EXPECT_EQ(22, e->startPc);
+    EXPECT_EQ(31, e->endPc);  // a range to the old end stops before the appended code
+}
+
 TEST(CodeEditor, UninitializedItemsFollowTheirNewInstruction) {
     ClassBuilder b;
     int cls = b.cls("java/lang/Object");

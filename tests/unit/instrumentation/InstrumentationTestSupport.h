@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <functional>
 #include <new>
 #include <string>
 #include <vector>
@@ -89,6 +91,26 @@ protected:
         Bytes out(bytes, bytes + length);
         free(bytes);
         return out;
+    }
+
+    // Every class file below `in` that `wanted` names (by internal name)
+    // through the hook into the same place below `out`, the others copied.
+    // The names of the classes that changed.
+    static std::vector<std::string> rewriteFolder(const std::filesystem::path& in, const std::filesystem::path& out,
+                                                  const std::function<bool(const std::string&)>& wanted) {
+        namespace fs = std::filesystem;
+        std::vector<std::string> changed;
+        for (auto& entry : fs::recursive_directory_iterator(in)) {
+            if (!entry.is_regular_file()) continue;
+            fs::path target = out / fs::relative(entry.path(), in);
+            fs::create_directories(target.parent_path());
+            Bytes original = readBytes(entry.path().string());
+            std::string name = fs::relative(entry.path(), in).replace_extension("").string();
+            Bytes rewritten = wanted(name) ? hook(original, name.c_str()) : Bytes();
+            writeBytes(target.string(), rewritten.empty() ? original : rewritten);
+            if (!rewritten.empty()) changed.push_back(name);
+        }
+        return changed;
     }
 
     static std::string methodName(int id) {

@@ -33,19 +33,9 @@ protected:
 
     // Every class but the stand-in Callback, through the hook; the count of rewritten ones.
     int rewriteAll() {
-        int rewritten = 0;
-        fs::path in = myWork / "classes";
-        for (auto& entry : fs::recursive_directory_iterator(in)) {
-            if (!entry.is_regular_file()) continue;
-            fs::path target = myWork / "patched" / fs::relative(entry.path(), in);
-            fs::create_directories(target.parent_path());
-            Bytes original = readBytes(entry.path().string());
-            std::string name = fs::relative(entry.path(), in).replace_extension("").string();
-            Bytes out = name.rfind("com/corvane/", 0) == 0 ? Bytes() : hook(original, name.c_str());
-            writeBytes(target.string(), out.empty() ? original : out);
-            if (!out.empty()) rewritten++;
-        }
-        return rewritten;
+        return (int)rewriteFolder(myWork / "classes", myWork / "patched", [](const std::string& name) {
+                   return name.rfind("com/corvane/", 0) != 0;
+               }).size();
     }
 
     std::string run(const std::string& folder, const std::string& args) {

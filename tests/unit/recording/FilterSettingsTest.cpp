@@ -35,7 +35,8 @@ TEST(ClassNameFilterTest, EmptyAndUnreadableLinesAreSkippedWithAWarning) {
     delete filters[0];
     bool warned = false;
     for (const std::string& message : log.messages()) {
-        warned |= message.rfind("warning: invalid filter pattern 'a.B : run(': ", 0) == 0;
+        warned |= message == "warning: invalid filter specification 'a.B : run(': "
+                            "invalid pattern syntax, must be <class>:<method>(<params>)";
     }
     EXPECT_TRUE(warned);
 }

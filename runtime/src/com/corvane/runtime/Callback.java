@@ -216,6 +216,10 @@ public final class Callback {
 
     public static native byte[] patchTemplateClass(String[] macroAndValuePairs);
 
+    // Probes
+    /** Null for a valid method pattern, else what is wrong with it. */
+    public static native String validateMethodPattern(String methodPattern);
+
     // Time and properties
     public static native long getTimeNsForTracing();
 

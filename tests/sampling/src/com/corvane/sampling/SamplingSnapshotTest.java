@@ -134,7 +134,7 @@ class SamplingSnapshotTest {
 
     @Test
     void aWallTimeMethodChargesItsCallersButNotItsCallees(@TempDir Path dir) throws Exception {
-        Times times = sample(dir, "walltime=SampledWork : sleeper\n");
+        Times times = sample(dir, "walltime=SampledWork : sleeper(*)\n");
         assertNoErrors(times);
         assertWorkRatio(times);
         long sleeper = times.of("sleeper", "SampledWork.sleeper");

@@ -1,0 +1,67 @@
+// The probes the agent knows, what the class load hook asks of them, and the
+// creation of probes from class bytes and class paths. The registry lives as
+// long as the process; it changes only under ourLock, and the hook reads it
+// under ourLock too.
+#pragma once
+
+#include "foundation/ZLock.h"
+#include "foundation/ZString.h"
+#include "foundation/ZVector.h"
+#include "probes/ProbeCreationResult.h"
+#include "probes/ProbeDescriptor.h"
+#include "probes/TopProbe.h"
+#include "services/Options.h"
+
+class ClassFile;
+class ClassNameFilter;
+
+class Probes {
+public:
+    static ZVector<TopProbe*>& ourTopProbes;
+    // Registered descriptors, in order of registration.
+    static ZVector<ProbeDescriptor*>& ourProbeDescriptors;
+    // Dotted name prefixes that only patterns naming them reach, and the
+    // exceptions from them.
+    static ZVectorSafe<ZString>& ourIgnoredPrefixes;
+    static ZVectorSafe<ZString>& ourIncludedPrefixes;
+    // Methods that no probe instruments; null when there is no filter.
+    static ClassNameFilter* ourBCIFilter;
+
+    // ---- creation ----
+
+    // Compiles one class into `result`: a descriptor with `status`, error
+    // lines, or nothing for a class that is no probe. `className`, when
+    // given, receives the class's internal name.
+    static void createProbeDescriptor(const ZVector<unsigned char>* bytes, PROBE_STATUS status,
+                                      ProbeCreationResult* result, ZString* className);
+    // Finds the classes of the dotted `names` (with their inner classes) on
+    // the probe class path, directories and archives, and compiles them.
+    static void createProbeDescriptors(const ZVectorSafe<ZString>& names, PROBE_STATUS status,
+                                       ProbeCreationResult& result);
+    static TopProbe* findOrCreateTopProbe(const ZString& className);
+    // Moves the new descriptors into the registry: all of them, or none when
+    // the result has an error or a class is registered already.
+    static void addProbes(ProbeCreationResult& result);
+    // The probes named in ourProbe2ActivityMode, from the probe class path;
+    // at start, or at attach when `attaching`. Failures are logged only.
+    static void createProbesAtStart(bool attaching);
+
+    // ---- what the class load hook asks ----
+
+    // Whether a dotted class may be instrumented for a class pattern.
+    static bool isProbeApplicable(const ZString& className, const ZString& classPattern);
+    // Status bit 4 set, and not call counting (bits 0x1000 and 4 without 8).
+    static bool isModeAutoProbesActive();
+    static bool isDisabledProbeClass(const LockHolder& lock, const ZString& internalName);
+    static bool isAnyProbeApplicable(const LockHolder& lock, const ZString& internalName, const ZString& fullName);
+    static bool applyProbes(const LockHolder& lock, ClassFile* classFile, const ZString& fullName, bool disabledProbe);
+    static bool isFilteredMethod(const ZString& className, const ZString& name, const ZString& parameters);
+
+    // ---- configuration ----
+
+    // "probe_ignored_prefixes.txt" and "bci_filter.txt" of the settings
+    // folder, or their defaults; once at start.
+    static void readIgnoredPrefixesAndBCIFilter();
+    // Sets the prefix lists from the text of "probe_ignored_prefixes.txt".
+    static void setIgnoredPrefixes(const ZString& text);
+};

@@ -1,0 +1,428 @@
+// Probe classes compiled by javac, valid and broken: what each becomes, and
+// every error line exactly as its author reads it.
+#include "ProbesTestSupport.h"
+#include "unit/services/LoggerCapture.h"
+
+namespace {
+
+const char* const IMPORTS = "package cases;\nimport com.corvane.probes.*;\n";
+
+// Each case is a class of package `cases`: name -> body after the imports.
+const std::map<std::string, std::string> CASES = {
+    // ---- class level ----
+    {"Helper", "public class Helper { public static void onEnter() {} }"},
+    {"NotPublic", "@MethodPattern(\"a.B:m()\") class NotPublic { public static void onEnter(@This Object o, int x) {} }"},
+    {"TwoEnter", "@MethodPattern(\"a.B:m()\") public class TwoEnter { public static void onEnter() {} "
+                 "public static void onEnter(@Param(1) int a) {} }"},
+    {"TwoReturn", "@MethodPattern(\"a.B:m()\") public class TwoReturn { public static void onReturn() {} "
+                  "public static void onReturn(@Param(1) int a) {} }"},
+    {"TwoUncaught", "@MethodPattern(\"a.B:m()\") public class TwoUncaught { public static void onUncaughtException() {} "
+                    "public static void onUncaughtException(@Param(1) int a) {} }"},
+    {"TwoExit", "@MethodPattern(\"a.B:m()\") public class TwoExit { public static void onExit() {} "
+                "public static void onExit(@Param(1) int a) {} }"},
+    {"Ext", "@MethodPattern(\"a.B:m()\") public class Ext { public static void onEnter() {} "
+            "public static void onUncaughtExceptionExt() {} }"},
+    {"NoCallbacks", "@MethodPattern(\"a.B:m()\") public class NoCallbacks { public static void other() {} }"},
+    {"ExitAndUncaught", "@MethodPattern(\"a.B:m()\") public class ExitAndUncaught { public static void onExit() {} "
+                        "public static void onUncaughtException() {} }"},
+    {"ExitAndReturn", "@MethodPattern(\"a.B:m()\") public class ExitAndReturn { public static void onExit() {} "
+                      "public static void onReturn() {} }"},
+    {"DiscardAlone", "@MethodPattern(\"a.B:m()\") @DiscardThrownException public class DiscardAlone { "
+                     "public static void onReturn() {} }"},
+    {"ValueFromUncaught", "@MethodPattern(\"a.B:m()\") public class ValueFromUncaught { "
+                          "public static int onUncaughtException() { return 0; } }"},
+    {"TypesDiffer", "@MethodPattern(\"a.B:m()\") @DiscardThrownException public class TypesDiffer { "
+                    "public static int onReturn(@ReturnValue int v) { return v; } "
+                    "public static long onUncaughtException(@ThrownException Throwable t) { return 0; } }"},
+    {"NotStatic", "@MethodPattern(\"a.B:m()\") public class NotStatic { public void onEnter() {} "
+                  "private static void onReturn() {} public static void onUncaughtException() {} }"},
+    // ---- parameters ----
+    {"Annotations", "@MethodPattern(\"a.B:m()\") public class Annotations { "
+                    "public static void onEnter(@Param(0) int a, int b, @This @Params Object c, @Param(1000) long d, "
+                    "@Deprecated @Param(1) int e) {} }"},
+    {"Outs", "@MethodPattern(\"a.B:m()\") public class Outs { public static void onEnter(@Out @Param(1) int a) {} "
+             "public static void onReturn(@Out @Params Object[] p) {} "
+             "public static void onUncaughtException() {} }"},
+    {"ParamsRules", "@MethodPattern(\"a.B:m()\") public class ParamsRules { "
+                    "public static void onEnter(@Params String[] a, @Params Object[] b, @Params Object[] c) {} }"},
+    {"ThisRules", "@MethodPattern(\"a.B:m()\") public class ThisRules { "
+                  "public static void onEnter(@This int a, @This Object b, @This String c) {} }"},
+    {"ThisWithInstanceOf", "@MethodPattern(\"a.B:m()\") @InstanceOf(\"a.B\") public class ThisWithInstanceOf { "
+                           "public static void onEnter(@This String s) {} }"},
+    {"ThisTypes", "@MethodPattern(\"a.B:m()\") public class ThisTypes { public static void onEnter(@This String s) {} "
+                  "public static void onExit(@This Object o) {} }"},
+    {"WrongPlaces", "@MethodPattern(\"a.B:m()\") public class WrongPlaces { "
+                    "public static void onEnter(@ReturnValue Object r, @ThrownException Throwable t, "
+                    "@OnEnterResult int e, @MethodTimeMs long m) {} }"},
+    {"ThrownRules", "@MethodPattern(\"a.B:m()\") public class ThrownRules { "
+                    "public static void onUncaughtException(@ThrownException Exception a, @ThrownException Throwable b, "
+                    "@ThrownException Throwable c) {} }"},
+    {"EnterResultRules", "@MethodPattern(\"a.B:m()\") public class EnterResultRules { "
+                         "public static long onEnter() { return 1; } "
+                         "public static void onExit(@OnEnterResult int a, @OnEnterResult long b, @OnEnterResult long c) {} }"},
+    {"NoEnterForResult", "@MethodPattern(\"a.B:m()\") public class NoEnterForResult { "
+                         "public static void onReturn(@OnEnterResult long a) {} "
+                         "public static void onUncaughtException() {} }"},
+    {"TimeAndNames", "@MethodPattern(\"a.B:m()\") public class TimeAndNames { "
+                     "public static void onReturn(@MethodTimeMs int a, @MethodTimeMs long b, @MethodTimeMs long c, "
+                     "@MethodName Object d, @MethodSignature String e, @MethodParameterTypes StringBuilder f, "
+                     "@ClassRef Object g) {} public static void onUncaughtException() {} }"},
+    {"DiscardNeedsThrown", "@MethodPattern(\"a.B:m()\") @DiscardThrownException public class DiscardNeedsThrown { "
+                           "public static void onUncaughtException() {} }"},
+    {"ReturnValueType", "@MethodPattern(\"a.B:m()\") public class ReturnValueType { "
+                        "public static int onReturn(@ReturnValue Object v) { return 0; } "
+                        "public static void onUncaughtException() {} }"},
+    {"UnusedEnterResult", "@MethodPattern(\"a.B:m()\") public class UnusedEnterResult { "
+                          "public static long onEnter() { return 1; } public static void onExit() {} }"},
+    {"BadPattern", "@MethodPattern({\"a.B:m()\", \"a.B:m(int long)\", \" -java.util.*:*() \"}) public class BadPattern { "
+                   "public static void onEnter() {} }"},
+    // ---- valid ----
+    {"Full", "@MethodPattern({\"com.acme.*:run(int, String) void\", \"-java.util.*:*()\", "
+             "\"@javax.ejb.* *:@m.Mark *(*)\"}) @RetransformIfInstanceOf({\" a.Base \", \"b.Other\"}) "
+             "@InstanceOf(\"a.Root\") public class Full { "
+             "public static long onEnter(@Param(1) int a, @Out @Params Object[] p, @This Object t, @MethodName String n, "
+             "@MethodSignature String s, @MethodParameterTypes String pt, @ClassRef Class<?> c) "
+             "throws java.io.IOException { return 0; } "
+             "public static void onReturn(@ReturnValue Object r, @OnEnterResult long e, @MethodTimeMs long m) "
+             "throws InterruptedException, java.io.IOException {} "
+             "public static void onUncaughtException(@ThrownException Throwable t, @MethodTimeMs long m) "
+             "throws java.io.IOException {} }"},
+    {"Replacing", "@MethodPattern(\"*:*()\") public class Replacing { "
+                  "public static String onExit(@ReturnValue String r, @ThrownException Throwable t) { return r; } }"},
+    {"ThisOfClass", "@MethodPattern(\"a.B:m()\") public class ThisOfClass { public static void onEnter(@This String s) {} "
+                    "public static void onReturn(@This String s) {} public static void onUncaughtException() {} }"},
+    {"ThisObject", "@MethodPattern(\"a.B:m()\") public class ThisObject { public static void onEnter(@This Object s) {} "
+                   "public static void onExit(@This Object s) {} }"},
+    {"EnterResultInHandler", "@MethodPattern(\"a.B:m()\") public class EnterResultInHandler { "
+                             "public static long onEnter() { return 1; } public static void onReturn() {} "
+                             "public static void onUncaughtException(@OnEnterResult long e) {} }"},
+    {"VoidReturnValueException", "@MethodPattern(\"a.B:m()\") @DiscardThrownException public class VoidReturnValueException { "
+                                 "public static void onReturn() {} "
+                                 "public static int onUncaughtException(@ThrownException Throwable t) { return 0; } }"},
+    {"EnterAndReturn", "@MethodPattern(\"a.B:m()\") public class EnterAndReturn { public static void onEnter() {} "
+                       "public static void onReturn() {} }"},
+    {"EnterAndUncaught", "@MethodPattern(\"a.B:m()\") public class EnterAndUncaught { public static void onEnter() {} "
+                         "public static void onUncaughtException() {} }"},
+    {"WithInner", "@MethodPattern(\"a.B:m()\") public class WithInner { static class Inner {} "
+                  "public static void onEnter() { new Inner(); Runnable r = () -> {}; } }"},
+};
+
+std::string errorsOf(const ProbeCreationResult& result) { return result.getAllErrors().c_str(); }
+
+class ProbeCreationTest : public ProbesTest {
+protected:
+    static void SetUpTestSuite() {
+        ourCompiled = fs::temp_directory_path() / ("corvane-probe-cases-" + std::to_string(getpid()));
+        fs::remove_all(ourCompiled);
+        std::map<std::string, std::string> sources;
+        for (const auto& [name, body] : CASES) sources["cases/" + name + ".java"] = IMPORTS + body;
+        compileSources(ourCompiled, sources);
+    }
+    static void TearDownTestSuite() { fs::remove_all(ourCompiled); }
+
+    void SetUp() override {
+        ProbesTest::SetUp();
+        fs::create_directories(myWork);
+        fs::create_symlink(ourCompiled / "classes", myWork / "classes");
+    }
+
+    // The error lines of one case, joined.
+    std::string errors(const std::string& name) {
+        ProbeCreationResult result;
+        create("cases/" + name, result);
+        return errorsOf(result);
+    }
+
+    ProbeDescriptor* valid(const std::string& name, ProbeCreationResult& result) {
+        create("cases/" + name, result);
+        EXPECT_TRUE(result.isOK()) << errorsOf(result);
+        EXPECT_EQ(1, result.getDescriptors().getSize()) << name;
+        return result.getDescriptors().isEmpty() ? nullptr : result.getDescriptors()[0];
+    }
+
+    static fs::path ourCompiled;
+};
+
+fs::path ProbeCreationTest::ourCompiled;
+
+TEST_F(ProbeCreationTest, EveryErrorHasItsExactLine) {
+    const std::string c = "Error: probe class cases.";
+    struct Case {
+        const char* name;
+        std::string errors;
+    } cases[] = {
+        {"Helper", ""},
+        {"NotPublic", c + "NotPublic: class must be public"},
+        {"TwoEnter", c + "TwoEnter: more than one method onEnter()"},
+        {"TwoReturn", c + "TwoReturn: more than one method onReturn()"},
+        {"TwoUncaught", c + "TwoUncaught: more than one method onUncaughtException()"},
+        {"TwoExit", c + "TwoExit: more than one method onExit()"},
+        {"Ext", c + "Ext: onUncaughtExceptionExt() callback is not supported: use @DiscardThrownException annotation "
+                    "with either onExit() or onUncaughtException()"},
+        {"NoCallbacks", c + "NoCallbacks: no callbacks found (onEnter(), onExit(), onReturn() or onUncaughtException())"},
+        {"ExitAndUncaught", c + "ExitAndUncaught: onExit() and onUncaughtException() callbacks cannot be used together"},
+        {"ExitAndReturn", c + "ExitAndReturn: onExit() and onReturn() callbacks cannot be used together"},
+        {"DiscardAlone", c + "DiscardAlone: @DiscardThrownException annotation can be used only when onExit() or "
+                             "onUncaughtException() callback is present"},
+        {"ValueFromUncaught", c + "ValueFromUncaught: onUncaughtException() callback must be void unless "
+                                  "@DiscardThrownException annotation is present"},
+        {"TypesDiffer", c + "TypesDiffer: onUncaughtException() and onReturn() callback return types are different"},
+        {"NotStatic", c + "NotStatic, method onEnter: callback must be public static\n" + c +
+                          "NotStatic, method onReturn: callback must be public static"},
+        {"Annotations", c + "Annotations, method onEnter, parameter #1: invalid @Param annotation: index must be 1 or "
+                            "greater\n" + c + "Annotations, method onEnter, parameter #2: parameter must be annotated\n" +
+                            c + "Annotations, method onEnter, parameter #3: more than 1 callback annotation"},
+        {"Outs", c + "Outs, method onEnter, parameter #1: @Out must be used only with @Params\n" + c +
+                     "Outs, method onReturn, parameter #1: @Out must be used only in onEnter()"},
+        {"ParamsRules", c + "ParamsRules, method onEnter, parameter #1: @Params must be Object[]\n" + c +
+                            "ParamsRules, method onEnter, parameter #3: parameter with @Params annotation already exists"},
+        {"ThisRules", c + "ThisRules, method onEnter, parameter #1: @This must be a reference type\n" + c +
+                          "ThisRules, method onEnter, parameter #2: parameter with @This annotation already exists\n" + c +
+                          "ThisRules, method onEnter, parameter #3: parameter with @This annotation already exists\n" + c +
+                          "ThisRules, method onEnter, parameter #3: parameters with @This annotation must have the same "
+                          "types in all callbacks"},
+        {"ThisWithInstanceOf", c + "ThisWithInstanceOf, method onEnter, parameter #1: in probes annotated with "
+                                   "@InstanceOf, parameters annotated with @This must be of type java.lang.Object"},
+        // onExit serves two roles, so its faults are listed twice.
+        {"ThisTypes", c + "ThisTypes, method onExit, parameter #1: parameters with @This annotation must have the same "
+                          "types in all callbacks\n" + c + "ThisTypes, method onExit, parameter #1: parameters with "
+                          "@This annotation must have the same types in all callbacks"},
+        {"WrongPlaces", c + "WrongPlaces, method onEnter, parameter #1: @ReturnValue is only allowed in onReturn() and "
+                            "onExit()\n" + c + "WrongPlaces, method onEnter, parameter #2: @ThrownException is only "
+                            "allowed in onUncaughtException() and onExit()\n" + c + "WrongPlaces, method onEnter, "
+                            "parameter #3: @OnEnterResult is not allowed in onEnter()\n" + c + "WrongPlaces, method "
+                            "onEnter, parameter #4: @MethodTimeMs is not allowed in onEnter()"},
+        {"ThrownRules", c + "ThrownRules, method onUncaughtException, parameter #1: parameter annotated with "
+                            "@ThrownException must be java.lang.Throwable\n" + c + "ThrownRules, method "
+                            "onUncaughtException, parameter #3: parameter with @ThrownException annotation already exists"},
+        {"EnterResultRules", c + "EnterResultRules, method onExit, parameter #1: type of parameter annotated with "
+                                 "@OnEnterResult and onEnter() return type must be the same\n" + c + "EnterResultRules, "
+                                 "method onExit, parameter #3: parameter with @OnEnterResult annotation already exists\n" +
+                                 c + "EnterResultRules, method onExit, parameter #1: type of parameter annotated with "
+                                 "@OnEnterResult and onEnter() return type must be the same\n" + c + "EnterResultRules, "
+                                 "method onExit, parameter #3: parameter with @OnEnterResult annotation already exists"},
+        {"NoEnterForResult", c + "NoEnterForResult, method onReturn, parameter #1: @OnEnterResult cannot be used unless "
+                                 "you define onEnter()"},
+        {"TimeAndNames", c + "TimeAndNames, method onReturn, parameter #1: parameter annotated with @MethodTimeMs must be "
+                             "long\n" + c + "TimeAndNames, method onReturn, parameter #3: parameter with @MethodTimeMs "
+                             "annotation already exists\n" + c + "TimeAndNames, method onReturn, parameter #4: parameters "
+                             "annotated with @MethodName and @MethodSignature must be of type java.lang.String\n" + c +
+                             "TimeAndNames, method onReturn, parameter #6: parameters annotated with @MethodName and "
+                             "@MethodSignature must be of type java.lang.String\n" + c + "TimeAndNames, method onReturn, "
+                             "parameter #7: parameter annotated with @ClassRef must be of type java.lang.Class"},
+        {"DiscardNeedsThrown", c + "DiscardNeedsThrown, method onUncaughtException: parameter with @ThrownException "
+                                   "annotation is required but not found"},
+        {"ReturnValueType", c + "ReturnValueType, method onReturn: parameter with @ReturnValue annotation and matching "
+                                "return type is required but not found"},
+        {"UnusedEnterResult", c + "UnusedEnterResult: onEnter()'s return value is not used; either use it via "
+                                  "@OnEnterResult or make onEnter() void"},
+        {"BadPattern", c + "BadPattern: parameter pattern is invalid: int long"},
+    };
+    for (const Case& k : cases) EXPECT_EQ(k.errors, errors(k.name)) << k.name;
+}
+
+TEST_F(ProbeCreationTest, AClassWithoutPatternsIsScannedAndNothingElse) {
+    ProbeCreationResult result;
+    create("cases/Helper", result);
+    EXPECT_TRUE(result.isOK());
+    EXPECT_TRUE(result.getDescriptors().isEmpty());
+    EXPECT_EQ(ZString("cases.Helper"), result.getScannedClasses());
+    // A fault in one class fails the whole registration.
+    create("cases/NotPublic", result);
+    create("cases/ThisObject", result);
+    EXPECT_FALSE(result.isOK());
+    EXPECT_TRUE(result.getDescriptors().isEmpty());
+    EXPECT_EQ(ZString("cases.Helper, cases.NotPublic, cases.ThisObject"), result.getScannedClasses());
+}
+
+TEST_F(ProbeCreationTest, EveryParameterKindInTheDescriptor) {
+    ProbeCreationResult result;
+    ProbeDescriptor* d = valid("Full", result);
+    ASSERT_NE(nullptr, d);
+    EXPECT_EQ(ZString("cases/Full"), d->getClassSignature());
+    EXPECT_EQ(ZString("a/Root"), d->getInstanceOf());
+    ASSERT_EQ(3, d->getRetransformList().getSize());
+    EXPECT_EQ(ZString("a.Root"), d->getRetransformList()[0]);
+    EXPECT_EQ(ZString("a.Base"), d->getRetransformList()[1]);
+    ASSERT_EQ(2, d->getCallbackExceptions().getSize());
+    EXPECT_EQ(ZString("java/io/IOException"), d->getCallbackExceptions()[0]);
+    EXPECT_EQ(ZString("java/lang/InterruptedException"), d->getCallbackExceptions()[1]);
+    EXPECT_FALSE(d->hasReturnValue());
+    EXPECT_TRUE(d->getCallbackReturnType().isEmpty());
+    EXPECT_TRUE(d->usesOnEnterResult());
+    EXPECT_TRUE(d->usesMethodTime());
+    EXPECT_FALSE(d->isOnExit());
+
+    const CallbackParameters& enter = *d->getOnEnterParameters();
+    CallbackParameterKind kinds[] = {CPK_PARAM, CPK_PARAMS, CPK_THIS, CPK_METHOD_NAME, CPK_METHOD_SIGNATURE,
+                                     CPK_METHOD_PARAMETER_TYPES, CPK_CLASS_REF};
+    ASSERT_EQ(7, enter.getSize());
+    for (int i = 0; i < 7; i++) EXPECT_EQ(kinds[i], enter[i].kind) << i;
+    EXPECT_EQ(1, enter[0].index);
+    EXPECT_EQ(-1, enter[1].index);
+    EXPECT_TRUE(enter[1].isOut);
+    EXPECT_FALSE(enter[0].isOut);
+    EXPECT_EQ(ZString("Ljava/lang/Class;"), enter[6].type);
+    EXPECT_EQ(CPK_ON_ENTER_RESULT, (*d->getReturnParameters())[1].kind);
+    EXPECT_EQ(CPK_THROWN_EXCEPTION, (*d->getExceptionParameters())[0].kind);
+    EXPECT_EQ(ZString("(Ljava/lang/Throwable;J)V"), d->getExceptionDescriptor());
+
+    ASSERT_EQ(3, d->getPatternCount());
+    EXPECT_EQ(ZString("com.acme.*"), d->getClassPattern(0));
+    EXPECT_EQ(ZString("(int, java.lang.String)"), d->getSignaturePattern(0));
+    EXPECT_EQ(ZString("void"), d->getReturnTypePattern(0));
+    EXPECT_FALSE(d->isNegative(0));
+    EXPECT_TRUE(d->isNegative(1));
+    EXPECT_EQ(ZString("java.util.*"), d->getClassPattern(1));
+    EXPECT_EQ(ZString("Ljavax/ejb/*;"), d->getClassAnnotationSignature(2));
+    EXPECT_EQ(ZString("Lm/Mark;"), d->getMethodAnnotationSignature(2));
+    EXPECT_EQ(ZString(""), d->getClassAnnotationSignature(0));
+}
+
+TEST_F(ProbeCreationTest, ReturnTypesAndThisRestrictions) {
+    {
+        ProbeCreationResult result;
+        ProbeDescriptor* d = valid("Replacing", result);
+        ASSERT_NE(nullptr, d);
+        EXPECT_TRUE(d->isOnExit());
+        EXPECT_TRUE(d->hasReturnValue());
+        EXPECT_EQ(ZString("Ljava/lang/String;"), d->getCallbackReturnType());
+        EXPECT_EQ(d->getReturnDescriptor(), d->getExceptionDescriptor());
+    }
+    {
+        ProbeCreationResult result;
+        ProbeDescriptor* d = valid("ThisOfClass", result);
+        ASSERT_NE(nullptr, d);
+        EXPECT_EQ(ZString("java/lang/String"), d->getInstanceOf()) << "@This of a class type restricts like @InstanceOf";
+        EXPECT_EQ(ZString("java.lang.String"), d->getRetransformList()[0]);
+    }
+    {
+        ProbeCreationResult result;
+        ProbeDescriptor* d = valid("ThisObject", result);
+        ASSERT_NE(nullptr, d);
+        EXPECT_TRUE(d->getInstanceOf().isEmpty());
+        EXPECT_TRUE(d->getRetransformList().isEmpty());
+    }
+    {
+        ProbeCreationResult result;
+        ProbeDescriptor* d = valid("EnterResultInHandler", result);
+        ASSERT_NE(nullptr, d);
+        EXPECT_TRUE(d->usesOnEnterResult());
+    }
+    {
+        // A void onReturn beside an int onUncaughtException is accepted on purpose.
+        ProbeCreationResult result;
+        ProbeDescriptor* d = valid("VoidReturnValueException", result);
+        ASSERT_NE(nullptr, d);
+        EXPECT_EQ(ZString("I"), d->getCallbackReturnType());
+        EXPECT_FALSE(d->hasReturnValue());
+        EXPECT_TRUE(d->isDiscardThrownException());
+    }
+}
+
+TEST_F(ProbeCreationTest, ABadPatternIsReportedAndTheOthersAreKept) {
+    ProbeCreationResult result;
+    create("cases/BadPattern", result);
+    EXPECT_FALSE(result.isOK());
+    ASSERT_EQ(1, result.getDescriptors().getSize());
+    ProbeDescriptor* d = result.getDescriptors()[0];
+    ASSERT_EQ(2, d->getPatternCount());
+    EXPECT_TRUE(d->isNegative(1));
+    EXPECT_EQ(ZString("java.util.*"), d->getClassPattern(1));
+}
+
+TEST_F(ProbeCreationTest, WarningsGoToTheLog) {
+    CapturedLog log;
+    ProbeCreationResult result;
+    for (const char* name : {"EnterAndReturn", "EnterAndUncaught", "ThisOfClass", "Replacing"}) {
+        create(std::string("cases/") + name, result);
+    }
+    std::vector<std::string> messages = log.messages();
+    auto logged = [&](const std::string& text) { return std::find(messages.begin(), messages.end(), text) != messages.end(); };
+    EXPECT_TRUE(logged("warning: probe class cases.EnterAndReturn: onEnter() and onReturn() without "
+                       "onUncaughtException(); consider using onExit()")) << log.content();
+    EXPECT_TRUE(logged("warning: probe class cases.EnterAndUncaught: onEnter() and onUncaughtException() without "
+                       "onReturn(); consider using onExit()")) << log.content();
+    EXPECT_FALSE(logged("warning: possible performance issue: probe class pattern is \"*\", none of @InstanceOf, @This, "
+                        "@RetransformIfInstanceOf specified: cases.ThisOfClass"));
+    EXPECT_TRUE(logged("warning: possible performance issue: probe class pattern is \"*\", none of @InstanceOf, @This, "
+                       "@RetransformIfInstanceOf specified: cases.Replacing")) << log.content();
+}
+
+TEST_F(ProbeCreationTest, ProbesByNameFromFoldersAndArchivesWithTheirInnerClasses) {
+    CapturedLog log;
+    fs::path jar = myWork / "probes.jar";
+    std::string output;
+    ASSERT_EQ(0, runCommand(javaHome() + "/bin/jar cf " + jar.string() + " -C " + (myWork / "classes").string() +
+                                " cases/WithInner.class -C " + (myWork / "classes").string() + " cases/Full.class",
+                            &output))
+        << output;
+    ourProbeClassPathElements.clear();
+    ourProbeClassPathElements.push(ZString(jar.string().c_str()));
+    ourProbeClassPathElements.push(ZString((myWork / "classes").string().c_str()));
+    ZVectorSafe<ZString> names;
+    for (const char* name : {"cases.WithInner", "cases.ThisObject", "cases.Missing"}) names.push(ZString(name));
+    ProbeCreationResult result;
+    {
+        LockHolder lock(&ourLock, LOCK_SITE);
+        Probes::createProbeDescriptors(names, PROBE_STATUS_NEW, result);
+    }
+    EXPECT_EQ("Error: probe class cases.Missing: class not found", errorsOf(result));
+    EXPECT_EQ(2, result.getDescriptors().getSize());
+    // The inner class is not in the archive; the lambda's is no class of its own.
+    EXPECT_EQ(ZString("cases.WithInner, cases.ThisObject"), result.getScannedClasses());
+    std::vector<std::string> messages = log.messages();
+    EXPECT_NE(messages.end(), std::find(messages.begin(), messages.end(), "warning: missing inner class: cases/WithInner$Inner"))
+        << log.content();
+
+    // From the folder, the inner class comes along.
+    ProbeCreationResult again;
+    ourProbeClassPathElements.remove(0);
+    names.remove(2);
+    {
+        LockHolder lock(&ourLock, LOCK_SITE);
+        Probes::createProbeDescriptors(names, PROBE_STATUS_NEW, again);
+        Probes::addProbes(again);
+    }
+    EXPECT_TRUE(again.isOK()) << errorsOf(again);
+    EXPECT_EQ(ZString("cases.WithInner, cases.WithInner$Inner, cases.ThisObject"), again.getScannedClasses());
+    ASSERT_EQ(2, Probes::ourProbeDescriptors.getSize());
+    EXPECT_EQ(2, Probes::ourTopProbes.getSize());
+
+    // Registering a class again fails and adds nothing.
+    ProbeCreationResult twice;
+    create("cases/ThisObject", twice);
+    {
+        LockHolder lock(&ourLock, LOCK_SITE);
+        Probes::addProbes(twice);
+    }
+    EXPECT_EQ("Error: probe class cases.ThisObject: probe class with such name has already been registered", errorsOf(twice));
+    EXPECT_EQ(2, Probes::ourProbeDescriptors.getSize());
+    ourProbeClassPathElements.clear();
+}
+
+TEST_F(ProbeCreationTest, WhichClassesAProbePatternMayReach) {
+    registerProbes({"cases/ThisObject"});
+    struct Case {
+        const char* className;
+        const char* pattern;
+        bool applicable;
+    } cases[] = {
+        {"java.util.ArrayList", "*", false},
+        {"java.util.ArrayList", "java.util.ArrayList", true},
+        {"java.util.ArrayList", "java.util.*", true},
+        {"com.ibm.db2.Driver", "*", true},  // taken back by "+com.ibm.db2."
+        {"com.ibm.Other", "*", false},
+        {"com.acme.Main", "com.*", true},
+        {"com.acme.Main$$Lambda$14/0x1", "com.*", false},
+        {"cases.ThisObject", "*", false},  // a probe class only for a pattern naming it
+        {"cases.ThisObject", "cases.ThisObject", true},
+        {"com.acme.Main", "org.*", false},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(c.applicable, Probes::isProbeApplicable(ZString(c.className), ZString(c.pattern)))
+            << c.className << " ~ " << c.pattern;
+    }
+}
+
+}  // namespace

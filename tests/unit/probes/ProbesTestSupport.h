@@ -1,0 +1,90 @@
+// Shared pieces of the probe tests: Java sources written and compiled with
+// the probe API, a clean registry per test, and the class load hook with the
+// probes wired in as the agent wires them.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+
+#include "instrumentation/InstrumentationJoints.h"
+#include "probes/Probes.h"
+#include "unit/instrumentation/InstrumentationTestSupport.h"
+
+namespace fs = std::filesystem;
+
+inline fs::path sourceRoot() { return fs::path(__FILE__).parent_path().parent_path().parent_path().parent_path(); }
+
+// Writes the sources (path below `dir`/src -> text) and compiles them with
+// the probe API into `dir`/classes; fails the test on a compiler error.
+inline void compileSources(const fs::path& dir, const std::map<std::string, std::string>& sources,
+                           const std::string& options = "--release 11") {
+    std::string files;
+    for (const auto& [path, text] : sources) {
+        fs::path file = dir / "src" / path;
+        fs::create_directories(file.parent_path());
+        std::ofstream(file) << text;
+        files += " " + file.string();
+    }
+    fs::create_directories(dir / "classes");
+    std::string output;
+    std::string command = javaHome() + "/bin/javac " + options + " -g -encoding UTF-8 -sourcepath " +
+                          (sourceRoot() / "probes/api").string() + " -d " + (dir / "classes").string() + files;
+    ASSERT_EQ(0, runCommand(command, &output)) << output;
+}
+
+inline void removeAllProbes() {
+    for (ProbeDescriptor* d : Probes::ourProbeDescriptors) delete d;
+    Probes::ourProbeDescriptors.clear();
+    for (TopProbe* top : Probes::ourTopProbes) delete top;
+    Probes::ourTopProbes.clear();
+}
+
+class ProbesTest : public InstrumentationTest {
+protected:
+    void SetUp() override {
+        InstrumentationTest::SetUp();
+        ourCapabilities.set(0);
+        removeAllProbes();
+        ourProbe2ActivityMode.clear();
+        Probes::readIgnoredPrefixesAndBCIFilter();
+        mySavedJoint = ourProbeJoint;
+        ourProbeJoint = {Probes::isDisabledProbeClass, Probes::isAnyProbeApplicable, Probes::applyProbes,
+                         Probes::isFilteredMethod};
+        myWork = fs::temp_directory_path() / ("corvane-probes-" + std::to_string(getpid()) + "-" +
+                                              testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(myWork);
+    }
+    void TearDown() override {
+        removeAllProbes();
+        ourProbe2ActivityMode.clear();
+        ourProbeJoint = mySavedJoint;
+        fs::remove_all(myWork);
+        InstrumentationTest::TearDown();
+    }
+
+    Bytes classBytes(const std::string& internalName) const {
+        return readBytes((myWork / "classes" / (internalName + ".class")).string());
+    }
+
+    // Compiles a probe class into a fresh result.
+    void create(const std::string& internalName, ProbeCreationResult& result) const {
+        Bytes bytes = classBytes(internalName);
+        ZVector<unsigned char> vector;
+        for (unsigned char b : bytes) vector.push(b);
+        LockHolder lock(&ourLock, LOCK_SITE);
+        Probes::createProbeDescriptor(&vector, PROBE_STATUS_SETTLED, &result, nullptr);
+    }
+
+    // Compiles and registers probe classes; fails the test on an error.
+    void registerProbes(const std::vector<std::string>& internalNames) const {
+        ProbeCreationResult result;
+        for (const std::string& name : internalNames) create(name, result);
+        LockHolder lock(&ourLock, LOCK_SITE);
+        Probes::addProbes(result);
+        ASSERT_TRUE(result.isOK()) << result.getAllErrors().c_str();
+    }
+
+    fs::path myWork;
+    ProbeJoint mySavedJoint;
+};

@@ -1,0 +1,5 @@
+package targets;
+
+public interface Shape {
+    double area();
+}
