@@ -93,4 +93,15 @@ JNIEXPORT jint JNICALL JVM_OnLoad(JavaVM* vm, char* options, void* reserved) {
 
 JNIEXPORT void JNICALL Agent_OnUnload(JavaVM* vm) {}
 
+// System.load in the UI's analysis process, where no agent entry point runs:
+// the layers are joined all the same, so that failures reach the log.
+JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM* vm, void* reserved) {
+    try {
+        wireAgent();
+    } catch (...) {
+        Logger::exceptionCaught(__FILE__, __LINE__);
+    }
+    return JNI_VERSION_1_8;
+}
+
 }  // extern "C"

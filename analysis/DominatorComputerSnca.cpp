@@ -1,0 +1,225 @@
+#include "analysis/DominatorComputerSnca.h"
+
+#include <cstring>
+
+#include "services/Logger.h"
+
+static void logLine(const char* text, int64_t value) {
+    ZString line(text);
+    line.appendLong(value);
+    Logger::messageWithStats(line);
+}
+
+void SemiNca::collectRoots(const int* roots, int rootCount, ZVector<int>& distinct) {
+    ZSet<int> seen(rootCount > 0 ? rootCount : 1);
+    for (int i = 0; i < rootCount; i++) {
+        if (seen.add(roots[i])) distinct.push(roots[i]);
+    }
+}
+
+int SemiNca::depthFirstSearchDom(RefTable& graph, const ZVector<int>& roots, int* ordinal, int* parentNode,
+                                 int* cursor) {
+    int n = graph.getSize();
+    const int* sc = graph.getStartAndCount();
+    memset(ordinal, 0xff, sizeof(int) * (size_t)n);
+    ordinal[0] = 0;
+    parentNode[0] = 0;
+    int next = 1;
+    for (int r = 0; r < roots.getSize(); r++) {
+        int root = roots[r];
+        if (ordinal[root] >= 0) continue;
+        ordinal[root] = next++;
+        parentNode[root] = 0;
+        cursor[root] = 0;
+        // The path from the root is kept in parentNode: no stack of our own.
+        int v = root;
+        while (v != 0) {
+            int k = cursor[v];
+            int count = sc[2 * (int64_t)v + 1];
+            int found = -1;
+            while (k < count && found < 0) {
+                int available;
+                const int* targets = graph.getRefsChunk(v, k, available);
+                for (int j = 0; j < available; j++) {
+                    if (ordinal[targets[j]] < 0) {
+                        found = targets[j];
+                        k += j + 1;
+                        break;
+                    }
+                }
+                if (found < 0) k += available;
+            }
+            if (found < 0) {
+                v = parentNode[v];
+                continue;
+            }
+            cursor[v] = k;
+            ordinal[found] = next++;
+            parentNode[found] = v;
+            cursor[found] = 0;
+            v = found;
+        }
+    }
+    return next;
+}
+
+void SemiNca::parentsByOrdinal(int n, const int* ordinal, const int* parentNode, int* parentOrdinal) {
+    for (int v = 0; v < n; v++) parentOrdinal[ordinal[v]] = ordinal[parentNode[v]];
+}
+
+void SemiNca::compressPath(int i, int v, int* ancestor, int* label, ZVector<int, 1024>& stack) {
+    // Up the processed part of the path (nodes above i), then back down,
+    // each node taking the smaller label of its ancestor and skipping to
+    // the ancestor's ancestor.
+    int x = v;
+    while (ancestor[x] > i) {
+        stack.push(x);
+        x = ancestor[x];
+    }
+    while (!stack.isEmpty()) {
+        int y = stack.pop();
+        int a = ancestor[y];
+        if (label[a] < label[y]) label[y] = label[a];
+        ancestor[y] = ancestor[a];
+    }
+}
+
+void SemiNca::logProgress(int i, int n) {
+    if ((i & 0xfffff) != 0) return;
+    ZString line("_dcc: 7: i=");
+    line.appendLong(i).append(" ").appendLong((int64_t)i * 100 / n).append("%");
+    Logger::messageWithStats(line);
+}
+
+SemiNca::ReversedGraphFiller::ReversedGraphFiller(RefTable& brt, int* cursor)
+    : myBrt(brt), mySc(brt.getStartAndCount()), myCursor(cursor), myBlocks(nullptr) {
+    int n = brt.getSize();
+    for (int v = 0; v < n; v++) brt.createRefs(v, mySc[2 * (int64_t)v + 1]);
+    if (brt.getNextFree() > 0) brt.getMainArea().createBlocksUpTo(brt.getNextFree() - 1);
+    myBlocks = brt.getMainArea().getBlockTable();
+    memset(cursor, 0, sizeof(int) * (size_t)n);
+}
+
+void mapDominatorsToNodes(int n, const int* ordinal, int* idom, int* ordinalToNode, int* scratch) {
+    for (int v = 0; v < n; v++) ordinalToNode[ordinal[v]] = v;
+    for (int k = 1; k < n; k++) idom[k] = ordinalToNode[idom[k]];
+    for (int v = 1; v < n; v++) scratch[v] = idom[ordinal[v]];
+    idom[0] = 0;
+    if (n > 1) memcpy(idom + 1, scratch + 1, sizeof(int) * (size_t)(n - 1));
+}
+
+DominatorComputerSnca::DominatorComputerSnca(int n, RefTable* graph, const int* roots, int rootCount,
+                                             BigIntArray64Presized* idom)
+    : myN(n), myGraph(graph), myRoots(roots), myRootCount(rootCount), myIdom(idom) {
+    KZT_ASSERT(n >= 1 && graph->getSize() == n && idom->getSize() >= n);
+}
+
+void DominatorComputerSnca::renumberGraph(const int* ordinal) {
+    BigIntArray64& area = myGraph->getMainArea();
+    int64_t used = myGraph->getNextFree();
+    for (int64_t position = 0; position < used; position += BigIntArray64::BLOCK_SIZE) {
+        int* block = area.getBuffer(position, false);
+        if (block == nullptr) continue;
+        int64_t end = used - position < BigIntArray64::BLOCK_SIZE ? used - position : BigIntArray64::BLOCK_SIZE;
+        for (int64_t j = 0; j < end; j++) block[j] = ordinal[block[j]];
+    }
+    int* sc = myGraph->getStartAndCount();
+    BigIntArray64Presized renumbered("da_sc", 2 * (int64_t)myN);
+    int* out = renumbered.getData();
+    for (int v = 0; v < myN; v++) {
+        int start = sc[2 * (int64_t)v];
+        int count = sc[2 * (int64_t)v + 1];
+        if (start < 0) {
+            int* extra = myGraph->getExtraArray(-start);
+            for (int j = 0; extra != nullptr && j < count; j++) extra[j] = ordinal[extra[j]];
+        }
+        int64_t k = 2 * (int64_t)ordinal[v];
+        out[k] = start;
+        out[k + 1] = count;
+    }
+    myGraph->replaceStartAndCount(&renumbered);
+}
+
+RefTable* DominatorComputerSnca::computeBRT(const ZVector<int>& roots, const int* ordinal, int* cursor) {
+    RefTable* brt = new RefTable("brt", myN);
+    int* counts = brt->getStartAndCount();
+    // Predecessor counts, from the last node to the first; the virtual root
+    // precedes every root.
+    for (int u = myN - 1; u >= 0; u--) {
+        int count = myGraph->getRefCount(u);
+        for (int k = 0; k < count;) {
+            int available;
+            const int* targets = myGraph->getRefsChunk(u, k, available);
+            for (int j = 0; j < available; j++) counts[2 * (int64_t)targets[j] + 1]++;
+            k += available;
+        }
+    }
+    for (int r = 0; r < roots.getSize(); r++) counts[2 * (int64_t)ordinal[roots[r]] + 1]++;
+    SemiNca::ReversedGraphFiller filler(*brt, cursor);
+    for (int r = 0; r < roots.getSize(); r++) filler.add(ordinal[roots[r]], 0);
+    for (int u = 0; u < myN; u++) {
+        int count = myGraph->getRefCount(u);
+        for (int k = 0; k < count;) {
+            int available;
+            const int* targets = myGraph->getRefsChunk(u, k, available);
+            for (int j = 0; j < available; j++) filler.add(targets[j], u);
+            k += available;
+        }
+    }
+    return brt;
+}
+
+void DominatorComputerSnca::compute() {
+    logLine("_dcc: enter: N=", myN);
+    int n = myN;
+    int* idom = myIdom->getData();
+    BigIntArray64Presized da1("da_1", n);
+    BigIntArray64Presized da2("da_2", n);
+    int* ordinal = da1.getData();
+    ZVector<int> roots;
+    SemiNca::collectRoots(myRoots, myRootCount, roots);
+
+    int reached = SemiNca::depthFirstSearchDom(*myGraph, roots, ordinal, da2.getData(), idom);
+    logLine("_dcc: 1: n=", reached);
+    KZT_ASSERT(reached == n);
+    SemiNca::parentsByOrdinal(n, ordinal, da2.getData(), idom);
+    renumberGraph(ordinal);
+
+    RefTable* brt = computeBRT(roots, ordinal, da2.getData());
+    myGraph->release();
+
+    BigIntArray64Presized da3("da_3", n);
+    BigIntArray64Presized da4("da_4", n);
+    int* ancestor = da2.getData();
+    int* semi = da3.getData();
+    int* label = da4.getData();
+    memcpy(ancestor, idom, sizeof(int) * (size_t)n);
+    for (int i = 0; i < n; i++) semi[i] = label[i] = i;
+
+    ZVector<int, 1024> stack;
+    for (int i = n - 1; i >= 1; i--) {
+        int count = brt->getRefCount(i);
+        int s = i;
+        for (int k = 0; k < count;) {
+            int available;
+            const int* predecessors = brt->getRefsChunk(i, k, available);
+            int chunk = SemiNca::semiDominator(i, predecessors, available, ancestor, label, stack);
+            if (chunk < s) s = chunk;
+            k += available;
+        }
+        semi[i] = label[i] = s;
+    }
+    logLine("_dcc: 6: stack size (bytes): ", (int64_t)stack.getCapacity() * (int64_t)sizeof(int));
+    delete brt;
+    da4.release();
+
+    for (int i = 1; i < n; i++) {
+        idom[i] = SemiNca::nearestCommonAncestor(idom[i], semi[i], idom);
+        SemiNca::logProgress(i, n);
+    }
+    idom[0] = 0;
+
+    Logger::messageWithStats(ZString("_dcc: 8"));
+    mapDominatorsToNodes(n, ordinal, idom, semi, ancestor);
+    Logger::messageWithStats(ZString("_dcc: exit"));
+}
