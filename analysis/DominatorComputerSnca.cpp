@@ -17,30 +17,31 @@ void SemiNca::collectRoots(const int* roots, int rootCount, ZVector<int>& distin
     }
 }
 
-int SemiNca::depthFirstSearchDom(RefTable& graph, const ZVector<int>& roots, int* ordinal, int* parentNode,
-                                 int* cursor) {
+int SemiNca::depthFirstSearchDom(RefTable& graph, const ZVector<int>& roots, int* ordinal, int* parentAndCursor) {
     int n = graph.getSize();
     const int* sc = graph.getStartAndCount();
     memset(ordinal, 0xff, sizeof(int) * (size_t)n);
     ordinal[0] = 0;
-    parentNode[0] = 0;
+    parentAndCursor[0] = 0;
     int next = 1;
     for (int r = 0; r < roots.getSize(); r++) {
         int root = roots[r];
         if (ordinal[root] >= 0) continue;
         ordinal[root] = next++;
-        parentNode[root] = 0;
-        cursor[root] = 0;
-        // The path from the root is kept in parentNode: no stack of our own.
+        parentAndCursor[2 * (int64_t)root] = 0;
+        parentAndCursor[2 * (int64_t)root + 1] = 0;
+        // The path from the root is kept in the parents: no stack of our own.
         int v = root;
         while (v != 0) {
-            int k = cursor[v];
+            int* state = parentAndCursor + 2 * (int64_t)v;
+            int k = state[1];
             int count = sc[2 * (int64_t)v + 1];
             int found = -1;
             while (k < count && found < 0) {
                 int available;
                 const int* targets = graph.getRefsChunk(v, k, available);
                 for (int j = 0; j < available; j++) {
+                    if (j + 8 < available) __builtin_prefetch(ordinal + targets[j + 8]);
                     if (ordinal[targets[j]] < 0) {
                         found = targets[j];
                         k += j + 1;
@@ -50,37 +51,41 @@ int SemiNca::depthFirstSearchDom(RefTable& graph, const ZVector<int>& roots, int
                 if (found < 0) k += available;
             }
             if (found < 0) {
-                v = parentNode[v];
+                v = state[0];
                 continue;
             }
-            cursor[v] = k;
+            state[1] = k;
             ordinal[found] = next++;
-            parentNode[found] = v;
-            cursor[found] = 0;
+            parentAndCursor[2 * (int64_t)found] = v;
+            parentAndCursor[2 * (int64_t)found + 1] = 0;
+            __builtin_prefetch(sc + 2 * (int64_t)found);
             v = found;
         }
     }
     return next;
 }
 
-void SemiNca::parentsByOrdinal(int n, const int* ordinal, const int* parentNode, int* parentOrdinal) {
-    for (int v = 0; v < n; v++) parentOrdinal[ordinal[v]] = ordinal[parentNode[v]];
+void SemiNca::parentsByOrdinal(int n, const int* ordinal, int* parentAndCursor) {
+    for (int v = 0; v < n; v++) {
+        parentAndCursor[2 * (int64_t)ordinal[v] + 1] = ordinal[parentAndCursor[2 * (int64_t)v]];
+    }
 }
 
-void SemiNca::compressPath(int i, int v, int* ancestor, int* label, ZVector<int, 1024>& stack) {
+void SemiNca::compressPath(int i, int v, int* ancestorAndLabel, ZVector<int, 1024>& stack) {
     // Up the processed part of the path (nodes above i), then back down,
     // each node taking the smaller label of its ancestor and skipping to
     // the ancestor's ancestor.
+    int* pairs = ancestorAndLabel;
     int x = v;
-    while (ancestor[x] > i) {
+    while (pairs[2 * (int64_t)x] > i) {
         stack.push(x);
-        x = ancestor[x];
+        x = pairs[2 * (int64_t)x];
     }
     while (!stack.isEmpty()) {
-        int y = stack.pop();
-        int a = ancestor[y];
-        if (label[a] < label[y]) label[y] = label[a];
-        ancestor[y] = ancestor[a];
+        int* y = pairs + 2 * (int64_t)stack.pop();
+        const int* a = pairs + 2 * (int64_t)y[0];
+        if (a[1] < y[1]) y[1] = a[1];
+        y[0] = a[0];
     }
 }
 
@@ -92,12 +97,16 @@ void SemiNca::logProgress(int i, int n) {
 }
 
 SemiNca::ReversedGraphFiller::ReversedGraphFiller(RefTable& brt, int* cursor)
-    : myBrt(brt), mySc(brt.getStartAndCount()), myCursor(cursor), myBlocks(nullptr) {
+    : myBrt(brt), myCursor(cursor), myBlocks(nullptr) {
     int n = brt.getSize();
-    for (int v = 0; v < n; v++) brt.createRefs(v, mySc[2 * (int64_t)v + 1]);
+    int* sc = brt.getStartAndCount();
+    for (int v = 0; v < n; v++) {
+        brt.createRefs(v, sc[2 * (int64_t)v + 1]);
+        int start = sc[2 * (int64_t)v];
+        cursor[v] = start >= 0 ? start : INT32_MIN;
+    }
     if (brt.getNextFree() > 0) brt.getMainArea().createBlocksUpTo(brt.getNextFree() - 1);
     myBlocks = brt.getMainArea().getBlockTable();
-    memset(cursor, 0, sizeof(int) * (size_t)n);
 }
 
 void mapDominatorsToNodes(int n, const int* ordinal, int* idom, int* ordinalToNode, int* scratch) {
@@ -150,7 +159,10 @@ RefTable* DominatorComputerSnca::computeBRT(const ZVector<int>& roots, const int
         for (int k = 0; k < count;) {
             int available;
             const int* targets = myGraph->getRefsChunk(u, k, available);
-            for (int j = 0; j < available; j++) counts[2 * (int64_t)targets[j] + 1]++;
+            for (int j = 0; j < available; j++) {
+                if (j + 8 < available) __builtin_prefetch(counts + 2 * (int64_t)targets[j + 8] + 1);
+                counts[2 * (int64_t)targets[j] + 1]++;
+            }
             k += available;
         }
     }
@@ -162,7 +174,10 @@ RefTable* DominatorComputerSnca::computeBRT(const ZVector<int>& roots, const int
         for (int k = 0; k < count;) {
             int available;
             const int* targets = myGraph->getRefsChunk(u, k, available);
-            for (int j = 0; j < available; j++) filler.add(targets[j], u);
+            for (int j = 0; j < available; j++) {
+                if (j + 8 < available) filler.prefetch(targets[j + 8]);
+                filler.add(targets[j], u);
+            }
             k += available;
         }
     }
@@ -174,44 +189,53 @@ void DominatorComputerSnca::compute() {
     int n = myN;
     int* idom = myIdom->getData();
     BigIntArray64Presized da1("da_1", n);
-    BigIntArray64Presized da2("da_2", n);
     int* ordinal = da1.getData();
     ZVector<int> roots;
     SemiNca::collectRoots(myRoots, myRootCount, roots);
-
-    int reached = SemiNca::depthFirstSearchDom(*myGraph, roots, ordinal, da2.getData(), idom);
-    logLine("_dcc: 1: n=", reached);
-    KZT_ASSERT(reached == n);
-    SemiNca::parentsByOrdinal(n, ordinal, da2.getData(), idom);
+    {
+        BigIntArray64Presized da2("da_2", 2 * (int64_t)n);
+        int reached = SemiNca::depthFirstSearchDom(*myGraph, roots, ordinal, da2.getData());
+        logLine("_dcc: 1: n=", reached);
+        KZT_ASSERT(reached == n);
+        int* parents = da2.getData();
+        SemiNca::parentsByOrdinal(n, ordinal, parents);
+        for (int k = 0; k < n; k++) idom[k] = parents[2 * (int64_t)k + 1];
+    }
     renumberGraph(ordinal);
 
-    RefTable* brt = computeBRT(roots, ordinal, da2.getData());
+    RefTable* brt;
+    {
+        BigIntArray64Presized cursor("da_2", n);
+        brt = computeBRT(roots, ordinal, cursor.getData());
+    }
     myGraph->release();
 
     BigIntArray64Presized da3("da_3", n);
-    BigIntArray64Presized da4("da_4", n);
-    int* ancestor = da2.getData();
     int* semi = da3.getData();
-    int* label = da4.getData();
-    memcpy(ancestor, idom, sizeof(int) * (size_t)n);
-    for (int i = 0; i < n; i++) semi[i] = label[i] = i;
-
-    ZVector<int, 1024> stack;
-    for (int i = n - 1; i >= 1; i--) {
-        int count = brt->getRefCount(i);
-        int s = i;
-        for (int k = 0; k < count;) {
-            int available;
-            const int* predecessors = brt->getRefsChunk(i, k, available);
-            int chunk = SemiNca::semiDominator(i, predecessors, available, ancestor, label, stack);
-            if (chunk < s) s = chunk;
-            k += available;
+    {
+        BigIntArray64Presized da4("da_4", 2 * (int64_t)n);
+        int* ancestorAndLabel = da4.getData();
+        for (int i = 0; i < n; i++) {
+            semi[i] = i;
+            ancestorAndLabel[2 * (int64_t)i] = idom[i];
+            ancestorAndLabel[2 * (int64_t)i + 1] = i;
         }
-        semi[i] = label[i] = s;
+        ZVector<int, 1024> stack;
+        for (int i = n - 1; i >= 1; i--) {
+            int count = brt->getRefCount(i);
+            int s = i;
+            for (int k = 0; k < count;) {
+                int available;
+                const int* predecessors = brt->getRefsChunk(i, k, available);
+                int chunk = SemiNca::semiDominator(i, predecessors, available, ancestorAndLabel, stack);
+                if (chunk < s) s = chunk;
+                k += available;
+            }
+            semi[i] = ancestorAndLabel[2 * (int64_t)i + 1] = s;
+        }
+        logLine("_dcc: 6: stack size (bytes): ", (int64_t)stack.getCapacity() * (int64_t)sizeof(int));
+        delete brt;
     }
-    logLine("_dcc: 6: stack size (bytes): ", (int64_t)stack.getCapacity() * (int64_t)sizeof(int));
-    delete brt;
-    da4.release();
 
     for (int i = 1; i < n; i++) {
         idom[i] = SemiNca::nearestCommonAncestor(idom[i], semi[i], idom);
@@ -220,6 +244,7 @@ void DominatorComputerSnca::compute() {
     idom[0] = 0;
 
     Logger::messageWithStats(ZString("_dcc: 8"));
-    mapDominatorsToNodes(n, ordinal, idom, semi, ancestor);
+    BigIntArray64Presized scratch("da_5", n);
+    mapDominatorsToNodes(n, ordinal, idom, semi, scratch.getData());
     Logger::messageWithStats(ZString("_dcc: exit"));
 }

@@ -7,6 +7,8 @@
 // they no longer need it.
 #pragma once
 
+#include <cstdint>
+
 #include "analysis/BigIntArray64.h"
 #include "analysis/RefTable.h"
 #include "foundation/ZMap.h"
@@ -19,22 +21,26 @@ public:
     // The distinct roots, in their first order.
     static void collectRoots(const int* roots, int rootCount, ZVector<int>& distinct);
     // Numbers the nodes in depth-first preorder from the virtual root:
-    // ordinal[node], and parentNode[node] in the graph's numbering; `cursor`
-    // is scratch of n ints. Returns the count of nodes reached.
-    static int depthFirstSearchDom(RefTable& graph, const ZVector<int>& roots, int* ordinal, int* parentNode,
-                                   int* cursor);
-    // parentOrdinal[ordinal[v]] := ordinal[parentNode[v]].
-    static void parentsByOrdinal(int n, const int* ordinal, const int* parentNode, int* parentOrdinal);
+    // ordinal[node]; parentAndCursor holds two ints per node, its parent in
+    // the graph's numbering and the search's place among its references.
+    // Returns the count of nodes reached.
+    static int depthFirstSearchDom(RefTable& graph, const ZVector<int>& roots, int* ordinal, int* parentAndCursor);
+    // After the search: the parent of the node with ordinal k, as an
+    // ordinal, goes to parentAndCursor[2 * k + 1], where the cursors were.
+    static void parentsByOrdinal(int n, const int* ordinal, int* parentAndCursor);
 
     // Step 5 for node i over some of its predecessors (in depth-first
-    // numbers): the smallest semidominator candidate they give.
-    static int semiDominator(int i, const int* predecessors, int count, int* ancestor, int* label,
+    // numbers): the smallest semidominator candidate they give. Ancestor and
+    // label of node x sit side by side, at 2 * x and 2 * x + 1, so that a
+    // step up a path costs one cache line.
+    static int semiDominator(int i, const int* predecessors, int count, int* ancestorAndLabel,
                              ZVector<int, 1024>& stack) {
         int semi = i;
         for (int k = 0; k < count; k++) {
+            if (k + 8 < count) __builtin_prefetch(ancestorAndLabel + 2 * (int64_t)predecessors[k + 8]);
             int v = predecessors[k];
-            if (v > i) compressPath(i, v, ancestor, label, stack);
-            int candidate = label[v];
+            if (v > i) compressPath(i, v, ancestorAndLabel, stack);
+            int candidate = ancestorAndLabel[2 * (int64_t)v + 1];
             if (candidate < semi) semi = candidate;
         }
         return semi;
@@ -50,30 +56,30 @@ public:
 
     // Fills a reversed graph whose counts stand in its start and count
     // column: gives every node its references, then add() puts a
-    // predecessor at the node's next free place, counted in `cursor`.
+    // predecessor at the node's next free place. `cursor` (n ints) holds
+    // that place: a main-area position, or for an extra entry the index
+    // counted up from INT_MIN.
     class ReversedGraphFiller {
     public:
         ReversedGraphFiller(RefTable& brt, int* cursor);
+        void prefetch(int target) const { __builtin_prefetch(myCursor + target); }
         void add(int target, int source) {
-            int start = mySc[2 * (int64_t)target];
-            int index = myCursor[target]++;
-            if (start < 0) {
-                myBrt.setRef(target, index, source);
-                return;
+            int place = myCursor[target]++;
+            if (place >= 0) {
+                myBlocks[place >> BigIntArray64::BLOCK_SHIFT][place & BigIntArray64::BLOCK_MASK] = source;
+            } else {
+                myBrt.setRef(target, place - INT32_MIN, source);
             }
-            int64_t position = (int64_t)start + index;
-            myBlocks[position >> BigIntArray64::BLOCK_SHIFT][position & BigIntArray64::BLOCK_MASK] = source;
         }
 
     private:
         RefTable& myBrt;
-        const int* mySc;
         int* myCursor;
         int* const* myBlocks;
     };
 
 private:
-    static void compressPath(int i, int v, int* ancestor, int* label, ZVector<int, 1024>& stack);
+    static void compressPath(int i, int v, int* ancestorAndLabel, ZVector<int, 1024>& stack);
 };
 
 class DominatorComputerSnca {

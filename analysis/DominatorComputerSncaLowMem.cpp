@@ -60,15 +60,18 @@ void DominatorComputerSnca_LowMem::compute() {
     std::unique_ptr<BigIntArray64Presized> da1(new BigIntArray64Presized("da_1", n));
     logPhase("_dcc: dfsd: 2 begin");
     {
-        BigIntArray64Presized da2("da_2", n);
+        BigIntArray64Presized da2("da_2", 2 * (int64_t)n);
         logPhase("_dcc: dfsd: 3 begin");
         logPhase("_dcc: dfsd: 4 begin");
-        int reached = SemiNca::depthFirstSearchDom(*myGraph, roots, da1->getData(), da2.getData(), idom);
+        int reached = SemiNca::depthFirstSearchDom(*myGraph, roots, da1->getData(), da2.getData());
         logPhase("_dcc: dfsd: 4 end");
         logValue("_dcc: 1: n=", reached);
         KZT_ASSERT(reached == n);
-        SemiNca::parentsByOrdinal(n, da1->getData(), da2.getData(), idom);
-        writeInts(parentFile, idom, n);
+        int* parents = da2.getData();
+        SemiNca::parentsByOrdinal(n, da1->getData(), parents);
+        std::unique_ptr<IntFileWriter> writer(parentFile.openForWriting());
+        for (int k = 0; k < n; k++) writer->writeInt(parents[2 * (int64_t)k + 1]);
+        if (!writer->close()) failFatal((ZString("Write error: ") + parentFile.getPath()).c_str(), __FILE__, __LINE__);
         logPhase("_dcc: dfsd: 3 end");
     }
     writeInts(ordinalFile, da1->getData(), n);
@@ -84,6 +87,7 @@ void DominatorComputerSnca_LowMem::compute() {
         RefTable brt("brt", n);
         int* sc = brt.getStartAndCount();
         forEachInputEdge([&](int, int target) { sc[2 * (int64_t)ordinal[target] + 1]++; });
+        // Counted: its places go to the result array, free until the end.
         for (int r = 0; r < roots.getSize(); r++) sc[2 * (int64_t)ordinal[roots[r]] + 1]++;
         logPhase("_dcc: brt: 2");
         SemiNca::ReversedGraphFiller filler(brt, idom);
@@ -106,17 +110,16 @@ void DominatorComputerSnca_LowMem::compute() {
         if (!writer->close()) failFatal((ZString("Write error: ") + brtFile.getPath()).c_str(), __FILE__, __LINE__);
     }
 
-    // Semidominators, with the ancestors kept in the result array.
-    BigIntArray64Presized da3("da_3", n);
-    int* semi = da3.getData();
+    // Semidominators, kept in the result array: the nearest common
+    // ancestors below overwrite each one only after reading it.
+    int* semi = idom;
     {
-        BigIntArray64Presized da4("da_4", n);
-        int* label = da4.getData();
-        int* ancestor = idom;
+        BigIntArray64Presized da4("da_4", 2 * (int64_t)n);
+        int* ancestorAndLabel = da4.getData();
         std::unique_ptr<FileReader> parents(parentFile.openForReading());
         for (int i = 0; i < n; i++) {
-            ancestor[i] = readIntOrFail(*parents);
-            semi[i] = label[i] = i;
+            ancestorAndLabel[2 * (int64_t)i] = readIntOrFail(*parents);
+            ancestorAndLabel[2 * (int64_t)i + 1] = semi[i] = i;
         }
         std::unique_ptr<FileReader> predecessorsIn(brtFile.openForReading());
         ZVector<int> chunk(4096);
@@ -128,11 +131,11 @@ void DominatorComputerSnca_LowMem::compute() {
             while (count > 0) {
                 int part = count < 4096 ? count : 4096;
                 for (int k = 0; k < part; k++) chunk[k] = readIntOrFail(*predecessorsIn);
-                int candidate = SemiNca::semiDominator(i, chunk.getElements(), part, ancestor, label, stack);
+                int candidate = SemiNca::semiDominator(i, chunk.getElements(), part, ancestorAndLabel, stack);
                 if (candidate < s) s = candidate;
                 count -= part;
             }
-            semi[i] = label[i] = s;
+            semi[i] = ancestorAndLabel[2 * (int64_t)i + 1] = s;
         }
         logValue("_dcc: 6: stack size (bytes): ", (int64_t)stack.getCapacity() * (int64_t)sizeof(int));
     }
@@ -152,17 +155,25 @@ void DominatorComputerSnca_LowMem::compute() {
     // Back to the input's numbers, the depth-first numbers read in order.
     Logger::messageWithStats(ZString("_dcc: 8"));
     {
-        int* ordinalToNode = semi;
+        BigIntArray64Presized da3("da_3", n);
+        int* ordinalToNode = da3.getData();
         std::unique_ptr<FileReader> ordinals(ordinalFile.openForReading());
-        for (int v = 0; v < n; v++) ordinalToNode[readIntOrFail(*ordinals)] = v;
+        for (int v = 0; v < n; v++) {
+            int ordinal = readIntOrFail(*ordinals);
+            KZT_ASSERT(ordinal >= 0 && ordinal < n);
+            ordinalToNode[ordinal] = v;
+        }
         for (int k = 1; k < n; k++) idom[k] = ordinalToNode[idom[k]];
     }
-    da3.release();
     {
         BigIntArray64Presized byNode("da_5", n);
         int* result = byNode.getData();
         std::unique_ptr<FileReader> ordinals(ordinalFile.openForReading());
-        for (int v = 0; v < n; v++) result[v] = idom[readIntOrFail(*ordinals)];
+        for (int v = 0; v < n; v++) {
+            int ordinal = readIntOrFail(*ordinals);
+            KZT_ASSERT(ordinal >= 0 && ordinal < n);
+            result[v] = idom[ordinal];
+        }
         result[0] = 0;
         memcpy(idom, result, sizeof(int) * (size_t)n);
     }
