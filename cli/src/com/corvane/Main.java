@@ -2,6 +2,7 @@ package com.corvane;
 
 import com.corvane.commands.AttachCommand;
 import com.corvane.commands.FlamegraphCommand;
+import com.corvane.commands.HeapCommand;
 import com.corvane.commands.Io;
 import com.corvane.commands.ReportCommand;
 import com.corvane.commands.RunCommand;
@@ -18,7 +19,7 @@ import picocli.CommandLine.Spec;
 /** The corvane command-line tool: runs and attaches the profiler, reads its snapshots. */
 @Command(name = "corvane", mixinStandardHelpOptions = true, versionProvider = Main.Version.class,
         description = {"Corvane Java Profiler: run or attach the profiler agent, read its snapshots.", ""},
-        subcommands = {RunCommand.class, AttachCommand.class, ReportCommand.class, FlamegraphCommand.class,
+        subcommands = {RunCommand.class, AttachCommand.class, ReportCommand.class, FlamegraphCommand.class, HeapCommand.class,
             CommandLine.HelpCommand.class, AutoComplete.GenerateCompletion.class},
         footer = {"", "Run 'corvane <command> --help' for a command's options.",
             "Shell completion: source <(corvane generate-completion)"})

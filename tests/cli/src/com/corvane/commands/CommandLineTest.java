@@ -1,16 +1,14 @@
 package com.corvane.commands;
 
+import static com.corvane.testing.CorvaneRun.corvane;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
-import com.corvane.Main;
+import com.corvane.testing.CorvaneRun;
 import com.corvane.testing.JsonParser;
 import com.corvane.testing.Samples;
 import com.corvane.testing.SnapshotFileWriter;
-import java.io.ByteArrayOutputStream;
-import java.io.PrintStream;
-import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.Arrays;
@@ -24,22 +22,8 @@ class CommandLineTest {
     @TempDir
     Path dir;
 
-    record Result(int code, String out, String err) {
-        List<String> errLines() {
-            return err.isEmpty() ? List.of() : Arrays.asList(err.split("\n"));
-        }
-    }
-
-    static Result corvane(String... args) {
-        ByteArrayOutputStream out = new ByteArrayOutputStream();
-        ByteArrayOutputStream err = new ByteArrayOutputStream();
-        int code = Main.execute(args, new Io(new PrintStream(out, true, StandardCharsets.UTF_8),
-                new PrintStream(err, true, StandardCharsets.UTF_8), false));
-        return new Result(code, out.toString(StandardCharsets.UTF_8), err.toString(StandardCharsets.UTF_8));
-    }
-
     /** A user error: one line on stderr, no stack trace, a non-zero code. */
-    private static void assertOneLineError(Result result, int code, String line) {
+    private static void assertOneLineError(CorvaneRun result, int code, String line) {
         assertEquals(code, result.code(), result.err());
         assertEquals(List.of(line), result.errLines());
         assertEquals("", result.out());
@@ -59,7 +43,7 @@ class CommandLineTest {
         byte[] whole = Samples.sampled().toBytes();
         Path cut = dir.resolve("cut.snapshot");
         Files.write(cut, Arrays.copyOf(whole, whole.length - 3));
-        Result truncated = corvane("report", cut.toString());
+        CorvaneRun truncated = corvane("report", cut.toString());
         assertEquals(1, truncated.code());
         assertEquals(1, truncated.errLines().size());
         assertTrue(truncated.err().startsWith("corvane: " + cut + ": truncated snapshot: the file ends at offset "
@@ -84,18 +68,18 @@ class CommandLineTest {
                 "corvane report: Invalid value for option '--depth': 'deep' is not an int (see 'corvane report --help')");
         assertOneLineError(corvane("frobnicate"), 2,
                 "corvane: Unmatched argument at index 0: 'frobnicate' (see 'corvane --help')");
-        Result none = corvane();
+        CorvaneRun none = corvane();
         assertEquals(2, none.code());
         assertTrue(none.err().contains("Usage: corvane"), none.err());
     }
 
     @Test
     void helpDescribesEveryCommandAndOption() {
-        Result help = corvane("--help");
+        CorvaneRun help = corvane("--help");
         assertEquals(0, help.code());
         for (String command : new String[] {"run", "attach", "report", "flamegraph"}) {
             assertTrue(help.out().contains("  " + command + " "), help.out());
-            Result commandHelp = corvane(command, "--help");
+            CorvaneRun commandHelp = corvane(command, "--help");
             assertEquals(0, commandHelp.code());
             assertTrue(commandHelp.out().startsWith("Usage: corvane " + command), commandHelp.out());
         }
@@ -115,7 +99,7 @@ class CommandLineTest {
     @Test
     void reportAsJson() throws Exception {
         Path snapshot = Samples.sampled().write(dir.resolve("app.snapshot"));
-        Result result = corvane("report", "--json", "--hotspots", "2", snapshot.toString());
+        CorvaneRun result = corvane("report", "--json", "--hotspots", "2", snapshot.toString());
         assertEquals(0, result.code(), result.err());
         @SuppressWarnings("unchecked")
         Map<String, Object> json = (Map<String, Object>) JsonParser.parse(result.out());
@@ -129,7 +113,7 @@ class CommandLineTest {
     @SuppressWarnings("unchecked")
     void reportOfSelectedThreads() throws Exception {
         Path snapshot = Samples.sampled().write(dir.resolve("app.snapshot"));
-        Result result = corvane("report", "--json", "--thread", "w?rk*", snapshot.toString());
+        CorvaneRun result = corvane("report", "--json", "--thread", "w?rk*", snapshot.toString());
         assertEquals(0, result.code(), result.err());
         Map<String, Object> json = (Map<String, Object>) JsonParser.parse(result.out());
         assertEquals(400_000_000L, json.get("totalTimeNs"));
@@ -142,7 +126,7 @@ class CommandLineTest {
         assertEquals(Samples.HOT_METHOD, top.get("method"));
         assertEquals(75.0, ((Number) top.get("ownPercent")).doubleValue());
 
-        Result brief = corvane("report", "--brief", "--thread", "main", snapshot.toString());
+        CorvaneRun brief = corvane("report", "--brief", "--thread", "main", snapshot.toString());
         assertEquals(0, brief.code(), brief.err());
         assertTrue(brief.out().contains("100% = 1,000.0 ms of recorded CPU time in 1 thread"), brief.out());
         assertTrue(brief.out().contains("Hot spots of thread \"main\""), brief.out());
@@ -153,7 +137,7 @@ class CommandLineTest {
     @Test
     void reportAsText() throws Exception {
         Path snapshot = Samples.sampled().write(dir.resolve("app.snapshot"));
-        Result result = corvane("report", snapshot.toString());
+        CorvaneRun result = corvane("report", snapshot.toString());
         assertEquals(0, result.code(), result.err());
         assertTrue(result.out().contains(Samples.HOT_METHOD));
         assertTrue(result.out().contains("Hot spots: 4 of 4 methods"), result.out());
@@ -162,7 +146,7 @@ class CommandLineTest {
     @Test
     void collapsedStacksAddUpToTheRecordedTime() throws Exception {
         Path snapshot = Samples.sampled().write(dir.resolve("app.snapshot"));
-        Result result = corvane("flamegraph", snapshot.toString(), "--format", "collapsed");
+        CorvaneRun result = corvane("flamegraph", snapshot.toString(), "--format", "collapsed");
         assertEquals(0, result.code(), result.err());
         long sum = 0;
         for (String line : result.out().split("\n")) {
@@ -173,7 +157,7 @@ class CommandLineTest {
         assertTrue(result.out().contains("com.example.Main.main(java.lang.String[]);" + Samples.HOT_METHOD
                 + " 700000000\n"), result.out());
 
-        Result perThread = corvane("flamegraph", snapshot.toString(), "--format", "collapsed", "--threads");
+        CorvaneRun perThread = corvane("flamegraph", snapshot.toString(), "--format", "collapsed", "--threads");
         assertTrue(perThread.out().contains("worker;com.example.Worker.run();" + Samples.HOT_METHOD + " 300000000"),
                 perThread.out());
     }
@@ -182,7 +166,7 @@ class CommandLineTest {
     void htmlFlameGraphIsSelfContained() throws Exception {
         Path snapshot = Samples.sampled().write(dir.resolve("app.snapshot"));
         Path html = dir.resolve("out.html");
-        Result result = corvane("flamegraph", snapshot.toString(), "-o", html.toString());
+        CorvaneRun result = corvane("flamegraph", snapshot.toString(), "-o", html.toString());
         assertEquals(0, result.code(), result.err());
         assertEquals(List.of("corvane: flame graph written: " + html), result.errLines());
         String page = Files.readString(html);
@@ -197,7 +181,7 @@ class CommandLineTest {
     void emptySnapshotStillGivesAFlameGraph() throws Exception {
         Path snapshot = new SnapshotFileWriter().writeTo(dir.resolve("empty.snapshot"));
         Path html = dir.resolve("empty.html");
-        Result result = corvane("flamegraph", snapshot.toString(), "-o", html.toString());
+        CorvaneRun result = corvane("flamegraph", snapshot.toString(), "-o", html.toString());
         assertEquals(0, result.code());
         assertTrue(result.err().contains("holds no CPU time"));
         assertTrue(Files.exists(html));
