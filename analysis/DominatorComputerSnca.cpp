@@ -37,6 +37,15 @@ int SemiNca::depthFirstSearchDom(RefTable& graph, const ZVector<int>& roots, int
             int k = state[1];
             int count = sc[2 * (int64_t)v + 1];
             int found = -1;
+            if (k == 0 && count > 0) {
+                // First visit: the search will look at these targets' numbers.
+                int available;
+                const int* targets = graph.getRefsChunk(v, 0, available);
+                for (int j = 0; j < available && j < 16; j++) {
+                    __builtin_prefetch(ordinal + targets[j]);
+                    __builtin_prefetch(sc + 2 * (int64_t)targets[j]);
+                }
+            }
             while (k < count && found < 0) {
                 int available;
                 const int* targets = graph.getRefsChunk(v, k, available);
@@ -175,7 +184,8 @@ RefTable* DominatorComputerSnca::computeBRT(const ZVector<int>& roots, const int
             int available;
             const int* targets = myGraph->getRefsChunk(u, k, available);
             for (int j = 0; j < available; j++) {
-                if (j + 8 < available) filler.prefetch(targets[j + 8]);
+                if (j + 16 < available) filler.prefetch(targets[j + 16]);
+                if (j + 8 < available) filler.prefetchPlace(targets[j + 8]);
                 filler.add(targets[j], u);
             }
             k += available;
@@ -221,8 +231,17 @@ void DominatorComputerSnca::compute() {
             ancestorAndLabel[2 * (int64_t)i + 1] = i;
         }
         ZVector<int, 1024> stack;
+        const int* brtSc = brt->getStartAndCount();
+        BigIntArray64& brtArea = brt->getMainArea();
         for (int i = n - 1; i >= 1; i--) {
-            int count = brt->getRefCount(i);
+            // The nodes to come lie just before in the reversed graph: fetch
+            // the pairs of a predecessor some way ahead.
+            int64_t ahead = (int64_t)brtSc[2 * (int64_t)i] - 16;
+            if (ahead >= 0) {
+                const int* block = brtArea.getBlock(ahead);
+                if (block != nullptr) __builtin_prefetch(ancestorAndLabel + 2 * (int64_t)block[ahead & BigIntArray64::BLOCK_MASK]);
+            }
+            int count = brtSc[2 * (int64_t)i + 1];
             int s = i;
             for (int k = 0; k < count;) {
                 int available;
@@ -237,11 +256,7 @@ void DominatorComputerSnca::compute() {
         delete brt;
     }
 
-    for (int i = 1; i < n; i++) {
-        idom[i] = SemiNca::nearestCommonAncestor(idom[i], semi[i], idom);
-        SemiNca::logProgress(i, n);
-    }
-    idom[0] = 0;
+    SemiNca::nearestCommonAncestors(n, semi, idom);
 
     Logger::messageWithStats(ZString("_dcc: 8"));
     BigIntArray64Presized scratch("da_5", n);

@@ -47,6 +47,16 @@ public:
     }
     // Step 6 for node i: the nearest common ancestor of its parent and its
     // semidominator in the dominator tree built so far.
+    // Steps 6 for i from 1 up, idom holding the parents; idom[x] for x below
+    // i is final by then.
+    static void nearestCommonAncestors(int n, const int* semi, int* idom) {
+        for (int i = 1; i < n; i++) {
+            if (i + 16 < n) __builtin_prefetch(idom + idom[i + 16]);
+            idom[i] = nearestCommonAncestor(idom[i], semi[i], idom);
+            logProgress(i, n);
+        }
+        idom[0] = 0;
+    }
     static int nearestCommonAncestor(int parent, int semi, const int* idom) {
         int x = parent;
         while (x > semi) x = idom[x];
@@ -63,6 +73,13 @@ public:
     public:
         ReversedGraphFiller(RefTable& brt, int* cursor);
         void prefetch(int target) const { __builtin_prefetch(myCursor + target); }
+        // Once the cursor is at hand: the place the predecessor will go to.
+        void prefetchPlace(int target) const {
+            int place = myCursor[target];
+            if (place >= 0) {
+                __builtin_prefetch(&myBlocks[place >> BigIntArray64::BLOCK_SHIFT][place & BigIntArray64::BLOCK_MASK], 1);
+            }
+        }
         void add(int target, int source) {
             int place = myCursor[target]++;
             if (place >= 0) {

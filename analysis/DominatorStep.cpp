@@ -64,7 +64,10 @@ bool dcImpl(const ZString& inputPath, const ZString& outputPath, const ZString& 
     Logger::message(ZString("Reading input: ") + inputPath);
     int32_t nc;
     if (!reader.readIntLE(nc)) return endOfInput(inputPath);
-    if (nc < 1 || nc >= 0x3fffffff) return refuse("bad node count: ", nc);
+    // Every node takes at least its count, and the root count follows.
+    if (nc < 1 || nc >= 0x3fffffff || nc - 1 > getFileSize(inputPath.c_str()) / 4 - 2) {
+        return refuse("bad node count: ", nc);
+    }
 
     std::unique_ptr<RefTable> graph(new RefTable("dc", nc));
     int64_t total;
