@@ -26,7 +26,7 @@ ObjectStorage::~ObjectStorage() {
 
 int64_t ObjectStorage::getLong(const BigIntArray64& column, int object) const {
     int64_t index = 2 * (int64_t)checked(object);
-    return (int64_t)(uint32_t)column.get(index) | (int64_t)column.get(index + 1) << 32;
+    return (int64_t)((uint64_t)(uint32_t)column.get(index) | (uint64_t)(uint32_t)column.get(index + 1) << 32);
 }
 
 void ObjectStorage::setLong(BigIntArray64& column, int object, int64_t value) {
@@ -51,7 +51,7 @@ void ObjectStorage::setGeneration(int object, int generation) {
 }
 
 int64_t ObjectStorage::getOID(int object) const {
-    return (int64_t)(uint32_t)myOIDLows.get(checked(object)) | (int64_t)myOIDHighs.get(object) << 32;
+    return (int64_t)((uint64_t)(uint32_t)myOIDLows.get(checked(object)) | (uint64_t)(uint32_t)myOIDHighs.get(object) << 32);
 }
 
 void ObjectStorage::setOID(int object, int64_t oid) {
