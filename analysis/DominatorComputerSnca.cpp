@@ -234,12 +234,20 @@ void DominatorComputerSnca::compute() {
         const int* brtSc = brt->getStartAndCount();
         BigIntArray64& brtArea = brt->getMainArea();
         for (int i = n - 1; i >= 1; i--) {
-            // The nodes to come lie just before in the reversed graph: fetch
-            // the pairs of a predecessor some way ahead.
-            int64_t ahead = (int64_t)brtSc[2 * (int64_t)i] - 16;
-            if (ahead >= 0) {
-                const int* block = brtArea.getBlock(ahead);
-                if (block != nullptr) __builtin_prefetch(ancestorAndLabel + 2 * (int64_t)block[ahead & BigIntArray64::BLOCK_MASK]);
+            // Fetch the pairs of the predecessors of a node some way ahead.
+            if (i > 8) {
+                int j = i - 8;
+                int start = brtSc[2 * (int64_t)j];
+                int ahead = brtSc[2 * (int64_t)j + 1];
+                if (start >= 0 && ahead > 0) {
+                    const int* block = brtArea.getBlock(start);
+                    int offset = start & BigIntArray64::BLOCK_MASK;
+                    if (ahead > 8) ahead = 8;
+                    if (ahead > BigIntArray64::BLOCK_SIZE - offset) ahead = BigIntArray64::BLOCK_SIZE - offset;
+                    for (int k = 0; block != nullptr && k < ahead; k++) {
+                        __builtin_prefetch(ancestorAndLabel + 2 * (int64_t)block[offset + k]);
+                    }
+                }
             }
             int count = brtSc[2 * (int64_t)i + 1];
             int s = i;
