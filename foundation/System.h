@@ -92,18 +92,47 @@ public:
     static void listFiles(const char* folder, ZVectorSafe<ZString>& result);
 };
 
-// Sequential reading of a file with seek.
+// Sequential reading of a file with seek, through a buffer of 0x100000 bytes.
 class FileReader {
 public:
+    static constexpr int BUFFER_SIZE = 0x100000;
+
     explicit FileReader(const char* path);
     ~FileReader();
-    bool isOpen() const { return myFile != nullptr; }
+    FileReader(const FileReader&) = delete;
+    FileReader& operator=(const FileReader&) = delete;
+    bool isOpen() const { return myFd >= 0; }
     bool seek(int64_t offset);
     // The next byte, or -1 at the end.
-    int readByte();
+    int readByte() {
+        if (myPosition == myLimit && !fill()) return -1;
+        return myBuffer[myPosition++];
+    }
+    // Four bytes, least significant first; false when the file ends before.
+    bool readIntLE(int32_t& value) {
+        if (myLimit - myPosition >= 4) {
+            const uint8_t* p = myBuffer + myPosition;
+            value = (int32_t)((uint32_t)p[0] | (uint32_t)p[1] << 8 | (uint32_t)p[2] << 16 | (uint32_t)p[3] << 24);
+            myPosition += 4;
+            return true;
+        }
+        uint32_t result = 0;
+        for (int shift = 0; shift < 32; shift += 8) {
+            int byte = readByte();
+            if (byte < 0) return false;
+            result |= (uint32_t)byte << shift;
+        }
+        value = (int32_t)result;
+        return true;
+    }
 
 private:
-    FILE* myFile;
+    bool fill();
+
+    int myFd;
+    uint8_t* myBuffer;
+    int32_t myPosition;
+    int32_t myLimit;
 };
 
 // ---- Text ----

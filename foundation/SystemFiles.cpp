@@ -158,18 +158,29 @@ void FileSearch::listFiles(const char* folder, ZVectorSafe<ZString>& result) {
     closedir(dir);
 }
 
-FileReader::FileReader(const char* path) : myFile(fopen(path, "rb")) {}
+FileReader::FileReader(const char* path)
+    : myFd(openFileForRead(path)), myBuffer(nullptr), myPosition(0), myLimit(0) {
+    if (myFd >= 0) myBuffer = new uint8_t[BUFFER_SIZE];
+}
 
 FileReader::~FileReader() {
-    if (myFile != nullptr) fclose(myFile);
+    if (myFd >= 0) close(myFd);
+    delete[] myBuffer;
 }
 
 bool FileReader::seek(int64_t offset) {
-    return myFile != nullptr && fseeko(myFile, (off_t)offset, SEEK_SET) == 0;
+    if (myFd < 0 || lseek(myFd, (off_t)offset, SEEK_SET) < 0) return false;
+    myPosition = myLimit = 0;
+    return true;
 }
 
-int FileReader::readByte() {
-    if (myFile == nullptr) return -1;
-    int c = fgetc(myFile);
-    return c == EOF ? -1 : c;
+bool FileReader::fill() {
+    if (myFd < 0) return false;
+    ssize_t count;
+    do {
+        count = read(myFd, myBuffer, BUFFER_SIZE);
+    } while (count < 0 && errno == EINTR);
+    myPosition = 0;
+    myLimit = count > 0 ? (int32_t)count : 0;
+    return myLimit > 0;
 }

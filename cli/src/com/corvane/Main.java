@@ -3,6 +3,7 @@ package com.corvane;
 import com.corvane.commands.AttachCommand;
 import com.corvane.commands.ClearCommand;
 import com.corvane.commands.FlamegraphCommand;
+import com.corvane.commands.HeapCommand;
 import com.corvane.commands.Io;
 import com.corvane.commands.ListCommand;
 import com.corvane.commands.ReportCommand;
@@ -29,7 +30,7 @@ import picocli.CommandLine.Spec;
             + " its snapshots.", ""},
         subcommands = {RunCommand.class, AttachCommand.class, ListCommand.class, StatusCommand.class,
             StartCommand.class, StopCommand.class, ClearCommand.class, SnapshotCommand.class, ThreadsCommand.class,
-            TelemetryCommand.class, ReportCommand.class, FlamegraphCommand.class, CommandLine.HelpCommand.class,
+            TelemetryCommand.class, ReportCommand.class, FlamegraphCommand.class, HeapCommand.class, CommandLine.HelpCommand.class,
             AutoComplete.GenerateCompletion.class},
         footer = {"", "Run 'corvane <command> --help' for a command's options.",
             "Shell completion: source <(corvane generate-completion)"})
