@@ -1,5 +1,6 @@
 // A scripted JVMTI for unit tests: the methods, their classes and line tables,
-// and the current thread's stack are what the test puts here. Installed as
+// the current thread's stack, tags, sizes and system properties are what the
+// test puts here. Installed as
 // ourJVMTI for the object's lifetime. Header only: each test binary that
 // includes it gets its own copy.
 #pragma once
@@ -42,6 +43,8 @@ public:
         myFunctions.SetTag = setTag;
         myFunctions.GetTag = getTag;
         myFunctions.GetErrorName = getErrorName;
+        myFunctions.GetSystemProperty = getSystemProperty;
+        myFunctions.Allocate = allocate;
         myEnv.functions = &myFunctions;
         mySaved = ourJVMTI;
         ourJVMTI = &myEnv;
@@ -79,6 +82,11 @@ public:
     std::map<intptr_t, jlong> sizes;
     std::map<intptr_t, jlong> tags;
     jvmtiError tagError = JVMTI_ERROR_NONE;
+    // System properties; Allocate fails above `allocationLimit` bytes; every
+    // Deallocate is counted.
+    std::map<std::string, std::string> systemProperties;
+    jlong allocationLimit = 1 << 30;
+    int deallocated = 0;
 
 private:
     static ScriptedJvmti*& ourCurrent() {
@@ -93,6 +101,7 @@ private:
     }
 
     static jvmtiError JNICALL deallocate(jvmtiEnv*, unsigned char* memory) {
+        ourCurrent()->deallocated++;
         free(memory);
         return JVMTI_ERROR_NONE;
     }
@@ -119,8 +128,22 @@ private:
         *tag = known != ourCurrent()->tags.end() ? known->second : 0;
         return JVMTI_ERROR_NONE;
     }
+    static jvmtiError JNICALL allocate(jvmtiEnv*, jlong size, unsigned char** memory) {
+        if (size > ourCurrent()->allocationLimit) return JVMTI_ERROR_OUT_OF_MEMORY;
+        *memory = (unsigned char*)malloc(size);
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getSystemProperty(jvmtiEnv*, const char* property, char** value) {
+        auto known = ourCurrent()->systemProperties.find(property);
+        if (known == ourCurrent()->systemProperties.end()) return JVMTI_ERROR_NOT_AVAILABLE;
+        *value = copyOf(known->second);
+        return JVMTI_ERROR_NONE;
+    }
+    // Names the errors the tests meet; any other is an illegal argument.
     static jvmtiError JNICALL getErrorName(jvmtiEnv*, jvmtiError error, char** name) {
-        *name = copyOf(error == JVMTI_ERROR_INVALID_OBJECT ? "JVMTI_ERROR_INVALID_OBJECT" : "JVMTI_ERROR");
+        if (error == JVMTI_ERROR_INVALID_OBJECT) *name = copyOf("JVMTI_ERROR_INVALID_OBJECT");
+        else if (error == JVMTI_ERROR_INVALID_THREAD) *name = copyOf("JVMTI_ERROR_INVALID_THREAD");
+        else return JVMTI_ERROR_ILLEGAL_ARGUMENT;
         return JVMTI_ERROR_NONE;
     }
     static jvmtiError JNICALL getStackTrace(jvmtiEnv*, jthread, jint start, jint max, jvmtiFrameInfo* frames,

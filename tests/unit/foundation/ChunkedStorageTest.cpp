@@ -5,6 +5,7 @@
 #include "foundation/Failure.h"
 #include "foundation/IndexPool.h"
 #include "foundation/SynchronizedQueue.h"
+#include "foundation/System.h"
 #include "foundation/ZIntChunkMap.h"
 #include "foundation/ZRollingArray.h"
 
@@ -113,8 +114,11 @@ TEST(SynchronizedQueue, PopAllMovesEverythingInOrder) {
         for (int i = 0; i < 1000; i++) queue.push(ZString::fromLong(i));
     });
     ZVectorSafe<ZString> all;
-    while (all.getSize() < 1000) queue.popAll(&all);
+    for (int64_t deadline = getTimeNs() + 30000000000LL; all.getSize() < 1000 && getTimeNs() < deadline;) {
+        queue.popAll(&all);
+    }
     producer.join();
+    ASSERT_EQ(1000, all.getSize());
     for (int i = 0; i < 1000; i++) EXPECT_EQ(i, all[i].parseLong());
     queue.popAll(&all);
     EXPECT_EQ(1000, all.getSize());

@@ -12,6 +12,7 @@
 #include "LoggerCapture.h"
 #include "services/AgentState.h"
 #include "services/JvmGlue.h"
+#include "unit/ScriptedJvmti.h"
 
 namespace {
 
@@ -164,46 +165,6 @@ private:
     std::deque<FakeObject> myObjects;
 };
 
-// The few JVMTI calls of the glue, with the memory it hands out counted.
-class FakeJvmti {
-public:
-    FakeJvmti() {
-        ourCurrent = this;
-        myEnv.functions = &myTable;
-        myTable.GetErrorName = [](jvmtiEnv*, jvmtiError error, char** name) {
-            if (error == JVMTI_ERROR_INVALID_THREAD) *name = strdup("JVMTI_ERROR_INVALID_THREAD");
-            return error == JVMTI_ERROR_INVALID_THREAD ? JVMTI_ERROR_NONE : JVMTI_ERROR_ILLEGAL_ARGUMENT;
-        };
-        myTable.GetSystemProperty = [](jvmtiEnv*, const char* name, char** value) {
-            if (std::string(name) != "java.vm.vendor") return JVMTI_ERROR_NOT_AVAILABLE;
-            *value = strdup("Vendor");
-            return JVMTI_ERROR_NONE;
-        };
-        myTable.Allocate = [](jvmtiEnv*, jlong size, unsigned char** memory) {
-            if (size > 1024) return JVMTI_ERROR_OUT_OF_MEMORY;
-            *memory = (unsigned char*)malloc(size);
-            return JVMTI_ERROR_NONE;
-        };
-        myTable.Deallocate = [](jvmtiEnv*, unsigned char* memory) {
-            ourCurrent->deallocated++;
-            free(memory);
-            return JVMTI_ERROR_NONE;
-        };
-        mySaved = ourJVMTI;
-        ourJVMTI = &myEnv;
-    }
-    ~FakeJvmti() { ourJVMTI = mySaved; }
-
-    int deallocated = 0;
-
-private:
-    static FakeJvmti* ourCurrent;
-    jvmtiInterface_1_ myTable{};
-    jvmtiEnv myEnv{};
-    jvmtiEnv* mySaved;
-};
-FakeJvmti* FakeJvmti::ourCurrent = nullptr;
-
 std::string str(const ZString& text) { return std::string(text.c_str(), text.getLength()); }
 
 TEST(JvmGlueTest, JvmtiErrorCheckPassesNoneAndNamesAnyOther) {
@@ -213,7 +174,7 @@ TEST(JvmGlueTest, JvmtiErrorCheckPassesNoneAndNamesAnyOther) {
 
     // Without an environment there is no name to be had.
     EXPECT_EQ("10:<null>", str(getJvmtiErrorName(nullptr, JVMTI_ERROR_INVALID_THREAD)));
-    FakeJvmti jvmti;
+    ScriptedJvmti jvmti;
     EXPECT_THROW(check_JVMTI_error_impl(JVMTI_ERROR_INVALID_THREAD, "Caller.cpp", 12), KZTRuntimeException);
     EXPECT_EQ(0u, log.messages().back().find("error at Caller.cpp:12: ERROR: JVMTI error "
                                              "10:JVMTI_ERROR_INVALID_THREAD at Caller.cpp:12"))
@@ -362,7 +323,9 @@ TEST(JvmGlueTest, SystemPropertiesAndMemoryGoThroughTheMainEnvironment) {
     deallocate(nullptr);
     ourJVMTI = saved;
 
-    FakeJvmti jvmti;
+    ScriptedJvmti jvmti;
+    jvmti.systemProperties["java.vm.vendor"] = "Vendor";
+    jvmti.allocationLimit = 1024;
     EXPECT_EQ("Vendor", str(getSystemProperty("java.vm.vendor")));
     EXPECT_EQ(1, jvmti.deallocated);
     EXPECT_TRUE(getSystemProperty("java.vm.info").isEmpty());
