@@ -35,24 +35,48 @@ function(corvane_unit_test name)
   add_test(NAME ${test_name} COMMAND unit_${name} --gtest_brief=1)
   set_tests_properties(${test_name} PROPERTIES
     ENVIRONMENT "CORVANE_HOME=${CMAKE_BINARY_DIR}/test-home;ASAN_OPTIONS=detect_leaks=0"
-    LABELS unit)
+    LABELS unit TIMEOUT 600)
 endfunction()
 
-# corvane_snapshot_e2e_test(<name> [PROPERTIES <key>=<value>...] [DEPENDS <target>...]):
-# end-to-end tests in tests/<name>/ where JVMs with the agent run the programs
-# of java/, and JUnit tests of src/ check the snapshots with the project's
-# reader from corvane.jar. The programs' class folder reaches the tests as the
-# property corvane.<name>.classes; PROPERTIES are passed on as further ones.
+# corvane_missing_dependency(<message> <test>...): stands in for tests whose
+# dependency is missing. Each is registered and fails with the message, so
+# that a machine without the dependency cannot pass by running less.
+function(corvane_missing_dependency message)
+  message(WARNING "${ARGN}: ${message}")
+  foreach(test ${ARGN})
+    add_test(NAME ${test} COMMAND sh -c "echo '${message}' >&2; exit 1")
+  endforeach()
+endfunction()
+
+# corvane_java_tests_possible(<var> <test>...): sets <var> in the caller when
+# JUnit 5 and corvane.jar are there; otherwise registers the named tests as
+# failing ones that say what is missing.
+set(CORVANE_JUNIT_CONSOLE /usr/share/java/junit-platform-console-standalone.jar)
+function(corvane_java_tests_possible var)
+  if(NOT TARGET corvane_cli)
+    corvane_missing_dependency("corvane.jar is not built: picocli is missing (Debian package libpicocli-java)" ${ARGN})
+  elseif(NOT EXISTS ${CORVANE_JUNIT_CONSOLE})
+    corvane_missing_dependency("JUnit 5 is missing (Debian package junit5)" ${ARGN})
+  else()
+    set(${var} TRUE PARENT_SCOPE)
+  endif()
+endfunction()
+
+# corvane_snapshot_e2e_test(<name> [PROPERTIES <key>=<value>...] [DEPENDS <target>...]
+#                           [ENVIRONMENT <key>=<value>...]):
+# JUnit tests of tests/<name>/src/, run with the agent library (property
+# corvane.agent) and the project's reader from corvane.jar. Where JVMs with
+# the agent run programs of known shape, tests/<name>/java/ holds them; their
+# class folder reaches the tests as the property corvane.<name>.classes.
+# PROPERTIES are passed on as further ones. The agent's home is a folder of
+# the build (CORVANE_HOME).
 function(corvane_snapshot_e2e_test name)
-  cmake_parse_arguments(ARG "" "" "PROPERTIES;DEPENDS" ${ARGN})
-  set(junit_console /usr/share/java/junit-platform-console-standalone.jar)
-  if(NOT TARGET corvane_cli OR NOT TARGET corvane)
+  cmake_parse_arguments(ARG "" "" "PROPERTIES;DEPENDS;ENVIRONMENT" ${ARGN})
+  corvane_java_tests_possible(possible ${name}_e2e)
+  if(NOT possible OR NOT TARGET corvane)
     return()
   endif()
-  if(NOT EXISTS ${junit_console})
-    message(WARNING "tests/${name}: JUnit 5 is missing (Debian package junit5); these tests are not built")
-    return()
-  endif()
+  set(junit_console ${CORVANE_JUNIT_CONSOLE})
   set(java ${CORVANE_JAVA_HOME}/bin/java)
   set(javac ${CORVANE_JAVA_HOME}/bin/javac)
   set(cli_jar ${CORVANE_DIST}/lib/corvane.jar)
@@ -60,13 +84,17 @@ function(corvane_snapshot_e2e_test name)
   set(program_classes ${CMAKE_CURRENT_BINARY_DIR}/programs)
   set(test_classes ${CMAKE_CURRENT_BINARY_DIR}/classes)
 
+  set(built ${test_classes}/.built)
   file(GLOB program_sources CONFIGURE_DEPENDS ${source_dir}/java/*.java)
-  add_custom_command(OUTPUT ${program_classes}/.built
-    COMMAND ${CMAKE_COMMAND} -E rm -rf ${program_classes}
-    COMMAND ${javac} --release 11 -g -encoding UTF-8 -d ${program_classes} ${program_sources}
-    COMMAND ${CMAKE_COMMAND} -E touch ${program_classes}/.built
-    DEPENDS ${program_sources}
-    COMMENT "Building the programs of the ${name} tests")
+  if(program_sources)
+    add_custom_command(OUTPUT ${program_classes}/.built
+      COMMAND ${CMAKE_COMMAND} -E rm -rf ${program_classes}
+      COMMAND ${javac} --release 11 -g -encoding UTF-8 -d ${program_classes} ${program_sources}
+      COMMAND ${CMAKE_COMMAND} -E touch ${program_classes}/.built
+      DEPENDS ${program_sources}
+      COMMENT "Building the programs of the ${name} tests")
+    list(APPEND built ${program_classes}/.built)
+  endif()
   file(GLOB_RECURSE test_sources CONFIGURE_DEPENDS ${source_dir}/src/*.java)
   add_custom_command(OUTPUT ${test_classes}/.built
     COMMAND ${CMAKE_COMMAND} -E rm -rf ${test_classes}
@@ -74,7 +102,7 @@ function(corvane_snapshot_e2e_test name)
     COMMAND ${CMAKE_COMMAND} -E touch ${test_classes}/.built
     DEPENDS ${test_sources} ${cli_jar} corvane_cli
     COMMENT "Building the ${name} tests")
-  add_custom_target(${name}_tests ALL DEPENDS ${program_classes}/.built ${test_classes}/.built corvane ${ARG_DEPENDS})
+  add_custom_target(${name}_tests ALL DEPENDS ${built} corvane ${ARG_DEPENDS})
   set(extra_properties)
   foreach(property ${ARG_PROPERTIES})
     list(APPEND extra_properties -D${property})
@@ -85,5 +113,6 @@ function(corvane_snapshot_e2e_test name)
     ${extra_properties}
     -jar ${junit_console} --disable-banner --disable-ansi-colors --details=tree --fail-if-no-tests
     --class-path ${test_classes}:${cli_jar} --scan-class-path ${test_classes})
-  set_tests_properties(${name}_e2e PROPERTIES LABELS e2e TIMEOUT 900)
+  set(environment CORVANE_HOME=${CMAKE_BINARY_DIR}/test-home-${name} ${ARG_ENVIRONMENT})
+  set_tests_properties(${name}_e2e PROPERTIES LABELS e2e TIMEOUT 900 ENVIRONMENT "${environment}")
 endfunction()

@@ -1,5 +1,8 @@
 // Rewrites every class below a folder: a call of a static no-argument void
 // method goes in at the start of every method and in front of every return.
+// Every class with code must come out rewritten: the tool fails, naming
+// them, when a class is invalid or rejected or a method could not take the
+// calls.
 // Usage: classfile_instrument <in-folder> <out-folder> <owner class> <method>
 #include <cstdio>
 #include <filesystem>
@@ -14,18 +17,20 @@
 namespace fs = std::filesystem;
 
 struct Counts {
-    long classes = 0, invalid = 0, rejected = 0, methods = 0, tooLong = 0, calls = 0;
+    long classes = 0, invalid = 0, rejected = 0, methods = 0, tooLong = 0, calls = 0, withoutCode = 0;
 };
 
+// Returns false when a method with code could not be rewritten.
 static bool rewrite(ClassFile& cf, CodeEditor& editor, const char* owner, const char* method, Counts& counts) {
     int ownerIndex = cf.findOrCreateConstantClass(cf.findOrCreateUtf8(ZString(owner)));
     int ref = cf.findOrCreateMethodRef(ownerIndex, cf.findOrCreateUtf8(ZString(method)), cf.findOrCreateUtf8(ZString("()V")));
     ByteCodeGenerator call;
     call.invokestatic(ref);
-    bool changed = false;
+    bool complete = true, anyCode = false;
     for (int m = 0; m < cf.getMethods().getSize(); m++) {
         CodeAttribute* code = cf.getMethods()[m]->getCodeAttribute();
         if (code == nullptr) continue;
+        anyCode = true;
         editor.begin(code);
         editor.insertAtStart(call.getCode(), call.getLength());
         int inserted = 1;
@@ -39,12 +44,13 @@ static bool rewrite(ClassFile& cf, CodeEditor& editor, const char* owner, const 
         if (editor.apply()) {
             counts.methods++;
             counts.calls += inserted;
-            changed = true;
         } else {
             counts.tooLong++;
+            complete = false;
         }
     }
-    return changed;
+    if (!anyCode) counts.withoutCode++;
+    return complete;
 }
 
 int main(int argc, char** argv) {
@@ -70,9 +76,10 @@ int main(int argc, char** argv) {
             ClassFile cf(din);
             if (cf.isInvalid()) {
                 counts.invalid++;
+                std::cerr << "invalid: " << e.path() << "\n";
                 continue;
             }
-            rewrite(cf, editor, argv[3], argv[4], counts);
+            if (!rewrite(cf, editor, argv[3], argv[4], counts)) std::cerr << "method too long: " << e.path() << "\n";
             DataOutput dout(written);
             cf.writeClass(dout);
         } catch (KZTRuntimeException&) {
@@ -85,8 +92,8 @@ int main(int argc, char** argv) {
         std::ofstream(target, std::ios::binary).write((const char*)written.getElements(), written.getSize());
     }
     std::cout << "rewritten classes: " << counts.classes - counts.invalid - counts.rejected << " of " << counts.classes
-              << ", methods: " << counts.methods << ", calls inserted: " << counts.calls
+              << " (without code: " << counts.withoutCode << "), methods: " << counts.methods << ", calls inserted: " << counts.calls
               << ", methods too long: " << counts.tooLong << ", invalid: " << counts.invalid
               << ", rejected: " << counts.rejected << "\n";
-    return counts.rejected == 0 ? 0 : 1;
+    return counts.rejected == 0 && counts.invalid == 0 && counts.tooLong == 0 && counts.classes > 0 ? 0 : 1;
 }

@@ -5,4 +5,7 @@ set -euo pipefail
 build=$1
 java_home=$2
 "$(dirname "$0")/extract_jdk_corpus.sh" "$build" "$java_home"
-exec "$build/tests/classfile/classfile_corpus_check" "$build/jdk-corpus"
+# The only classes of the image that hold constants the toolkit leaves alone
+# are its module descriptors: one a module, 70 in JDK 17.
+modules=$(find "$build/jdk-corpus" -name module-info.class | wc -l)
+exec "$build/tests/classfile/classfile_corpus_check" "$build/jdk-corpus" "$modules"

@@ -15,8 +15,8 @@ work=$build/javac-rewritten
 
 src_zip=$java_home/lib/src.zip
 if [ ! -f "$src_zip" ]; then
-    echo "src.zip missing: installing openjdk-17-source"
-    apt-get install -y openjdk-17-source > /dev/null 2>&1 || { apt-get update > /dev/null 2>&1 && apt-get install -y openjdk-17-source > /dev/null; }
+    echo "FAIL: $src_zip is missing: install the Debian package openjdk-17-source (scripts/install-deps test)"
+    exit 1
 fi
 
 rm -rf "$work"

@@ -10,6 +10,10 @@ java_home=$3
 seconds=${FUZZ_SECONDS:-60}
 work=$build/fuzz
 
+if ! command -v clang++ > /dev/null; then
+    echo "FAIL: clang is missing: install the Debian packages clang and libclang-rt-14-dev (scripts/install-deps test)"
+    exit 1
+fi
 cmake -S "$root/tests/fuzz/target" -B "$work/build" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
     -DCMAKE_BUILD_TYPE=Debug -DJAVA_HOME="$java_home" > "$work.configure.log" 2>&1 \
     || { cat "$work.configure.log"; exit 1; }

@@ -31,7 +31,7 @@ class HeapGraphNativesTest {
 
     @BeforeAll
     static void loadLibrary() {
-        Natives.load(Paths.get(System.getProperty("corvane.library")));
+        Natives.load(Paths.get(System.getProperty("corvane.agent")));
     }
 
     @AfterEach

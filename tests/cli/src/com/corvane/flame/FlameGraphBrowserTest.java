@@ -2,26 +2,21 @@ package com.corvane.flame;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
-import static org.junit.jupiter.api.Assumptions.assumeTrue;
 
 import com.corvane.Main;
 import com.corvane.commands.Io;
+import com.corvane.testing.Chromium;
 import com.corvane.testing.Samples;
 import java.awt.image.BufferedImage;
 import java.io.ByteArrayOutputStream;
-import java.io.File;
 import java.io.PrintStream;
-import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
-import java.nio.file.Paths;
 import java.util.ArrayList;
 import java.util.List;
-import java.util.concurrent.TimeUnit;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 import javax.imageio.ImageIO;
-import org.junit.jupiter.api.BeforeAll;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
@@ -29,40 +24,11 @@ import org.junit.jupiter.api.io.TempDir;
 /** The HTML flame graph as a browser shows it: headless Chromium, no network, a fresh profile. */
 @Tag("browser")
 class FlameGraphBrowserTest {
-    private static Path chromium;
-
     @TempDir
     Path dir;
 
-    @BeforeAll
-    static void findChromium() {
-        for (String name : new String[] {"chromium", "chromium-browser"}) {
-            for (String folder : System.getenv().getOrDefault("PATH", "/usr/bin").split(File.pathSeparator)) {
-                Path candidate = Paths.get(folder, name);
-                if (chromium == null && Files.isExecutable(candidate)) {
-                    chromium = candidate;
-                }
-            }
-        }
-    }
-
     private String browser(Path page, String... what) throws Exception {
-        return browser(page.toUri().toString(), what);
-    }
-
-    private String browser(String url, String... what) throws Exception {
-        assumeTrue(chromium != null, "Chromium is not installed (Debian package chromium): the flame graph page"
-                + " is not rendered in a browser");
-        List<String> command = new ArrayList<>(List.of(chromium.toString(), "--headless", "--no-sandbox",
-                "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
-                "--disable-component-update", "--disable-sync", "--hide-scrollbars",
-                "--user-data-dir=" + Files.createTempDirectory(dir, "profile"), "--window-size=1200,800"));
-        command.addAll(List.of(what));
-        command.add(url);
-        Process process = new ProcessBuilder(command).redirectError(dir.resolve("chromium.log").toFile()).start();
-        byte[] out = process.getInputStream().readAllBytes();
-        assertTrue(process.waitFor(120, TimeUnit.SECONDS), "chromium did not finish");
-        return new String(out, StandardCharsets.UTF_8);
+        return Chromium.run(dir, page.toUri().toString(), what);
     }
 
     private Path flameGraph() throws Exception {
@@ -111,7 +77,7 @@ class FlameGraphBrowserTest {
     @Test
     void aSearchInTheAddressMarksTheMatchesAndSumsThemOnce() throws Exception {
         Path html = flameGraph();
-        String dom = browser(html.toUri() + "#search=work%5C.compute", "--dump-dom");
+        String dom = Chromium.run(dir, html.toUri() + "#search=work%5C.compute", "--dump-dom");
         Matcher marked = Pattern.compile("<div class=\"frame match\"[^>]*>([^<]*)</div>").matcher(dom);
         List<String> names = new ArrayList<>();
         while (marked.find()) {

@@ -1,20 +1,16 @@
 package com.corvane.live;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.corvane.runtime.Protocol;
-import java.io.File;
+import com.corvane.testing.Chromium;
 import java.net.HttpURLConnection;
 import java.net.URL;
 import java.nio.charset.StandardCharsets;
-import java.nio.file.Files;
 import java.nio.file.Path;
-import java.nio.file.Paths;
 import java.util.ArrayList;
 import java.util.List;
-import java.util.concurrent.TimeUnit;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -22,31 +18,6 @@ import org.junit.jupiter.api.io.TempDir;
 class StatusPageBrowserTest {
     @TempDir
     Path dir;
-
-    private static Path chromium() {
-        for (String folder : System.getenv().getOrDefault("PATH", "/usr/bin").split(File.pathSeparator)) {
-            for (String name : new String[] {"chromium", "chromium-browser"}) {
-                Path candidate = Paths.get(folder, name);
-                if (Files.isExecutable(candidate)) {
-                    return candidate;
-                }
-            }
-        }
-        return null;
-    }
-
-    private String dumpDom(String url) throws Exception {
-        Path chromium = chromium();
-        assertNotNull(chromium, "Chromium is missing: install the Debian package chromium (scripts/install-deps test)");
-        List<String> command = new ArrayList<>(List.of(chromium.toString(), "--headless", "--no-sandbox",
-                "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
-                "--disable-component-update", "--disable-sync",
-                "--user-data-dir=" + Files.createTempDirectory(dir, "profile"), "--dump-dom", url));
-        Process process = new ProcessBuilder(command).redirectError(dir.resolve("chromium.log").toFile()).start();
-        byte[] out = process.getInputStream().readAllBytes();
-        assertTrue(process.waitFor(120, TimeUnit.SECONDS), "chromium did not finish");
-        return new String(out, StandardCharsets.UTF_8);
-    }
 
     private static String get(int port, String path, int expectedStatus) throws Exception {
         HttpURLConnection connection = (HttpURLConnection) new URL("http://127.0.0.1:" + port + path).openConnection();
@@ -59,7 +30,7 @@ class StatusPageBrowserTest {
     void theSummaryPageShowsTheAgentAndWhatRuns() throws Exception {
         try (LiveJvm jvm = LiveJvm.start(dir, "sessionname=LivePage")) {
             new AgentClient(jvm.port()).startCpuProfiling(4, null);
-            String dom = dumpDom("http://127.0.0.1:" + jvm.port() + "/");
+            String dom = Chromium.run(dir, "http://127.0.0.1:" + jvm.port() + "/", "--dump-dom");
             assertTrue(dom.contains("<title>LivePage - Corvane Java Profiler</title>"), dom);
             assertTrue(dom.contains("<h2>Runtime &amp; Agent</h2>") && dom.contains("<h2>Profiling Activities</h2>"));
             for (String cell : new String[] {"<td id=\"session\">LivePage</td>", "<td id=\"pid\">" + jvm.pid() + "</td>",
