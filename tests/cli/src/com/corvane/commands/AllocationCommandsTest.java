@@ -34,7 +34,7 @@ class AllocationCommandsTest {
     // Objects counted at two points; calls counted for two methods.
     Path snapshot() {
         ProfileBuilder b = new ProfileBuilder();
-        b.longProperty("kzt.last.allocation.recording.mode", 2);
+        b.allocationMode(2);
         int main = b.method("p.Main", "main", "()");
         int make = b.method("p.Work", "make", "()");
         int fill = b.method("p.Work", "fill", "()");
@@ -48,8 +48,8 @@ class AllocationCommandsTest {
         b.allocation(first, smallFrame, 30, 480, 900);
         b.allocation(second, smallFrame, 10, 160, 0);
         b.allocation(second, intsFrame, 50, 3200, 0);
-        b.counted(1, make, 7, "p.Small", 400);
-        b.counted(2, fill, 0, "int[]", 600);
+        b.counted(make, 7, "p.Small", 400);
+        b.counted(fill, 0, "int[]", 600);
         b.calls(make, 40);
         b.calls(fill, 5);
         return b.write(dir.resolve("a.snapshot"));

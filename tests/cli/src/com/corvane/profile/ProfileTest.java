@@ -149,8 +149,8 @@ class ProfileTest {
         int m = b.method("L", "loop", "()");
         int t = b.thread("main", 1, false);
         b.time(t, 1, MS, 0);
-        b.file.row(ProfileBuilder.FRAME, 1, 1, 2, m, -1, -1);
-        b.file.row(ProfileBuilder.FRAME, 2, 1, 1, m, -1, -1);
+        b.frameRow(1, 2, m, -1, -1);
+        b.frameRow(2, 1, m, -1, -1);
         SnapshotFormatException e = assertThrows(SnapshotFormatException.class, () -> profile(b));
         assertTrue(e.getMessage().contains("loops"), e.getMessage());
     }

@@ -9,6 +9,7 @@ import com.corvane.report.Report;
 import com.corvane.snapshot.SnapshotFormatException.Kind;
 import com.corvane.testing.Samples;
 import com.corvane.testing.SnapshotFileWriter;
+import com.corvane.testing.SnapshotFixture;
 import java.nio.ByteBuffer;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -102,7 +103,7 @@ class CorruptSnapshotTest {
     void notASnapshot() throws Exception {
         assertEquals(Kind.NOT_A_SNAPSHOT, failure(new byte[0]).kind());
         assertEquals(Kind.NOT_A_SNAPSHOT, failure("PK\u0003\u0004 a zip".getBytes()).kind());
-        byte[] bytes = new SnapshotFileWriter().toBytes();
+        byte[] bytes = new SnapshotFixture().toBytes();
         bytes[18] = 'X'; // the magic ends with a zero byte
         SnapshotFormatException e = failure(bytes);
         assertEquals(Kind.NOT_A_SNAPSHOT, e.kind());
@@ -112,16 +113,16 @@ class CorruptSnapshotTest {
 
     @Test
     void unsupportedRevision() throws Exception {
-        SnapshotFileWriter w = new SnapshotFileWriter();
-        w.revision = 5;
-        SnapshotFormatException e = failure(w.toBytes());
+        byte[] bytes = new SnapshotFixture().toBytes();
+        ByteBuffer.wrap(bytes).putInt(19, 5);
+        SnapshotFormatException e = failure(bytes);
         assertEquals(19, e.offset(), "the revision follows the magic at once");
         assertTrue(e.getMessage().contains("format revision 5"), e.getMessage());
     }
 
     @Test
     void recordLengthThatDisagreesWithItsContents() throws Exception {
-        byte[] bytes = new SnapshotFileWriter().toBytes();
+        byte[] bytes = new SnapshotFixture().toBytes();
         ByteBuffer buffer = ByteBuffer.wrap(bytes);
         int length = buffer.getInt(HEADER_RECORD + 5);
         buffer.putInt(HEADER_RECORD + 5, length - 1);
@@ -137,36 +138,40 @@ class CorruptSnapshotTest {
 
     @Test
     void recordWithNonZeroTimeOrUnknownTag() throws Exception {
-        byte[] bytes = new SnapshotFileWriter().toBytes();
+        byte[] bytes = new SnapshotFixture().toBytes();
         bytes[HEADER_RECORD + 2] = 1;
         SnapshotFormatException time = failure(bytes);
         assertEquals(HEADER_RECORD + 1, time.offset());
         assertTrue(time.getMessage().contains("time field"), time.getMessage());
 
-        bytes = new SnapshotFileWriter().toBytes();
+        bytes = new SnapshotFixture().toBytes();
         bytes[HEADER_RECORD] = 0x33;
         SnapshotFormatException tag = failure(bytes);
         assertEquals(HEADER_RECORD, tag.offset());
         assertTrue(tag.getMessage().contains("unknown tag 51 where the header block should be"), tag.getMessage());
     }
 
+    /** Where the string row of a text begins: its index, then stamp, length and bytes. */
+    private static int stringRow(byte[] file, String text) {
+        byte[] pattern = ByteBuffer.allocate(4 + text.length()).putInt(text.length()).put(text.getBytes()).array();
+        return indexOf(file, pattern) - 8;
+    }
+
     @Test
     void rowsAndTablesOutOfOrder() throws Exception {
-        SnapshotFileWriter w = new SnapshotFileWriter();
-        w.row(Tables.STRING, 2, 1, "b");
-        w.row(Tables.STRING, 1, 1, "a");
-        byte[] bytes = w.toBytes();
-        // The writer sorts rows; swap the two indices in the file to put them out of order.
-        int first = indexOf(bytes, new byte[] {0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1, 'a'});
-        ByteBuffer.wrap(bytes).putInt(first, 3);
+        SnapshotFixture fixture = new SnapshotFixture();
+        int first = fixture.index("string", "first of two");
+        byte[] bytes = fixture.toBytes();
+        // Give the first row an index above the next one's.
+        int row = stringRow(bytes, "first of two");
+        ByteBuffer.wrap(bytes).putInt(row, first + 5);
         SnapshotFormatException e = failure(bytes);
-        assertEquals(first + 13, e.offset());
-        assertTrue(e.getMessage().contains("row 1 of table \"string\" has the index 2, not above the previous index 3"),
-                e.getMessage());
+        assertEquals(row + 12 + "first of two".length(), e.offset());
+        assertTrue(e.getMessage().contains("of table \"string\" has the index " + (first + 1)
+                + ", not above the previous index " + (first + 5)), e.getMessage());
 
-        w = new SnapshotFileWriter();
-        bytes = w.toBytes();
-        int slotOne = indexOf(bytes, new byte[] {2, 0, 0, 0, 1, 0, 0, 0, 0});
+        bytes = new SnapshotFixture().toBytes();
+        int slotOne = indexOf(bytes, new byte[] {2, 0, 0, 0, 1, 0, 0, 0, 0, 2, 0, 0, 0, 2});
         bytes[slotOne + 4] = 2;
         SnapshotFormatException slot = failure(bytes);
         assertEquals(slotOne + 1, slot.offset());
@@ -176,26 +181,33 @@ class CorruptSnapshotTest {
 
     @Test
     void impossibleCountsFailBeforeAllocating() throws Exception {
-        SnapshotFileWriter w = new SnapshotFileWriter();
-        w.row(Tables.EVENT, 1, 1, 32, 1, 0x7FFFFFFF);
-        SnapshotFormatException e = failure(w.toBytes());
+        SnapshotFixture fixture = new SnapshotFixture();
+        fixture.command("event", 32, 0x5EED, 7);
+        byte[] bytes = fixture.toBytes();
+        int count = indexOf(bytes, new byte[] {0, 0, 0x5E, (byte) 0xED, 0, 0, 0, 1}) + 4;
+        ByteBuffer.wrap(bytes).putInt(count, 0x7FFFFFFF);
+        SnapshotFormatException e = failure(bytes);
         assertEquals(Kind.CORRUPT, e.kind());
-        assertTrue(e.getMessage().contains("row 1 of table \"event\" announces"), e.getMessage());
+        assertTrue(e.getMessage().contains("of table \"event\" announces"), e.getMessage());
 
-        w = new SnapshotFileWriter();
-        w.row(Tables.STRING, 1, 1, -7);
-        SnapshotFormatException string = failure(w.toBytes());
+        fixture = new SnapshotFixture();
+        fixture.command("string", "a marked text");
+        byte[] whole = fixture.toBytes();
+        int row = stringRow(whole, "a marked text");
+        bytes = whole.clone();
+        ByteBuffer.wrap(bytes).putInt(row + 8, -7);
+        SnapshotFormatException string = failure(bytes);
         assertTrue(string.getMessage().contains("has the negative length -7"), string.getMessage());
 
-        w = new SnapshotFileWriter();
-        w.row(Tables.STRING, 1, 0, "x");
-        SnapshotFormatException stamp = failure(w.toBytes());
+        bytes = whole.clone();
+        ByteBuffer.wrap(bytes).putInt(row + 4, 0);
+        SnapshotFormatException stamp = failure(bytes);
         assertTrue(stamp.getMessage().contains("stamp 0"), stamp.getMessage());
     }
 
     @Test
     void dataAfterThePerformanceSnapshotsLastRecord() throws Exception {
-        byte[] whole = new SnapshotFileWriter().toBytes();
+        byte[] whole = new SnapshotFixture().toBytes();
         byte[] longer = Arrays.copyOf(whole, whole.length + 9);
         longer[whole.length] = 0x25;
         SnapshotFormatException e = failure(longer);
@@ -205,12 +217,13 @@ class CorruptSnapshotTest {
 
     @Test
     void invalidEventTableDescription() throws Exception {
-        SnapshotFileWriter w = new SnapshotFileWriter();
-        w.eventTables.put(33, "Broken\n2\nuptime_ns\n1\nsize\n");
-        SnapshotFormatException e = failure(w.toBytes());
-        assertTrue(e.getMessage().contains("event table 33: column 1 has no type"), e.getMessage());
-        w.eventTables.put(33, "Broken\n1\nuptime_ns\n6\n");
-        assertTrue(failure(w.toBytes()).getMessage().contains("unknown type 6"));
+        SnapshotFixture fixture = new SnapshotFixture();
+        int id = fixture.index("event_table", "Broken\n2\nuptime_ns\n1\nsize\n");
+        SnapshotFormatException e = failure(fixture.toBytes());
+        assertTrue(e.getMessage().contains("event table " + id + ": column 1 has no type"), e.getMessage());
+        fixture = new SnapshotFixture();
+        fixture.command("event_table", "Broken\n1\nuptime_ns\n6\n");
+        assertTrue(failure(fixture.toBytes()).getMessage().contains("unknown type 6"));
     }
 
     private static int indexOf(byte[] haystack, byte[] needle) {
