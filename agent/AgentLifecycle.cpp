@@ -197,6 +197,7 @@ void JNICALL vmDeath(jvmtiEnv* jvmti, JNIEnv* env) {
             assertJni(env);
         }
         Logger::message("vmDeath: 4");
+        callCoreStatic(env, "stopListening");
         // DataDumpRequest was never enabled; disabling it is harmless.
         ourJVMTI->SetEventNotificationMode(JVMTI_DISABLE, (jvmtiEvent)71, nullptr);
         Logger::message("vmDeath: OK");

@@ -243,6 +243,15 @@ public final class Core {
     public static void runOnJvmExitTriggers() {
     }
 
+    /**
+     * The last step at the JVM's exit: the control port closes, so that no
+     * agent thread is left waiting in a socket call, which the JVM would
+     * wait for before it ends.
+     */
+    public static void stopListening() {
+        RequestProcessing.closeAllSockets();
+    }
+
     /** Tells the monitored-run side that the JVM is exiting. */
     public static void notifyLwOnJvmExit() {
     }

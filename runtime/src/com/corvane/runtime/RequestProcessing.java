@@ -2,6 +2,7 @@ package com.corvane.runtime;
 
 import com.corvane.http.HttpServer;
 import java.io.BufferedInputStream;
+import java.io.Closeable;
 import java.io.BufferedOutputStream;
 import java.io.DataInputStream;
 import java.io.DataOutputStream;
@@ -13,6 +14,9 @@ import java.net.ServerSocket;
 import java.net.Socket;
 import java.net.SocketException;
 import java.net.SocketTimeoutException;
+import java.util.Collections;
+import java.util.HashSet;
+import java.util.Set;
 import java.util.concurrent.RejectedExecutionException;
 import java.util.concurrent.SynchronousQueue;
 import java.util.concurrent.ThreadFactory;
@@ -40,6 +44,13 @@ final class RequestProcessing {
     /** The lock under which requests run, shared by every listener and worker. */
     static final Object ourRequestLock = new Object();
     private static ThreadPoolExecutor ourWorkers;
+    /**
+     * The listening sockets and the connections being served. At the JVM's
+     * exit they are closed, so that no agent thread waits in a socket call:
+     * the JVM gives threads in native code time to stop before it ends.
+     */
+    private static final Set<Closeable> ourOpenSockets = Collections.synchronizedSet(new HashSet<Closeable>());
+    private static volatile boolean ourSocketsClosed;
 
     private RequestProcessing() {
     }
@@ -61,6 +72,7 @@ final class RequestProcessing {
                     });
         }
         for (final ServerSocket server : sockets) {
+            ourOpenSockets.add(server);
             Thread listener = new Thread(SharedConstants.REQUEST_LISTENER_THREAD_NAME) {
                 @Override
                 public void run() {
@@ -104,9 +116,29 @@ final class RequestProcessing {
         }
     }
 
+    /** Closes the listening sockets and every connection; nothing is accepted afterwards. */
+    static void closeAllSockets() {
+        ourSocketsClosed = true;
+        Closeable[] open;
+        synchronized (ourOpenSockets) {
+            open = ourOpenSockets.toArray(new Closeable[0]);
+        }
+        for (Closeable socket : open) {
+            try {
+                socket.close();
+            } catch (IOException e) {
+                // closing at exit: nothing to be done
+            }
+        }
+    }
+
     /** One connection: HTTP when it does not open with the packet magic, otherwise the packet loop. */
     private static void serve(Socket socket) {
+        ourOpenSockets.add(socket);
         try {
+            if (ourSocketsClosed) {
+                return;
+            }
             BufferedInputStream in = new BufferedInputStream(socket.getInputStream(), BUFFER_SIZE);
             in.mark(8);
             byte[] first = new byte[8];
@@ -129,6 +161,7 @@ final class RequestProcessing {
         } catch (Throwable e) {
             Callback.messageToLogFile("error: exception in dispatchRequest()\n" + stackOf(e));
         } finally {
+            ourOpenSockets.remove(socket);
             try {
                 socket.close();
             } catch (IOException e) {

@@ -27,10 +27,12 @@ final class TelemetryThread extends Thread {
     private static boolean ourWakeUpRequested;
 
     private final boolean myEnableOomeDumper;
-    private final MemoryMXBean myMemory = ManagementFactory.getMemoryMXBean();
-    private final ThreadMXBean myThreads = ManagementFactory.getThreadMXBean();
-    private final ClassLoadingMXBean myClasses = ManagementFactory.getClassLoadingMXBean();
-    private final List<GarbageCollectorMXBean> myCollectors = ManagementFactory.getGarbageCollectorMXBeans();
+    // Fetched on the telemetry thread itself: the management beans take tens
+    // of milliseconds to come up, which the JVM's start need not wait for.
+    private MemoryMXBean myMemory;
+    private ThreadMXBean myThreads;
+    private ClassLoadingMXBean myClasses;
+    private List<GarbageCollectorMXBean> myCollectors;
     private final int myProcessors = Runtime.getRuntime().availableProcessors();
     private long myLastWallNs;
     private long myLastCpuNs;
@@ -77,6 +79,10 @@ final class TelemetryThread extends Thread {
     @Override
     public void run() {
         Callback.excludeThreadFromAsyncSampling();
+        myMemory = ManagementFactory.getMemoryMXBean();
+        myThreads = ManagementFactory.getThreadMXBean();
+        myClasses = ManagementFactory.getClassLoadingMXBean();
+        myCollectors = ManagementFactory.getGarbageCollectorMXBeans();
         Core.ourCanAccessMBeans = true;
         if (myEnableOomeDumper) {
             OomeDumper.enable();
