@@ -1,15 +1,11 @@
-import java.lang.management.ManagementFactory;
-import java.lang.management.ThreadMXBean;
-import java.util.concurrent.CountDownLatch;
-
 /**
  * An allocation-heavy workload for the allocation benchmark: several threads
  * each build short-lived little structures, as application code does: per
  * item one small object and one small array with some work on them, and now
  * and then a large array. A ring keeps the last objects alive for a while,
- * so that the collector has live data to move. After warm-up rounds, the
- * timed rounds print "wall_ns <n> cpu_ns <n> objects <n>": wall time of the
- * timed rounds, CPU time of the workers in them, and the objects they made.
+ * so that the collector has live data to move. Timed by TimedWorkers, which
+ * prints "wall_ns <n> cpu_ns <n>", followed by "objects <n>": the objects the
+ * timed rounds made.
  */
 public class AllocHeavy {
     static final int THREADS = 3;
@@ -19,8 +15,6 @@ public class AllocHeavy {
     static final int RING = 1024;
     static final int LARGE_EVERY = 1024;
     static final int LARGE_SIZE = 16384;
-
-    static volatile int sink;
 
     static final class Node {
         final int key;
@@ -72,44 +66,9 @@ public class AllocHeavy {
     }
 
     public static void main(String[] args) throws Exception {
-        ThreadMXBean threads = ManagementFactory.getThreadMXBean();
-        long[] cpu = new long[THREADS];
-        CountDownLatch warm = new CountDownLatch(THREADS);
-        CountDownLatch go = new CountDownLatch(1);
-        CountDownLatch done = new CountDownLatch(THREADS);
-        for (int t = 0; t < THREADS; t++) {
-            int index = t;
-            Thread worker = new Thread(() -> {
-                Node[] ring = new Node[RING];
-                int acc = index;
-                for (int r = 0; r < WARMUP_ROUNDS; r++) {
-                    acc += round(ring, acc);
-                }
-                warm.countDown();
-                try {
-                    go.await();
-                } catch (InterruptedException e) {
-                    throw new IllegalStateException(e);
-                }
-                long start = threads.getCurrentThreadCpuTime();
-                for (int r = 0; r < TIMED_ROUNDS; r++) {
-                    acc += round(ring, acc);
-                }
-                cpu[index] = threads.getCurrentThreadCpuTime() - start;
-                sink = acc;
-                done.countDown();
-            }, "worker-" + (t + 1));
-            worker.start();
-        }
-        warm.await();
-        long start = System.nanoTime();
-        go.countDown();
-        done.await();
-        long wall = System.nanoTime() - start;
-        long cpuSum = 0;
-        for (long c : cpu) {
-            cpuSum += c;
-        }
-        System.out.println("wall_ns " + wall + " cpu_ns " + cpuSum + " objects " + objectsPerRound() * TIMED_ROUNDS * THREADS);
+        TimedWorkers.run(THREADS, WARMUP_ROUNDS, TIMED_ROUNDS, index -> {
+            Node[] ring = new Node[RING];
+            return seed -> seed + round(ring, seed);
+        }, "worker", " objects " + objectsPerRound() * TIMED_ROUNDS * THREADS);
     }
 }
