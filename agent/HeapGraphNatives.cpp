@@ -13,6 +13,14 @@
 
 #define NATIVE(name) Java_com_corvane_Natives_##name
 
+// A native that reads one value of one object from the storage.
+#define OBJECT_GETTER(name, type, read)                                                      \
+    JNIEXPORT type JNICALL NATIVE(name)(JNIEnv * env, jclass, jlong handle, jint object) { \
+        KZT_NATIVE_BEGIN                                                                     \
+        return storageOf(handle)->read(object);                                              \
+        KZT_NATIVE_END(env, 0)                                                               \
+    }
+
 namespace {
 
 ObjectStorage* storageOf(jlong handle) {
@@ -171,29 +179,13 @@ JNIEXPORT void JNICALL NATIVE(setAllocatorImpl)(JNIEnv* env, jclass, jlong handl
     KZT_NATIVE_END(env, )
 }
 
-JNIEXPORT jint JNICALL NATIVE(getAllocatorFrameImpl)(JNIEnv* env, jclass, jlong handle, jint object) {
-    KZT_NATIVE_BEGIN
-    return storageOf(handle)->getAllocatorFrame(object);
-    KZT_NATIVE_END(env, 0)
-}
+OBJECT_GETTER(getAllocatorFrameImpl, jint, getAllocatorFrame)
 
-JNIEXPORT jint JNICALL NATIVE(getAllocatorTrnImpl)(JNIEnv* env, jclass, jlong handle, jint object) {
-    KZT_NATIVE_BEGIN
-    return storageOf(handle)->getAllocatorTrn(object);
-    KZT_NATIVE_END(env, 0)
-}
+OBJECT_GETTER(getAllocatorTrnImpl, jint, getAllocatorTrn)
 
-JNIEXPORT jlong JNICALL NATIVE(getAllocatorTimestampMs)(JNIEnv* env, jclass, jlong handle, jint object) {
-    KZT_NATIVE_BEGIN
-    return storageOf(handle)->getAllocatorTimestampMs(object);
-    KZT_NATIVE_END(env, 0)
-}
+OBJECT_GETTER(getAllocatorTimestampMs, jlong, getAllocatorTimestampMs)
 
-JNIEXPORT jint JNICALL NATIVE(getGenerationImpl)(JNIEnv* env, jclass, jlong handle, jint object) {
-    KZT_NATIVE_BEGIN
-    return storageOf(handle)->getGeneration(object);
-    KZT_NATIVE_END(env, 0)
-}
+OBJECT_GETTER(getGenerationImpl, jint, getGeneration)
 
 JNIEXPORT void JNICALL NATIVE(setGenerations)(JNIEnv* env, jclass, jlong handle, jintArray objects,
                                              jintArray generations, jint count) {
@@ -203,17 +195,9 @@ JNIEXPORT void JNICALL NATIVE(setGenerations)(JNIEnv* env, jclass, jlong handle,
     KZT_NATIVE_END(env, )
 }
 
-JNIEXPORT jint JNICALL NATIVE(getDepthToGcRootImpl)(JNIEnv* env, jclass, jlong handle, jint object) {
-    KZT_NATIVE_BEGIN
-    return storageOf(handle)->getDepthToGcRoot(object);
-    KZT_NATIVE_END(env, 0)
-}
+OBJECT_GETTER(getDepthToGcRootImpl, jint, getDepthToGcRoot)
 
-JNIEXPORT jint JNICALL NATIVE(getArrayLengthImpl)(JNIEnv* env, jclass, jlong handle, jint object) {
-    KZT_NATIVE_BEGIN
-    return storageOf(handle)->getArrayLength(object);
-    KZT_NATIVE_END(env, 0)
-}
+OBJECT_GETTER(getArrayLengthImpl, jint, getArrayLength)
 
 JNIEXPORT void JNICALL NATIVE(setArrayLengths)(JNIEnv* env, jclass, jlong handle, jintArray objects,
                                               jintArray lengths, jint count) {
@@ -223,11 +207,7 @@ JNIEXPORT void JNICALL NATIVE(setArrayLengths)(JNIEnv* env, jclass, jlong handle
     KZT_NATIVE_END(env, )
 }
 
-JNIEXPORT jint JNICALL NATIVE(getRefCountImpl)(JNIEnv* env, jclass, jlong handle, jint object) {
-    KZT_NATIVE_BEGIN
-    return storageOf(handle)->getRefs().getRefCount(object);
-    KZT_NATIVE_END(env, 0)
-}
+OBJECT_GETTER(getRefCountImpl, jint, getRefs().getRefCount)
 
 // Gives each object its first reference count, in the main area where it fits.
 JNIEXPORT void JNICALL NATIVE(createRefs)(JNIEnv* env, jclass, jlong handle, jintArray objects, jintArray counts,
@@ -279,11 +259,7 @@ JNIEXPORT void JNICALL NATIVE(setRefs)(JNIEnv* env, jclass, jlong handle, jintAr
     KZT_NATIVE_END(env, )
 }
 
-JNIEXPORT jlong JNICALL NATIVE(getPrimitiveDataPositionImpl)(JNIEnv* env, jclass, jlong handle, jint object) {
-    KZT_NATIVE_BEGIN
-    return storageOf(handle)->getPrimitiveDataPosition(object);
-    KZT_NATIVE_END(env, 0)
-}
+OBJECT_GETTER(getPrimitiveDataPositionImpl, jlong, getPrimitiveDataPosition)
 
 JNIEXPORT void JNICALL NATIVE(setPrimitiveDataPositions)(JNIEnv* env, jclass, jlong handle, jintArray objects,
                                                         jlongArray positions, jint count) {
@@ -294,11 +270,7 @@ JNIEXPORT void JNICALL NATIVE(setPrimitiveDataPositions)(JNIEnv* env, jclass, jl
     KZT_NATIVE_END(env, )
 }
 
-JNIEXPORT jlong JNICALL NATIVE(getOIDImpl)(JNIEnv* env, jclass, jlong handle, jint object) {
-    KZT_NATIVE_BEGIN
-    return storageOf(handle)->getOID(object);
-    KZT_NATIVE_END(env, 0)
-}
+OBJECT_GETTER(getOIDImpl, jlong, getOID)
 
 JNIEXPORT void JNICALL NATIVE(setOIDs)(JNIEnv* env, jclass, jlong handle, jintArray objects, jlongArray oids,
                                       jint count) {
@@ -327,11 +299,7 @@ JNIEXPORT jstring JNICALL NATIVE(getStorageStatisticsImpl)(JNIEnv* env, jclass, 
 }
 
 // The immediate dominator that the dominator step stored, as an object id.
-JNIEXPORT jint JNICALL NATIVE(getDominatorImpl)(JNIEnv* env, jclass, jlong handle, jint object) {
-    KZT_NATIVE_BEGIN
-    return storageOf(handle)->getInts().get(object);
-    KZT_NATIVE_END(env, 0)
-}
+OBJECT_GETTER(getDominatorImpl, jint, getInts().get)
 
 // ---- Dominators ----
 
