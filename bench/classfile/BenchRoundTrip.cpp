@@ -82,7 +82,7 @@ int main(int argc, char** argv) {
 
     long instructions = 0;
     long before = ourAllocations.load();
-    roundTrip(classes, &instructions);  // warm-up, and the allocation count of a pass
+    long written = roundTrip(classes, &instructions);  // warm-up, and the allocation count of a pass
     long allocations = ourAllocations.load() - before;
 
     std::vector<double> seconds;
@@ -95,6 +95,7 @@ int main(int argc, char** argv) {
     double median = seconds[seconds.size() / 2];
     printf("classes %zu\n", classes.size());
     printf("bytes %lld\n", totalBytes);
+    printf("written %ld\n", written);
     printf("instructions %ld\n", instructions);
     printf("allocations %ld\n", allocations);
     printf("classes_per_second %.0f\n", classes.size() / median);
