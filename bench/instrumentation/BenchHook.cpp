@@ -1,18 +1,23 @@
-// The whole class load hook (parse, patch for tracing, write) over every class
-// of a list held in memory, with all methods instrumented. Each pass starts
-// with a fresh database, as a JVM would, outside the timed part. Prints the
-// median of the passes and writes the list of classes measured.
+// The whole class load hook (parse, patch, write) over every class of a list
+// held in memory, with all methods instrumented and line calls in methods of
+// every length. Each pass starts with a fresh database, as a JVM would,
+// outside the timed part. Prints the median of the passes, the classes
+// rewritten and the bytes they came to, and writes the list of classes
+// measured. <kind> is what is patched: tracing (entry, exits, lines), alloc
+// (allocation points) or both.
 // With "digest", prints instead digests of the rewritten bytes and of the
 // string and method tables after each pass, to show that a change of the
-// hook's speed changes nothing it produces.
+// hook's speed changes nothing it produces. With "write", writes each class
+// as the hook left it into a folder, for a run of the rewritten program.
 // Usage: bench_instrumentation <list of class files> <passes> <measured list out>
-//        [digest <tracing|alloc|both> [options]]
+//        [time <kind> | digest <kind> [options] | write <kind> <folder>]
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <new>
 #include <string>
@@ -48,7 +53,9 @@ struct Digest {
     }
 };
 
-static long hookAll(const std::vector<Class>& classes, long* rewritten, Digest* digest) {
+// Bytes written by the hook; with a folder, every class goes there as the
+// hook left it.
+static long hookAll(const std::vector<Class>& classes, long* rewritten, Digest* digest, const char* folder = nullptr) {
     long written = 0;
     LockHolder lock(&ourLock, LOCK_SITE);
     for (const Class& c : classes) {
@@ -61,6 +68,13 @@ static long hookAll(const std::vector<Class>& classes, long* rewritten, Digest* 
         if (digest != nullptr) {
             digest->addInt(bytes != nullptr ? length : -1);
             if (bytes != nullptr) digest->add(bytes, length);
+        }
+        if (folder != nullptr) {
+            std::string path = std::string(folder) + "/" + c.name + ".class";
+            std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+            std::ofstream out(path, std::ios::binary);
+            if (bytes != nullptr) out.write((const char*)bytes, length);
+            else out.write((const char*)c.bytes.data(), (std::streamsize)c.bytes.size());
         }
         free(bytes);
     }
@@ -95,9 +109,10 @@ int main(int argc, char** argv) {
     }
     Logger::ourQuietErrorMode = true;
     Logger::ourQuiet = true;
-    bool digestMode = argc >= 6 && std::string(argv[4]) == "digest";
-    std::string kind = digestMode ? argv[5] : "tracing";
-    const char* options = argc >= 7 ? argv[6] : "_instrument_all_methods";
+    std::string mode = argc >= 5 ? argv[4] : "time";
+    bool digestMode = mode == "digest";
+    std::string kind = argc >= 6 ? argv[5] : "tracing";
+    const char* options = digestMode && argc >= 7 ? argv[6] : "_instrument_all_methods,_tracing_clt=65536";
     uint64_t capabilities = 0;
     bool showUsage = false;
     ourOptions.parseOptions(ZString(options), &capabilities, &showUsage, true);
@@ -121,6 +136,18 @@ int main(int argc, char** argv) {
         if (c.name == "sun/misc/Unsafe" || c.name == "jdk/internal/misc/Unsafe" || c.name == "module-info") continue;
         measured << path << "\n";
         classes.push_back(std::move(c));
+    }
+
+    if (mode == "write") {
+        if (argc < 7) {
+            fprintf(stderr, "usage: bench_instrumentation <list> <passes> <measured list out> write <kind> <folder>\n");
+            return 2;
+        }
+        DB::createAndInitializeDB(DBSettings{100});
+        long count = 0;
+        hookAll(classes, &count, nullptr, argv[6]);
+        printf("rewritten %ld\n", count);
+        return 0;
     }
 
     if (digestMode) {
@@ -148,12 +175,13 @@ int main(int argc, char** argv) {
 
     std::vector<double> seconds;
     long rewritten = 0;
+    long written = 0;
     for (int i = 0; i <= passes; i++) {
         DB::resetForTests();
         DB::createAndInitializeDB(DBSettings{100});
         long count = 0;
         auto start = std::chrono::steady_clock::now();
-        hookAll(classes, &count, nullptr);
+        written = hookAll(classes, &count, nullptr);
         double spent = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         if (i > 0) seconds.push_back(spent);  // the first pass warms up
         rewritten = count;
@@ -163,6 +191,7 @@ int main(int argc, char** argv) {
     double median = seconds[seconds.size() / 2];
     printf("classes %zu\n", classes.size());
     printf("rewritten %ld\n", rewritten);
+    printf("written %ld\n", written);
     printf("classes_per_second %.0f\n", classes.size() / median);
     if (getenv("BENCH_VERBOSE") != nullptr) {
         for (double t : inOrder) printf("pass %.0f classes/s\n", classes.size() / t);
