@@ -74,7 +74,7 @@ class RealAgentTest {
         assertEquals(0, report.code(), report.err());
         Map<String, Object> json = (Map<String, Object>) JsonParser.parse(report.out());
         long total = (Long) json.get("totalTimeNs");
-        assertTrue(total > 300_000_000L, "the main thread ran about 0.8 s: " + total);
+        assertTrue(total > 300_000_000L, "the main thread ran 0.8 s of CPU time: " + total);
         List<Map<String, Object>> own = new ArrayList<>();
         long ownSum = 0;
         for (Object item : (List<Object>) ((Map<String, Object>) json.get("hotSpots")).get("methods")) {
