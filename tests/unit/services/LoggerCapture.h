@@ -78,6 +78,7 @@ public:
         return content.str();
     }
     std::string content() const { return read(path()); }
+    bool has(const std::string& text) const { return content().find(text) != std::string::npos; }
 
     // The texts of the lines of a log, the line prefix (with the optional
     // process id and system time) taken away and continuation lines joined on.
