@@ -78,7 +78,7 @@ TEST(ObjectStorage, ColumnsReadTheirDefaultsAndKeepLargeValues) {
 
 TEST(RefTable, MainAreaExtraEntriesAndIterators) {
     ScratchFolder folder;
-    LogCapture log(folder);
+    CapturedLog log;
     // A main area of 0x100000 + 10 positions: the third object no longer fits.
     RefTable refs("t", 10, 0x100000 + 10);
     refs.createRefs(1, 0x100000 - 3);
@@ -110,7 +110,7 @@ TEST(RefTable, MainAreaExtraEntriesAndIterators) {
     EXPECT_THROW(refs.getRef(2, 1), KZTRuntimeException);
     EXPECT_EQ(2, refs.getExtraCount());
 
-    std::string text = log.text();
+    std::string text = log.content();
     EXPECT_EQ(text.find("with extraRefs"), text.rfind("with extraRefs"));
     EXPECT_THROW(refs.createRefs(10, 1), KZTRuntimeException);
     BigIntArray64 column("x");
@@ -201,7 +201,7 @@ DominatorStepRunner::Result failingRun(void*, ZString& failure) {
 }
 
 TEST_F(DominatorFilesTest, DriverComputesReadsAndReuses) {
-    LogCapture log(folder);
+    CapturedLog log;
     std::string paths[2] = {folder.file("in"), folder.file("out")};
     DominatorStepRunner runner = {runDc, paths};
     ZString toThrow;
