@@ -439,29 +439,6 @@ TEST_F(GlobalStateTest, ValidationChangesNoGlobalState) {
     EXPECT_EQ(50, v.options.getDelay());
 }
 
-TEST_F(GlobalStateTest, ApplyOptionsPrintsTheReasonAndUsage) {
-    Options options(commandLine({"java", "Main"}));
-    testing::internal::CaptureStdout();
-    EXPECT_FALSE(options.applyOptions(ZString("foo")));
-    std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_NE(std::string::npos, out.find("Cannot start: invalid option: foo\n"));
-    EXPECT_NE(std::string::npos,
-              out.find("\nCorvane Java Profiler 2019.8-b109 JVMTI agent usage: -agentpath:<path to agent library>="
-                       "[<option>, ...]\n\nAvailable options are described here:\n"
-                       "https://github.com/corvane/corvane#startup-options\n"));
-
-    Options help(commandLine({"java", "Main"}));
-    testing::internal::CaptureStdout();
-    EXPECT_FALSE(help.applyOptions(ZString("help")));
-    out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(std::string::npos, out.find("Cannot start"));
-    EXPECT_NE(std::string::npos, out.find("Available options are described here:"));
-
-    Options fine(commandLine({"java", "Main"}));
-    EXPECT_TRUE(fine.applyOptions(ZString("sampling,_anything")));
-    EXPECT_TRUE(fine.isSampling());
-}
-
 // ---- The early scan for the log ----
 
 class LoggerOptionsTest : public ::testing::Test {
