@@ -141,46 +141,20 @@ TEST(CpuAndMemory, MemoryFigures) {
     EXPECT_GT(resident, 0);
     EXPECT_GE(getProcessMemoryUsage(), resident);
     EXPECT_GT(getSystemPhysicalMemorySize(), resident);
-    EXPECT_TRUE(is64BitMachine());
 }
 
-TEST(Process, OwnFacts) {
-    ZVectorSafe<ZString> self;
-    getCommandLineParameters(self);
-    ASSERT_GE(self.getSize(), 1);
-    EXPECT_TRUE(self[0].endsWith("unit_foundation")) << self[0].c_str();
-    ZVectorSafe<ZString> byPid;
-    getCommandLineParameters(byPid, z_getpid());
-    ASSERT_EQ(self.getSize(), byPid.getSize());
-    for (int i = 0; i < self.getSize(); i++) EXPECT_EQ(self[i], byPid[i]);
-    EXPECT_THROW(getCommandLineParameters(byPid, z_getpid()), KZTRuntimeException);
-    ZVectorSafe<ZString> none;
-    getCommandLineParameters(none, 0x7ffffff0);
-    EXPECT_TRUE(none.isEmpty());
-
-    EXPECT_EQ(ZString("unit_foundation"), getFileName(getExecutablePath(z_getpid())));
-    EXPECT_TRUE(getExecutablePath(0x7ffffff0).isEmpty());
-    EXPECT_FALSE(getAgentLibraryPath().isEmpty());
-    struct passwd* me = getpwuid(getuid());
-    ASSERT_NE(nullptr, me);
-    EXPECT_STREQ(me->pw_name, getProcessOwnerUnix(z_getpid()).c_str());
-    EXPECT_TRUE(getProcessOwnerUnix(0x7ffffff0).isEmpty());
-    EXPECT_STREQ("linux-x86-64", getPresentablePlatformName());
+// This process's and a missing one's owner, path and command line are read
+// through the natives by the live tests, and the start test finds the JVM's
+// command line and the agent's path in the log header.
+TEST(Process, OwnFactsAndTheProcessList) {
+    ZVectorSafe<ZString> filled;
+    filled.push(ZString("stale"));
+    EXPECT_THROW(getCommandLineParameters(filled, z_getpid()), KZTRuntimeException);
     EXPECT_FALSE(getHostName().isEmpty());
-    EXPECT_EQ((int64_t)pthread_self(), getCurrentThreadNativeID());
-}
-
-TEST(Process, LiveProcessListAndDebugMessage) {
     ZVector<int> pids;
     getLiveProcessIds(pids);
     EXPECT_TRUE(pids.contains(z_getpid()));
     EXPECT_TRUE(pids.contains(1));
-    ZString message = getDebugPSMessage();
-    EXPECT_TRUE(message.startsWith("DebugPS: "));
-    EXPECT_TRUE(message.contains(" processes:\n"));
-    ZString mine("\n* ");
-    mine.appendLong(z_getpid()).appendChar(' ');
-    EXPECT_TRUE(message.contains(mine)) << message.c_str();
 }
 
 TEST(EnvironmentAndPaths, UserHome) {
