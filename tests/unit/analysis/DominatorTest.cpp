@@ -164,7 +164,6 @@ TEST_F(DominatorStepTest, MillionsOfNodes) {
 
 TEST_F(DominatorStepTest, LowMemLeavesNoTemporaryFiles) {
     run(diamonds(3), "low_mem");
-    std::vector<std::string> left;
     std::string list = folder.path + "/kzttmp_*";
     EXPECT_NE(0, std::system(("ls " + list + " >/dev/null 2>&1").c_str()));
 }
