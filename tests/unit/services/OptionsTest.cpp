@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "LoggerCapture.h"
 #include "services/AgentState.h"
 #include "services/Logger.h"
 #include "services/Options.h"
@@ -441,34 +442,10 @@ TEST_F(GlobalStateTest, ValidationChangesNoGlobalState) {
 
 // ---- The early scan for the log ----
 
-class LoggerOptionsTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        mySizeLimit = Logger::ourLogFileSizeLimit;
-        myDirectory = str(Logger::ourCustomLogDirectory);
-        mySessionName = str(Logger::ourSessionNameFromOptions);
-        myFlags = {Logger::ourUnitedLog, Logger::ourWithSystemTime, Logger::ourQuiet,
-                   Logger::ourShouldExitOnException, Logger::ourDebugPS};
-    }
-    void TearDown() override {
-        Logger::ourLogFileSizeLimit = mySizeLimit;
-        Logger::ourCustomLogDirectory = myDirectory.c_str();
-        Logger::ourSessionNameFromOptions = mySessionName.c_str();
-        Logger::ourUnitedLog = myFlags[0];
-        Logger::ourWithSystemTime = myFlags[1];
-        Logger::ourQuiet = myFlags[2];
-        Logger::ourShouldExitOnException = myFlags[3];
-        Logger::ourDebugPS = myFlags[4];
-        Logger::resetForTests();
-    }
-    int mySizeLimit;
-    std::string myDirectory;
-    std::string mySessionName;
-    std::vector<bool> myFlags;
-};
-
-TEST_F(LoggerOptionsTest, SetsTheLoggerStatics) {
-    Logger::ourLogFileSizeLimit = 1048576;
+// The logger's settings go back with the captured log's end; two debug flags here.
+TEST(LoggerOptionsTest, SetsTheLoggerStatics) {
+    CapturedLog log;
+    bool savedExitOnException = Logger::ourShouldExitOnException, savedDebugPS = Logger::ourDebugPS;
     setenv("KZT_OPT_TEST", "env", 1);
     Options options(commandLine({"java", "-cp", "x", "com.acme.App"}));
     options.initializeLogger(ZString("log_file_size_limit=10240,logdir=KZTQUOTED2f6c2c67,"
@@ -489,4 +466,6 @@ TEST_F(LoggerOptionsTest, SetsTheLoggerStatics) {
     Options plain(commandLine({"java", "-cp", "x", "com.acme.App"}));
     plain.initializeLogger(ZString(""));
     EXPECT_EQ("App", str(Logger::ourSessionNameFromOptions));
+    Logger::ourShouldExitOnException = savedExitOnException;
+    Logger::ourDebugPS = savedDebugPS;
 }
