@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "unit/ScratchFolder.h"
 #include "unit/services/LoggerCapture.h"
 
 // Nodes 1 to n - 1 with successors; node 0 is the virtual root, whose
@@ -238,16 +239,3 @@ inline std::vector<int> distancesByBfs(const std::vector<std::vector<int>>& succ
     }
     return depth;
 }
-
-// ---- A scratch folder ----
-
-class ScratchFolder {
-public:
-    ScratchFolder() {
-        char pattern[] = "/tmp/corvane-analysis-XXXXXX";
-        path = mkdtemp(pattern);
-    }
-    ~ScratchFolder() { std::system(("rm -rf " + path).c_str()); }
-    std::string file(const char* name) const { return path + "/" + name; }
-    std::string path;
-};

@@ -14,20 +14,9 @@
 
 #include "foundation/Failure.h"
 #include "foundation/System.h"
+#include "unit/ScratchFolder.h"
 
 namespace {
-
-// A fresh folder under /tmp, removed with its content at the end.
-class TempDir {
-public:
-    TempDir() {
-        char pattern[] = "/tmp/corvane-os-XXXXXX";
-        path = mkdtemp(pattern);
-    }
-    ~TempDir() { system(("rm -rf " + path).c_str()); }
-    std::string file(const char* name) const { return path + "/" + name; }
-    std::string path;
-};
 
 void writeText(const std::string& path, const std::string& text) {
     FILE* f = fopen(path.c_str(), "wb");
@@ -174,7 +163,7 @@ TEST(EnvironmentAndPaths, TempFilePath) {
 }
 
 TEST(Files, SizesOfFilesDirectoriesAndMissingOnes) {
-    TempDir dir;
+    ScratchFolder dir;
     writeText(dir.file("f"), "12345");
     EXPECT_EQ(5, getFileSize(dir.file("f").c_str()));
     EXPECT_EQ(-1, getFileSize(dir.path.c_str()));
@@ -182,7 +171,7 @@ TEST(Files, SizesOfFilesDirectoriesAndMissingOnes) {
 }
 
 TEST(Files, ReadingWholeFiles) {
-    TempDir dir;
+    ScratchFolder dir;
     std::string big(100000, 'q');
     big[5] = 0;
     writeText(dir.file("big"), big);
@@ -216,7 +205,7 @@ TEST(Files, ReadingWholeFiles) {
 }
 
 TEST(Files, FoldersAndNames) {
-    TempDir dir;
+    ScratchFolder dir;
     ZString nested = ZString(dir.path.c_str()) + "/a/b//c";
     z_mkdirs(nested);
     EXPECT_TRUE(FileSearch::isDirectory(nested.c_str()));
@@ -247,7 +236,7 @@ TEST(Files, FoldersAndNames) {
 }
 
 TEST(ConfigText, ReadAndSplit) {
-    TempDir dir;
+    ScratchFolder dir;
     writeText(dir.file("given.txt"), "given");
     EXPECT_STREQ("given", readConfigFromFile(ZString(dir.file("given.txt").c_str()), "x.txt", "default").c_str());
     EXPECT_STREQ("default", readConfigFromFile(ZString(dir.file("none").c_str()), "x.txt", "default").c_str());
