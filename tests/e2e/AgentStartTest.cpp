@@ -7,25 +7,15 @@
 namespace e2e {
 namespace {
 
-const char USAGE_HEAD[] =
+const std::string USAGE =
     "\nCorvane Java Profiler 2019.8-b109 JVMTI agent usage: -agentpath:<path to agent library>=[<option>, ...]\n"
-    "\nAvailable options are described here:\n";
+    "\nAvailable options are described here:\nhttps://github.com/corvane/corvane#startup-options\n";
 
 bool isNondecreasing(const std::vector<LogEntry>& entries, size_t from, size_t to) {
     for (size_t i = from + 1; i < to && i < entries.size(); i++) {
         if (entries[i].uptimeMs < entries[i - 1].uptimeMs) return false;
     }
     return true;
-}
-
-// The usage ends stdout: its fixed head, then the address of the page on a
-// line of its own.
-void expectUsageAtEnd(const std::string& out) {
-    std::string::size_type at = out.find(USAGE_HEAD);
-    ASSERT_NE(std::string::npos, at) << out;
-    std::string address = out.substr(at + sizeof(USAGE_HEAD) - 1);
-    EXPECT_GT(address.size(), 1u);
-    EXPECT_EQ(address.size() - 1, address.find('\n')) << address;
 }
 
 using AgentStart = AgentTest;
@@ -104,7 +94,7 @@ TEST_F(AgentStart, InvalidOptionOrHelpStopsWithCode3AndTheUsage) {
     EXPECT_TRUE(std::regex_search(invalid.out, std::regex("^19\\.8-109 \\d+\\.\\d{3}: Cannot start: invalid option: "
                                                           "foo\n")))
         << invalid.out;
-    expectUsageAtEnd(invalid.out);
+    EXPECT_TRUE(endsWith(invalid.out, USAGE)) << invalid.out;
     EXPECT_EQ(std::string::npos, invalid.out.find("hello from e2e"));
     std::vector<std::string> messages = logOf(invalid.pid);
     EXPECT_IN_ORDER(messages, std::vector<std::string>({"Agent_OnLoad: ", "Cannot start: invalid option: foo"}));
@@ -119,9 +109,7 @@ TEST_F(AgentStart, InvalidOptionOrHelpStopsWithCode3AndTheUsage) {
 
     ProcessResult help = runHello("help");
     EXPECT_EQ(3, help.exitCode);
-    EXPECT_EQ(std::string::npos, help.out.find("invalid option")) << help.out;
-    EXPECT_EQ(0u, help.out.find(USAGE_HEAD)) << help.out;
-    expectUsageAtEnd(help.out);
+    EXPECT_EQ(USAGE, help.out);
 }
 
 TEST_F(AgentStart, DeprecatedOptionsWarnAndTheAgentStarts) {

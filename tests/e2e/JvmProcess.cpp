@@ -200,11 +200,6 @@ void writeFile(const std::string& path, const std::string& content) {
     if (!out) throw std::runtime_error("cannot write " + path);
 }
 
-bool fileExists(const std::string& path) {
-    std::error_code ignored;
-    return fs::exists(path, ignored);
-}
-
 void makeFolders(const std::string& path) { fs::create_directories(path); }
 
 std::vector<std::string> listFolder(const std::string& path) {
@@ -225,22 +220,11 @@ std::vector<std::string> listTree(const std::string& path) {
     return names;
 }
 
-std::vector<std::string> splitLines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::string::size_type from = 0;
-    while (from < text.size()) {
-        std::string::size_type end = text.find('\n', from);
-        if (end == std::string::npos) end = text.size();
-        lines.push_back(text.substr(from, end - from));
-        from = end + 1;
-    }
-    return lines;
-}
-
 std::vector<LogEntry> parseLog(const std::string& log, std::vector<std::string>* badLines) {
     static const std::regex PREFIX("^19\\.8-109 (\\d+)\\.(\\d{3}): ");
     std::vector<LogEntry> entries;
-    for (const std::string& line : splitLines(log)) {
+    std::istringstream lines(log);
+    for (std::string line; std::getline(lines, line);) {
         std::smatch match;
         if (std::regex_search(line, match, PREFIX)) {
             long long uptime = std::stoll(match[1]) * 1000 + std::stoll(match[2]);

@@ -79,14 +79,11 @@ private:
 
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& content);
-bool fileExists(const std::string& path);
 void makeFolders(const std::string& path);
 // Names of the entries of a folder, sorted; empty when it does not exist.
 std::vector<std::string> listFolder(const std::string& path);
 // Every regular file below a folder, as a path relative to it, sorted.
 std::vector<std::string> listTree(const std::string& path);
-
-std::vector<std::string> splitLines(const std::string& text);
 
 // One log line: its uptime and text, continuation lines included.
 struct LogEntry {

@@ -19,7 +19,8 @@ cmake -S "$root/tests/fuzz/target" -B "$work/build" -DCMAKE_C_COMPILER=clang -DC
     || { cat "$work.configure.log"; exit 1; }
 cmake --build "$work/build" -j2 > "$work.build.log" 2>&1 || { tail -40 "$work.build.log"; exit 1; }
 
-# Seeds: the same small sources compiled for several class file versions,
+# Seeds: the program of many method shapes that the rewriting tests run,
+# and a class for an older target, compiled for several class file versions,
 # with and without debug tables. No class of the JDK goes in.
 rm -rf "$work/seeds"
 mkdir -p "$work/seeds" "$work/corpus" "$work/home"
@@ -29,11 +30,13 @@ compile() {
     mkdir -p "$out"
     "$java_home/bin/javac" -nowarn -d "$out" "$@"
 }
+shapes=("$root/tests/unit/instrumentation/java/Shapes.java"
+        "$root/tests/unit/instrumentation/java/com/corvane/runtime/Callback.java")
 compile v51 --release 7 -g "$root/tests/fuzz/seeds/Legacy.java"
-compile v52 --release 8 "$root/tests/fuzz/seeds/Seeds.java"
-compile v55 --release 11 -g "$root/tests/fuzz/seeds/Seeds.java"
-compile v61 -g "$root/tests/fuzz/seeds/Seeds.java" "$root/tests/fuzz/seeds/Legacy.java"
-compile v61-plain -g:none "$root/tests/fuzz/seeds/Seeds.java"
+compile v52 --release 8 "${shapes[@]}"
+compile v55 --release 11 -g "${shapes[@]}"
+compile v61 -g "${shapes[@]}" "$root/tests/fuzz/seeds/Legacy.java"
+compile v61-plain -g:none "${shapes[@]}"
 i=0
 for f in $(find "$work/seeds" -name '*.class' | sort); do
     cp "$f" "$work/corpus/seed-$i.class"

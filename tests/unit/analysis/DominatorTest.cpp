@@ -164,7 +164,6 @@ TEST_F(DominatorStepTest, MillionsOfNodes) {
 
 TEST_F(DominatorStepTest, LowMemLeavesNoTemporaryFiles) {
     run(diamonds(3), "low_mem");
-    std::vector<std::string> left;
     std::string list = folder.path + "/kzttmp_*";
     EXPECT_NE(0, std::system(("ls " + list + " >/dev/null 2>&1").c_str()));
 }
@@ -193,15 +192,15 @@ TEST_F(DominatorStepTest, BadInputFilesAreRefused) {
         {"unknown algorithm", {2, 0, 1, 1}, "fast", "error: unsupported algorithm: fast"},
     };
     for (const BadInput& bad : cases) {
-        LogCapture log(folder);
+        CapturedLog log;
         writeInts(in, bad.ints);
         EXPECT_FALSE(dcImpl(ZString(in.c_str()), ZString(out.c_str()), ZString(""), ZString(bad.algorithm))) << bad.name;
-        EXPECT_TRUE(log.has(bad.message)) << bad.name << "\n" << log.text();
+        EXPECT_TRUE(log.has(bad.message)) << bad.name << "\n" << log.content();
     }
 }
 
 TEST_F(DominatorStepTest, MissingFilesAndUnreachableNodes) {
-    LogCapture log(folder);
+    CapturedLog log;
     EXPECT_FALSE(dcImpl(ZString("/nonexistent/in"), ZString(out.c_str()), ZString(""), ZString("snca")));
     EXPECT_TRUE(log.has("Failed to open input file: /nonexistent/in"));
     writeInts(in, {2, 0, 1, 1});
@@ -218,7 +217,7 @@ TEST_F(DominatorStepTest, MissingFilesAndUnreachableNodes) {
 }
 
 TEST_F(DominatorStepTest, LogsEveryPhase) {
-    LogCapture log(folder);
+    CapturedLog log;
     run(diamonds(2), "snca");
     run(diamonds(2), "low_mem");
     for (const char* line : {"Reading input: ", "refs: 8", "roots: 1", "creating idom...", "BIA_P=idom size=8 (0 MB)",

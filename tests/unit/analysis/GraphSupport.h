@@ -9,13 +9,12 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "services/Logger.h"
+#include "unit/ScratchFolder.h"
+#include "unit/services/LoggerCapture.h"
 
 // Nodes 1 to n - 1 with successors; node 0 is the virtual root, whose
 // successors are `roots`.
@@ -240,37 +239,3 @@ inline std::vector<int> distancesByBfs(const std::vector<std::vector<int>>& succ
     }
     return depth;
 }
-
-// ---- A scratch folder and the log ----
-
-class ScratchFolder {
-public:
-    ScratchFolder() {
-        char pattern[] = "/tmp/corvane-analysis-XXXXXX";
-        path = mkdtemp(pattern);
-    }
-    ~ScratchFolder() { std::system(("rm -rf " + path).c_str()); }
-    std::string file(const char* name) const { return path + "/" + name; }
-    std::string path;
-};
-
-// Sends the log to a fresh file of the scratch folder; text() reads it.
-class LogCapture {
-public:
-    explicit LogCapture(const ScratchFolder& folder) {
-        Logger::ourCustomLogDirectory = (folder.path + "/log").c_str();
-        Logger::resetForTests();
-        Logger::message("log capture");
-    }
-    ~LogCapture() {
-        Logger::ourCustomLogDirectory = "";
-        Logger::resetForTests();
-    }
-    std::string text() const {
-        std::ifstream in(Logger::ourLogFilePath.c_str());
-        std::stringstream all;
-        all << in.rdbuf();
-        return all.str();
-    }
-    bool has(const std::string& line) const { return text().find(line) != std::string::npos; }
-};

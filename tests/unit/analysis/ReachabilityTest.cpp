@@ -74,7 +74,6 @@ TEST(Reachability, MarksWhatABreadthFirstSearchReaches) {
             if (!Reachability::isMarked(visited.data(), s)) Reachability::markAsVisited(*storage, s, visited.data(), stack);
         }
         EXPECT_TRUE(stack.isEmpty());
-        for (int& t : succ[0]) (void)t;
         std::vector<std::vector<int>> cut = succ;
         for (auto& targets : cut) targets.erase(std::remove(targets.begin(), targets.end(), preset), targets.end());
         EXPECT_EQ(reachableByBfs(cut, walkStarts, {preset}), marked(visited, g.n)) << "n=" << g.n;

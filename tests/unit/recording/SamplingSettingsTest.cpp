@@ -1,10 +1,10 @@
 // The sampling settings text and the settings read at each start of CPU
 // profiling, with the wall-time filters they leave behind.
-#include <cstdio>
 #include <fstream>
 
 #include "recording/CpuProfilingSettings.h"
 #include "recording/SamplingSettings.h"
+#include "unit/ScratchFolder.h"
 #include "unit/recording/RecordingTestSupport.h"
 
 class SamplingSettingsTest : public RecordingTest {
@@ -63,17 +63,14 @@ TEST_F(SamplingSettingsTest, SettingsTextsComeFromTheGivenTextOrTheFileOrTheDefa
     ZString given("sampling_period_ms=7");
     EXPECT_EQ(given, getSamplingSettingsText(&given));
 
-    char folder[] = "/tmp/sampling-settings-XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(folder));
-    std::string path = std::string(folder) + "/settings.txt";
+    ScratchFolder folder;
+    std::string path = folder.file("settings.txt");
     setSettingsPaths(path);
     EXPECT_EQ(ZString(SamplingSettings::DEFAULT_TEXT), getSamplingSettingsText(nullptr)) << "a missing file";
     EXPECT_EQ(ZString(TracingSettings::DEFAULT_TEXT), getTracingSettingsText(nullptr));
     std::ofstream(path) << "walltime=a.B\n";
     EXPECT_EQ(ZString("walltime=a.B\n"), getSamplingSettingsText(nullptr));
     EXPECT_EQ(ZString("walltime=a.B\n"), getTracingSettingsText(nullptr));
-    std::remove(path.c_str());
-    rmdir(folder);
 }
 
 TEST_F(SamplingSettingsTest, EachCpuModeReloadsTheWallTimeFiltersOfItsOwnSettings) {

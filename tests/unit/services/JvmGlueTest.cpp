@@ -21,10 +21,6 @@ struct FakeObject {
     std::string text;              // class name, or string value
     FakeObject* klass = nullptr;   // of a throwable
     FakeObject* message = nullptr; // of a throwable; null for none
-    std::vector<jint> ints;
-    std::vector<jbyte> bytes;
-    std::vector<jchar> chars;
-    std::vector<jobject> objects;
 };
 
 const jmethodID GET_NAME = (jmethodID)1;
@@ -71,31 +67,6 @@ public:
         myTable.GetStringUTFLength = [](JNIEnv*, jstring text) { return (jsize)object(text)->text.size(); };
         myTable.ReleaseStringUTFChars = [](JNIEnv*, jstring, const char*) { ourFake->releasedStrings++; };
         myTable.NewStringUTF = [](JNIEnv*, const char* text) { return ourFake->string(text); };
-        myTable.NewObjectArray = [](JNIEnv*, jsize length, jclass, jobject) {
-            jobjectArray array = (jobjectArray)ourFake->make();
-            object(array)->objects.resize(length);
-            return array;
-        };
-        myTable.SetObjectArrayElement = [](JNIEnv*, jobjectArray array, jsize at, jobject value) {
-            object(array)->objects.at(at) = value;
-        };
-        myTable.GetObjectArrayElement = [](JNIEnv*, jobjectArray array, jsize at) {
-            return object(array)->objects.at(at);
-        };
-        myTable.GetArrayLength = [](JNIEnv*, jarray array) {
-            FakeObject* value = object(array);
-            return (jsize)(value->ints.size() + value->bytes.size() + value->chars.size() + value->objects.size());
-        };
-        myTable.GetIntArrayElements = elementsOf<jintArray, jint, &FakeObject::ints>;
-        myTable.GetByteArrayElements = elementsOf<jbyteArray, jbyte, &FakeObject::bytes>;
-        myTable.GetCharArrayElements = elementsOf<jcharArray, jchar, &FakeObject::chars>;
-        myTable.ReleaseIntArrayElements = release<jintArray, jint>;
-        myTable.ReleaseByteArrayElements = release<jbyteArray, jbyte>;
-        myTable.ReleaseCharArrayElements = release<jcharArray, jchar>;
-        myTable.NewIntArray = newArray<jintArray, jint, &FakeObject::ints>;
-        myTable.NewByteArray = newArray<jbyteArray, jbyte, &FakeObject::bytes>;
-        myTable.SetIntArrayRegion = setRegion<jintArray, jint, &FakeObject::ints>;
-        myTable.SetByteArrayRegion = setRegion<jbyteArray, jbyte, &FakeObject::bytes>;
     }
     ~FakeJvm() { ourFake = nullptr; }
 
@@ -103,25 +74,6 @@ public:
 
     static FakeObject* object(jobject value) { return (FakeObject*)value; }
 
-    // The primitive array calls, one template for each kind of call.
-    template <typename Array, typename Element, std::vector<Element> FakeObject::*values>
-    static Element* elementsOf(JNIEnv*, Array array, jboolean*) {
-        return (object(array)->*values).data();
-    }
-    template <typename Array, typename Element>
-    static void release(JNIEnv*, Array, Element*, jint mode) {
-        ourFake->releaseModes.push_back(mode);
-    }
-    template <typename Array, typename Element, std::vector<Element> FakeObject::*values>
-    static Array newArray(JNIEnv*, jsize length) {
-        Array array = (Array)ourFake->make();
-        (object(array)->*values).resize(length);
-        return array;
-    }
-    template <typename Array, typename Element, std::vector<Element> FakeObject::*values>
-    static void setRegion(JNIEnv*, Array array, jsize from, jsize length, const Element* source) {
-        std::copy(source, source + length, (object(array)->*values).begin() + from);
-    }
     jobject make() {
         myObjects.emplace_back();
         return (jobject)&myObjects.back();
@@ -153,7 +105,6 @@ public:
 
     jthrowable pending = nullptr;
     std::vector<std::string> calls;
-    std::vector<jint> releaseModes;
     int deletedLocalRefs = 0;
     int releasedStrings = 0;
     bool utfCharsFail = false;
@@ -275,44 +226,6 @@ TEST(JvmGlueTest, RetransformCleanupTakesOnlyAPendingException) {
     EXPECT_EQ(nullptr, jvm.pending);
     EXPECT_EQ(1, jvm.deletedLocalRefs);
     EXPECT_EQ("warning: (additional info) retransform failed with JNI exception", log.messages().back());
-}
-
-TEST(JvmGlueTest, ArraysAreCopiedBothWaysAndNeverWrittenBack) {
-    FakeJvm jvm;
-    ZVector<int> ints;
-    fillVectorFromJArray(jvm.env(), (jintArray) nullptr, ints);
-    EXPECT_EQ(0, ints.getSize());
-    ints.push(7);
-    ints.push(-1);
-    jintArray intArray = newJIntArray(jvm.env(), ints);
-    ZVector<int> intsBack;
-    fillVectorFromJArray(jvm.env(), intArray, intsBack);
-    ASSERT_EQ(2, intsBack.getSize());
-    EXPECT_EQ(-1, intsBack[1]);
-
-    const unsigned char raw[] = {0, 0x80, 0xFF};
-    jbyteArray byteArray = newJByteArray(jvm.env(), raw, 3);
-    ZVector<unsigned char> bytesBack;
-    fillVectorFromJArray(jvm.env(), byteArray, bytesBack);
-    ASSERT_EQ(3, bytesBack.getSize());
-    EXPECT_EQ(0xFF, bytesBack[2]);
-
-    jcharArray charArray = (jcharArray)jvm.make();
-    jvm.object(charArray)->chars = {'o', 'k'};
-    ZVector<char> charsBack;
-    fillVectorFromJArray(jvm.env(), charArray, charsBack);
-    ASSERT_EQ(2, charsBack.getSize());
-    EXPECT_EQ('k', charsBack[1]);
-    EXPECT_EQ(std::vector<jint>({JNI_ABORT, JNI_ABORT, JNI_ABORT}), jvm.releaseModes);
-
-    ZVectorSafe<ZString> strings;
-    strings.push(ZString("one"));
-    strings.push(ZString(""));
-    ZVectorSafe<ZString> stringsBack;
-    fillStringVectorFromJArray(jvm.env(), newStringArray(jvm.env(), strings), stringsBack);
-    ASSERT_EQ(2, stringsBack.getSize());
-    EXPECT_EQ("one", str(stringsBack[0]));
-    EXPECT_TRUE(stringsBack[1].isEmpty());
 }
 
 TEST(JvmGlueTest, SystemPropertiesAndMemoryGoThroughTheMainEnvironment) {

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "services/Logger.h"
+#include "unit/ScratchFolder.h"
 
 class CapturedLog {
 public:
@@ -28,9 +29,6 @@ public:
           mySavedQuiet(Logger::ourQuiet),
           mySavedQuietErrors(Logger::ourQuietErrorMode),
           mySavedSystemTime(Logger::ourWithSystemTime) {
-        char pattern[] = "/tmp/corvane-log-test-XXXXXX";
-        if (mkdtemp(pattern) == nullptr) throw std::runtime_error("mkdtemp failed");
-        myRoot = pattern;
         unsetenv("CORVANE_UNITED_LOG");
         Logger::resetForTests();
         Logger::ourCustomLogDirectory = logFolder().c_str();
@@ -53,15 +51,13 @@ public:
         Logger::ourQuiet = mySavedQuiet;
         Logger::ourQuietErrorMode = mySavedQuietErrors;
         Logger::ourWithSystemTime = mySavedSystemTime;
-        std::error_code ignored;
-        std::filesystem::remove_all(myRoot, ignored);
     }
 
     CapturedLog(const CapturedLog&) = delete;
     CapturedLog& operator=(const CapturedLog&) = delete;
 
-    const std::string& root() const { return myRoot; }
-    std::string logFolder() const { return myRoot + "/log"; }
+    const std::string& root() const { return myRoot.path; }
+    std::string logFolder() const { return myRoot.file("log"); }
     std::string path() const { return logFolder() + "/" + SESSION + "-" + std::to_string(getpid()) + ".log"; }
 
     // What went to stderr since the last call.
@@ -78,6 +74,7 @@ public:
         return content.str();
     }
     std::string content() const { return read(path()); }
+    bool has(const std::string& text) const { return content().find(text) != std::string::npos; }
 
     // The texts of the lines of a log, the line prefix (with the optional
     // process id and system time) taken away and continuation lines joined on.
@@ -100,7 +97,7 @@ public:
     std::vector<std::string> messages() const { return messagesIn(content()); }
 
 private:
-    std::string myRoot;
+    ScratchFolder myRoot;
     std::string mySavedDirectory;
     std::string mySavedSession;
     int mySavedLimit;

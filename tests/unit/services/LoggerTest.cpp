@@ -58,21 +58,10 @@ TEST(LoggerTest, FirstMessageOpensTheFileAndWritesTheHeaderFirst) {
     Logger::message("first");
 
     EXPECT_EQ(BANNER + "Log file: " + log.path() + "\n", log.takeStderr());
+    // The header's lines one by one are the end-to-end start test's; here: ten, then the message.
     std::vector<std::string> messages = log.messages();
     ASSERT_EQ(11u, messages.size()) << testing::PrintToString(messages);
     EXPECT_EQ("Log file: " + log.path(), messages[0]);
-    const char* const expected[] = {"Log file: ",
-                                    "Command line:\n  ",
-                                    "Executable: /",
-                                    "uname:\n  sysname: ",
-                                    "Linux; linux-x86-64; 64-bit process",
-                                    " 64-bit machine",
-                                    "Today is ",
-                                    "full_build_stamp: 2019.8.109 201908051358",
-                                    "Agent library path: ",
-                                    "getTimeNsInfo: \"",
-                                    "first"};
-    for (size_t i = 0; i < 11; i++) EXPECT_EQ(0u, messages[i].find(expected[i])) << messages[i];
     EXPECT_EQ("first", messages[10]);
     // Every line, the header's too, carries the prefix; a message of several
     // lines continues with two blanks.
@@ -216,35 +205,18 @@ TEST(LoggerTest, UnitedLogBeginsAtOneAndReusesAFileUnderTheLimit) {
     EXPECT_EQ("again", messages.back());
 }
 
-TEST(LoggerTest, UnwritableFolderSendsLinesToStderrUnlessQuiet) {
+// With logdir, and quiet, the end-to-end log placement test has the exact lines.
+TEST(LoggerTest, UnwritableHomeSendsLinesToStderrWithAdvice) {
     CapturedLog log;
     std::ofstream(log.root() + "/a-file") << "not a folder";
-    std::string folder = log.root() + "/a-file/sub";
-    Logger::ourCustomLogDirectory = folder.c_str();
-    Logger::message("on stderr");
-    std::string err = log.takeStderr();
-    std::string notice = BANNER + "Cannot create log file: " + folder + "/sess-" + std::to_string(getpid()) +
-                         ".log\n  Note: the log directory was altered using startup option 'logdir'\n";
-    EXPECT_EQ(0u, err.find(notice)) << err;
-    EXPECT_EQ("on stderr", CapturedLog::messagesIn(err).back());
-
-    // Without logdir the advice differs.
-    Logger::resetForTests();
     Logger::ourCustomLogDirectory = "";
     std::string savedHome = getenv("CORVANE_HOME") != nullptr ? getenv("CORVANE_HOME") : "";
     setenv("CORVANE_HOME", (log.root() + "/a-file").c_str(), 1);
-    Logger::message("still on stderr");
-    err = log.takeStderr();
+    Logger::message("on stderr");
+    std::string err = log.takeStderr();
     EXPECT_NE(std::string::npos, err.find("\n  To specify alternate log directory use startup option 'logdir'\n"))
         << err;
-
-    Logger::resetForTests();
-    Logger::ourQuiet = true;
-    testing::internal::CaptureStdout();
-    Logger::message("nowhere", stdout);
-    Logger::message("nowhere either", stderr);
-    EXPECT_EQ("", testing::internal::GetCapturedStdout());
-    EXPECT_EQ("", log.takeStderr());
+    EXPECT_EQ("on stderr", CapturedLog::messagesIn(err).back());
     if (savedHome.empty()) unsetenv("CORVANE_HOME"); else setenv("CORVANE_HOME", savedHome.c_str(), 1);
 }
 

@@ -40,8 +40,9 @@ protected:
 
 }  // namespace
 
-// What the file holds is read back by the reader's golden test; here, what
-// a capture does to the recording around it.
+// What the file holds is read back by the reader's golden test, and live
+// deltas by the protocol test through the reader; here, what a capture does
+// to the recording around it.
 TEST_F(SnapshotFileTest, ACaptureBringsTheOpenCallsInAndRecordingGoesOn) {
     ThreadInfo* t = newThread("worker");
     int main = method("main"), a = method("a");
@@ -80,30 +81,4 @@ TEST_F(SnapshotFileTest, SnapshotsAreFoundByFileName) {
     addSnapshotInfo(ZString("/tmp/b.snapshot"), 6);
     EXPECT_EQ(2, SnapshotFile::findSnapshot(lock, ZString("/tmp/b.snapshot")));
     EXPECT_EQ(0, SnapshotFile::findSnapshot(lock, ZString("/tmp/c.snapshot")));
-}
-
-TEST_F(SnapshotFileTest, ALiveDeltaHoldsTheTablesOfTheMaskWithRowsNewerThanTheirStamps) {
-    ThreadInfo* t = newThread("worker");
-    int main = method("main");
-    enterWithStack(t, node(t, {{main, 0}}), base);
-    play(t);
-    db->advanceGeneration();
-    int before = db->getCurrentGeneration() - 1;
-    int later = method("later");  // a method row of the new generation
-    MemoryWriter writer(256, true);
-    Progress progress(-1);
-    int since[FIXED_TABLE_COUNT] = {};
-    since[TABLE_METHOD] = before;
-    writeTables(lock, nullptr, db, writer, (1 << TABLE_METHOD) | (1 << TABLE_CPU_PROFILING), 0, 0, &progress, since,
-                false);
-    // No kind bytes: slot, count, rows; least significant byte first.
-    StreamReader r(writer.done(), true);
-    EXPECT_EQ(TABLE_METHOD, r.readInt());
-    EXPECT_EQ(1, r.readInt());
-    EXPECT_EQ(later, r.readInt());
-    r.skip(4 + 24);  // stamp and columns
-    EXPECT_EQ(TABLE_CPU_PROFILING, r.readInt());
-    EXPECT_EQ(1, r.readInt());
-    r.skip(8 + 16);
-    EXPECT_TRUE(r.atEnd());
 }

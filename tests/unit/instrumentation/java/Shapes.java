@@ -104,6 +104,7 @@ public class Shapes {
         return out.toString();
     }
 
+    @Deprecated
     static Object i2s(int i) {
         return "s" + i;
     }

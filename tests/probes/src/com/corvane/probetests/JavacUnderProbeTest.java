@@ -13,6 +13,7 @@ import com.corvane.snapshot.SnapshotReader;
 import com.corvane.snapshot.Table;
 import com.corvane.testing.AgentJvm;
 import java.io.IOException;
+import java.lang.invoke.MethodType;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.Paths;
@@ -73,42 +74,11 @@ class JavacUnderProbeTest {
         return result;
     }
 
-    /** A field descriptor as the method table writes a type: "[I" is "int[]". */
-    static String typeName(String descriptor) {
-        int dimensions = 0;
-        while (descriptor.charAt(dimensions) == '[') {
-            dimensions++;
-        }
-        String element = descriptor.substring(dimensions);
-        String name = switch (element.charAt(0)) {
-            case 'B' -> "byte";
-            case 'C' -> "char";
-            case 'D' -> "double";
-            case 'F' -> "float";
-            case 'I' -> "int";
-            case 'J' -> "long";
-            case 'S' -> "short";
-            case 'V' -> "void";
-            case 'Z' -> "boolean";
-            default -> element.substring(1, element.length() - 1).replace('/', '.');
-        };
-        return name + "[]".repeat(dimensions);
-    }
-
-    /** "(parameters) return" of a method descriptor, in the method table's words. */
+    /** "(parameters) return" of a method descriptor, in the method table's words ("[I" is "int[]"). */
     static String readable(String descriptor) {
-        List<String> parameters = new ArrayList<>();
-        int at = 1;
-        while (descriptor.charAt(at) != ')') {
-            int end = at;
-            while (descriptor.charAt(end) == '[') {
-                end++;
-            }
-            end = descriptor.charAt(end) == 'L' ? descriptor.indexOf(';', end) + 1 : end + 1;
-            parameters.add(typeName(descriptor.substring(at, end)));
-            at = end;
-        }
-        return "(" + String.join(", ", parameters) + ") " + typeName(descriptor.substring(at + 1));
+        MethodType type = MethodType.fromMethodDescriptorString(descriptor, ClassLoader.getSystemClassLoader());
+        return type.parameterList().stream().map(Class::getTypeName).collect(Collectors.joining(", ", "(", ") "))
+                + type.returnType().getTypeName();
     }
 
     /** Calls by "class method (parameters) return", of the compiler's methods, from the tracing of all threads. */
