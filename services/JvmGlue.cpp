@@ -149,22 +149,6 @@ void fillVectorFromJArray(JNIEnv* env, jintArray array, ZVector<int>& result) {
     env->ReleaseIntArrayElements(array, elements, JNI_ABORT);
 }
 
-void fillVectorFromJArray(JNIEnv* env, jbyteArray array, ZVector<unsigned char>& result) {
-    if (array == nullptr) return;
-    jsize length = env->GetArrayLength(array);
-    jbyte* elements = env->GetByteArrayElements(array, nullptr);
-    for (jsize i = 0; i < length; i++) result.push((unsigned char)elements[i]);
-    env->ReleaseByteArrayElements(array, elements, JNI_ABORT);
-}
-
-void fillVectorFromJArray(JNIEnv* env, jcharArray array, ZVector<char>& result) {
-    if (array == nullptr) return;
-    jsize length = env->GetArrayLength(array);
-    jchar* elements = env->GetCharArrayElements(array, nullptr);
-    for (jsize i = 0; i < length; i++) result.push((char)elements[i]);
-    env->ReleaseCharArrayElements(array, elements, JNI_ABORT);
-}
-
 jintArray newJIntArray(JNIEnv* env, const ZVector<int>& values) {
     jintArray array = env->NewIntArray(values.getSize());
     if (array != nullptr) env->SetIntArrayRegion(array, 0, values.getSize(), (const jint*)values.getElements());
@@ -175,10 +159,6 @@ jbyteArray newJByteArray(JNIEnv* env, const unsigned char* bytes, int length) {
     jbyteArray array = env->NewByteArray(length);
     if (array != nullptr) env->SetByteArrayRegion(array, 0, length, (const jbyte*)bytes);
     return array;
-}
-
-jbyteArray newJByteArray(JNIEnv* env, const ZVector<unsigned char>& values) {
-    return newJByteArray(env, values.getElements(), values.getSize());
 }
 
 void cleanupAfterRetransformClassesFailure(JNIEnv* env) {

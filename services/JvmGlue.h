@@ -34,10 +34,7 @@ jstring newJavaString(JNIEnv* env, const char* text);
 jobjectArray newStringArray(JNIEnv* env, const ZVectorSafe<ZString>& strings);
 void fillStringVectorFromJArray(JNIEnv* env, jobjectArray array, ZVectorSafe<ZString>& result);
 void fillVectorFromJArray(JNIEnv* env, jintArray array, ZVector<int>& result);
-void fillVectorFromJArray(JNIEnv* env, jbyteArray array, ZVector<unsigned char>& result);
-void fillVectorFromJArray(JNIEnv* env, jcharArray array, ZVector<char>& result);
 jintArray newJIntArray(JNIEnv* env, const ZVector<int>& values);
-jbyteArray newJByteArray(JNIEnv* env, const ZVector<unsigned char>& values);
 jbyteArray newJByteArray(JNIEnv* env, const unsigned char* bytes, int length);
 
 void cleanupAfterRetransformClassesFailure(JNIEnv* env);
