@@ -1,0 +1,122 @@
+package com.corvane.monitors;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertNotNull;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.corvane.profile.MonitorProfile;
+import com.corvane.profile.MonitorProfile.Entry;
+import com.corvane.profile.Profile;
+import com.corvane.report.Json;
+import com.corvane.report.Report;
+import com.corvane.snapshot.Snapshot;
+import java.nio.file.Path;
+import java.util.List;
+import java.util.Map;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+/**
+ * A real JVM with the agent runs MonitorShapes (tests/monitors/java): known
+ * blocks on contended monitors and known waits, read back through the
+ * project's reader. Counts, threads, owners, classes and places are exact;
+ * times hold within a tolerance that a loaded machine keeps: at least 80% of
+ * the time the program holds a monitor or waits (the holder starts its time
+ * only once the other thread is blocked), at most that plus five seconds.
+ */
+class MonitorSnapshotTest {
+    // As in MonitorShapes.
+    static final long ROUNDS = 4;
+    static final long HOLD_MS = 200;
+    static final long TIMED_WAIT_MS = 300;
+    static final long NOTIFY_AFTER_MS = 250;
+    static final long SLACK_MS = 5000;
+    static final String PROGRAM = "MonitorShapes";
+
+    @TempDir
+    Path dir;
+
+    static List<Entry> ofClass(List<Entry> entries, String simpleName) {
+        return entries.stream().filter(e -> e.monitorClass().equals(PROGRAM + "$" + simpleName)).toList();
+    }
+
+    static void assertTime(long expectedMs, Entry entry) {
+        long ms = entry.timeNs() / 1_000_000;
+        assertTrue(ms * 10 >= expectedMs * 8 && ms <= expectedMs + SLACK_MS,
+                entry + ": " + ms + " ms, expected about " + expectedMs);
+    }
+
+    static void assertBlocked(MonitorProfile profile, String monitor, String thread, String owner, String method,
+            String marker, long count, boolean withStacks) throws Exception {
+        List<Entry> rows = ofClass(profile.blocked(), monitor);
+        assertEquals(1, rows.size(), monitor + ": " + profile.entries());
+        Entry row = rows.get(0);
+        assertEquals(thread, row.thread());
+        assertEquals(owner, row.owner());
+        assertEquals(count, row.count());
+        assertEquals(withStacks ? PROGRAM + "." + method + "():" + Shapes.line(PROGRAM, marker) : "<no stack>",
+                row.place());
+        assertTime(count * HOLD_MS, row);
+    }
+
+    @Test
+    void blocksAndWaitsAreCountedWithOwnersClassesAndPlaces() throws Exception {
+        check(Shapes.run(dir, "monitors", PROGRAM).snapshot(), true);
+    }
+
+    @Test
+    void withoutStacksEveryRowHasTheFrameOfNoStack() throws Exception {
+        check(Shapes.run(dir, "monitors,_monitors_no_stack", PROGRAM).snapshot(), false);
+    }
+
+    void check(Snapshot snapshot, boolean withStacks) throws Exception {
+        MonitorProfile profile = MonitorProfile.build(snapshot);
+        assertBlocked(profile, "Lock", "blocker", "holder", "blockOnce", "BLOCK-LOCK", ROUNDS, withStacks);
+        // Nested: the outer monitor was free when taken.
+        assertBlocked(profile, "Inner", "nester", "inner-holder", "nestOnce", "BLOCK-INNER", 1, withStacks);
+        assertEquals(List.of(), ofClass(profile.entries(), "Outer"));
+        // The owner ended long before the capture and still has its name.
+        assertBlocked(profile, "Ending", "late", "short-lived", "lateOnce", "BLOCK-ENDING", 1, withStacks);
+
+        List<Entry> waits = ofClass(profile.waits(), "WaitLock");
+        assertEquals(withStacks ? 2 : 1, waits.size(), profile.entries().toString());
+        for (Entry wait : waits) {
+            assertEquals("waiter", wait.thread());
+            assertEquals("waiter", wait.owner());
+        }
+        if (withStacks) {
+            Entry timed = waits.stream().filter(e -> e.path().contains(PROGRAM + ".timedWait()")).findFirst()
+                    .orElseThrow();
+            assertEquals(PROGRAM + ".timedWait():" + Shapes.line(PROGRAM, "WAIT-TIMED"), timed.place());
+            assertEquals(1, timed.count());
+            assertTime(TIMED_WAIT_MS, timed);
+            Entry notified = waits.stream().filter(e -> e.path().contains(PROGRAM + ".notifiedWait()")).findFirst()
+                    .orElseThrow();
+            assertEquals(PROGRAM + ".notifiedWait():" + Shapes.line(PROGRAM, "WAIT-NOTIFIED"), notified.place());
+            assertEquals(1, notified.count());
+            assertTime(NOTIFY_AFTER_MS, notified);
+        } else {
+            assertEquals(2, waits.get(0).count());
+            assertTime(TIMED_WAIT_MS + NOTIFY_AFTER_MS, waits.get(0));
+        }
+        assertNotNull(profile.durationNs(), "the recording time");
+
+        // The report carries the same, as `corvane report --json` writes it.
+        Map<String, Object> report = Report.build(snapshot, Profile.build(snapshot), new Report.Limits(50, 5, 5, 12));
+        String json = Json.toString(report, false);
+        assertTrue(json.contains("\"monitors\":{\"recordingTimeNs\":"), json);
+        assertTrue(json.contains("\"thread\":\"blocker\",\"trn\":"), json);
+        assertTrue(json.contains("\"owner\":\"holder\""), json);
+        assertTrue(json.contains("\"monitorClass\":\"MonitorShapes$WaitLock\""), json);
+    }
+
+    @Test
+    void withoutTheOptionNothingIsRecorded() throws Exception {
+        Snapshot snapshot = Shapes.run(dir, "sampling", PROGRAM).snapshot();
+        assertEquals(0, snapshot.tables().monitors.liveCount());
+        assertEquals(null, MonitorProfile.build(snapshot).durationNs());
+        Map<String, Object> report = Report.build(snapshot, Profile.build(snapshot), new Report.Limits(5, 3, 5, 12));
+        assertFalse(report.containsKey("monitors"));
+    }
+}
