@@ -8,7 +8,9 @@ import java.lang.reflect.Method;
  * an Ending until "late" blocks on it and then ends. The class names of the
  * monitors tell the cases apart. The interpreter reports a contended enter
  * at the instruction behind monitorenter: the first line inside the block
- * is the place of a block. Argument: the snapshot path.
+ * is the place of a block. Arguments: the snapshot path, then "control" to
+ * start monitor profiling through the natives (twice), clear the data after
+ * the rounds on the Lock, and stop it (twice) before a block on an Unseen.
  */
 public class MonitorShapes {
     static final int ROUNDS = 4;
@@ -21,12 +23,14 @@ public class MonitorShapes {
     static class Inner { }
     static class WaitLock { }
     static class Ending { }
+    static class Unseen { }
 
     static final Lock LOCK = new Lock();
     static final Outer OUTER = new Outer();
     static final Inner INNER = new Inner();
     static final WaitLock WAIT_LOCK = new WaitLock();
     static final Ending ENDING = new Ending();
+    static final Unseen UNSEEN = new Unseen();
 
     // Rounds handed between the two threads without monitors, so that only the Lock is contended.
     static volatile int ourTaken;
@@ -94,7 +98,35 @@ public class MonitorShapes {
         return thread;
     }
 
+    static Object call(String name) throws Exception {
+        return Class.forName("com.corvane.runtime.Callback").getMethod(name).invoke(null);
+    }
+
+    /** One thread blocks on the monitor while another holds it HOLD_MS. */
+    static void contend(Object monitor, String name) throws InterruptedException {
+        Thread blocked = new Thread(() -> {
+            synchronized (monitor) {
+                ourEntered++;
+            }
+        }, name + "-blocked");
+        Thread owner = start(name + "-owner", () -> {
+            synchronized (monitor) {
+                blocked.start();
+                awaitBlocked(blocked);
+                sleep(HOLD_MS);
+            }
+        });
+        owner.join();
+        blocked.join();
+    }
+
     public static void main(String[] args) throws Exception {
+        boolean control = args.length > 1 && args[1].equals("control");
+        if (control) {
+            // Started through the natives; the rounds on the Lock go with the clear.
+            System.out.println("start " + call("startMonitorProfiling"));
+            System.out.println("again " + call("startMonitorProfiling"));
+        }
         Thread blocker = new Thread(() -> {
             for (int round = 1; round <= ROUNDS; round++) {
                 while (ourTaken < round) {
@@ -120,6 +152,9 @@ public class MonitorShapes {
         holder.start();
         holder.join();
         blocker.join();
+        if (control) {
+            call("clearMonitorData");
+        }
 
         // Nested: Outer is free and held, Inner is contended.
         Thread nester = new Thread(MonitorShapes::nestOnce, "nester");
@@ -163,6 +198,11 @@ public class MonitorShapes {
         });
         shortLived.join();
         late.join();
+        if (control) {
+            call("stopMonitorProfiling");
+            call("stopMonitorProfiling");
+            contend(UNSEEN, "unseen");
+        }
 
         Method capture = Class.forName("com.corvane.runtime.Callback").getMethod("captureSnapshot", String.class,
                 int.class, long.class);

@@ -70,9 +70,33 @@ class MonitorSnapshotTest {
         check(Shapes.run(dir, "monitors,_monitors_no_stack", PROGRAM).snapshot(), false);
     }
 
+    @Test
+    void startedClearedAndStoppedThroughTheNatives() throws Exception {
+        Shapes.Outcome outcome = Shapes.run(dir, "sampling", PROGRAM, "control");
+        assertTrue(outcome.run().out().contains("start null\nagain Already started\n"), outcome.run().out());
+        MonitorProfile profile = MonitorProfile.build(outcome.snapshot());
+        assertEquals(List.of(), ofClass(profile.entries(), "Lock"), "cleared");
+        assertEquals(List.of(), ofClass(profile.entries(), "Unseen"), "stopped");
+        checkAfterTheLock(profile, true);
+        assertTrue(outcome.run().log().contains("Monitor data cleared"), outcome.run().log());
+        assertTrue(outcome.run().log().contains("Monitor profiling stopped"), outcome.run().log());
+    }
+
     void check(Snapshot snapshot, boolean withStacks) throws Exception {
         MonitorProfile profile = MonitorProfile.build(snapshot);
         assertBlocked(profile, "Lock", "blocker", "holder", "blockOnce", "BLOCK-LOCK", ROUNDS, withStacks);
+        checkAfterTheLock(profile, withStacks);
+
+        // The report carries the same, as `corvane report --json` writes it.
+        Map<String, Object> report = Report.build(snapshot, Profile.build(snapshot), new Report.Limits(50, 5, 5, 12));
+        String json = Json.toString(report, false);
+        assertTrue(json.contains("\"monitors\":{\"recordingTimeNs\":"), json);
+        assertTrue(json.contains("\"thread\":\"blocker\",\"trn\":"), json);
+        assertTrue(json.contains("\"owner\":\"holder\""), json);
+        assertTrue(json.contains("\"monitorClass\":\"MonitorShapes$WaitLock\""), json);
+    }
+
+    void checkAfterTheLock(MonitorProfile profile, boolean withStacks) throws Exception {
         // Nested: the outer monitor was free when taken.
         assertBlocked(profile, "Inner", "nester", "inner-holder", "nestOnce", "BLOCK-INNER", 1, withStacks);
         assertEquals(List.of(), ofClass(profile.entries(), "Outer"));
@@ -101,14 +125,6 @@ class MonitorSnapshotTest {
             assertTime(TIMED_WAIT_MS + NOTIFY_AFTER_MS, waits.get(0));
         }
         assertNotNull(profile.durationNs(), "the recording time");
-
-        // The report carries the same, as `corvane report --json` writes it.
-        Map<String, Object> report = Report.build(snapshot, Profile.build(snapshot), new Report.Limits(50, 5, 5, 12));
-        String json = Json.toString(report, false);
-        assertTrue(json.contains("\"monitors\":{\"recordingTimeNs\":"), json);
-        assertTrue(json.contains("\"thread\":\"blocker\",\"trn\":"), json);
-        assertTrue(json.contains("\"owner\":\"holder\""), json);
-        assertTrue(json.contains("\"monitorClass\":\"MonitorShapes$WaitLock\""), json);
     }
 
     @Test
