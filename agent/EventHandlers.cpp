@@ -106,12 +106,14 @@ void JNICALL exception_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jme
                                jlocation location, jobject exception, jmethodID catchMethod,
                                jlocation catchLocation) {
     try {
+        bool counting = ourStatus.hasAny(EXCEPTION_PROFILING);
+        bool tracing = isCpuTracingActive();
+        if (!counting && !tracing) return;
         ThreadInfo* info = getThreadInfoJvmti(env, thread);
         if (info == nullptr) return;
-        if (ourStatus.hasAny(EXCEPTION_PROFILING))
-            Exceptions::handleException(NoLock(), env, info, exception, catchMethod != nullptr);
+        if (counting) Exceptions::handleException(NoLock(), env, info, exception, catchMethod != nullptr);
         // The frames it unwinds send no exits: the thread's next method event brings its whole stack.
-        if (isCpuTracingActive()) info->clearTracingEventWords();
+        if (tracing) info->clearTracingEventWords();
     } catch (...) {
         Logger::exceptionCaught(__FILE__, __LINE__);
     }
