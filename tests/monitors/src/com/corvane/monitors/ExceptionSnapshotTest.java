@@ -9,7 +9,11 @@ import com.corvane.profile.ExceptionProfile.Entry;
 import com.corvane.profile.Profile;
 import com.corvane.report.Json;
 import com.corvane.report.Report;
+import com.corvane.report.TextReport;
 import com.corvane.snapshot.Snapshot;
+import java.io.ByteArrayOutputStream;
+import java.io.PrintStream;
+import java.nio.charset.StandardCharsets;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.Comparator;
@@ -98,6 +102,14 @@ class ExceptionSnapshotTest {
         assertTrue(json.contains("{\"name\":\"ExceptionShapes$Plain\",\"count\":" + perClass + ","), json);
         assertTrue(json.contains("\"thread\":\"doomed\""), json);
         assertTrue(json.contains("\"caughtAt\":null"), json);
+        // And the text that `corvane report` prints.
+        ByteArrayOutputStream text = new ByteArrayOutputStream();
+        TextReport.print(report, false, new PrintStream(text, true, StandardCharsets.UTF_8));
+        String printed = text.toString(StandardCharsets.UTF_8);
+        assertTrue(printed.contains("ExceptionShapes$Plain in worker-3: thrown at " + place("plain()", "THROW-PLAIN")
+                + ", caught at " + place("plain()", "CATCH-PLAIN") + "\n"), printed);
+        assertTrue(printed.contains("ExceptionShapes$Doom in doomed: thrown at "), printed);
+        assertTrue(printed.contains(", uncaught\n"), printed);
     }
 
     @Test

@@ -10,7 +10,11 @@ import com.corvane.profile.MonitorProfile.Entry;
 import com.corvane.profile.Profile;
 import com.corvane.report.Json;
 import com.corvane.report.Report;
+import com.corvane.report.TextReport;
 import com.corvane.snapshot.Snapshot;
+import java.io.ByteArrayOutputStream;
+import java.io.PrintStream;
+import java.nio.charset.StandardCharsets;
 import java.nio.file.Path;
 import java.util.List;
 import java.util.Map;
@@ -94,6 +98,13 @@ class MonitorSnapshotTest {
         assertTrue(json.contains("\"thread\":\"blocker\",\"trn\":"), json);
         assertTrue(json.contains("\"owner\":\"holder\""), json);
         assertTrue(json.contains("\"monitorClass\":\"MonitorShapes$WaitLock\""), json);
+        // And the text that `corvane report` prints.
+        ByteArrayOutputStream text = new ByteArrayOutputStream();
+        TextReport.print(report, false, new PrintStream(text, true, StandardCharsets.UTF_8));
+        String printed = text.toString(StandardCharsets.UTF_8);
+        assertTrue(printed.contains("blocker <- holder: MonitorShapes$Lock at " + (withStacks
+                ? PROGRAM + ".blockOnce():" + Shapes.line(PROGRAM, "BLOCK-LOCK") : "<no stack>") + "\n"), printed);
+        assertTrue(printed.contains("waiter: MonitorShapes$WaitLock at "), printed);
     }
 
     void checkAfterTheLock(MonitorProfile profile, boolean withStacks) throws Exception {
