@@ -7,15 +7,20 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.corvane.profile.MonitorProfile;
 import com.corvane.profile.MonitorProfile.Entry;
+import com.corvane.profile.Places;
 import com.corvane.profile.Profile;
 import com.corvane.report.Json;
 import com.corvane.report.Report;
 import com.corvane.report.TextReport;
+import com.corvane.snapshot.Rows.MonitorRow;
 import com.corvane.snapshot.Snapshot;
+import com.corvane.snapshot.Table;
 import java.io.ByteArrayOutputStream;
 import java.io.PrintStream;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.ArrayList;
 import java.util.List;
 import java.util.Map;
 import org.junit.jupiter.api.Test;
@@ -136,6 +141,30 @@ class MonitorSnapshotTest {
             assertTime(TIMED_WAIT_MS + NOTIFY_AFTER_MS, waits.get(0));
         }
         assertNotNull(profile.durationNs(), "the recording time");
+    }
+
+    /** The JVM keeps a monitor entered through JNI owned after its owner ended: the block never ends. */
+    @Test
+    void aMonitorHeldAcrossItsOwnersEndLeavesTheOpenBlockUncounted() throws Exception {
+        String library = System.getenv("CORVANE_TEST_JNI_LIBRARY");
+        assertNotNull(library, "the test's JNI library (CORVANE_TEST_JNI_LIBRARY)");
+        assertTrue(Files.isRegularFile(Path.of(library)), "built: " + library);
+        Shapes.Outcome outcome = Shapes.run(dir, "monitors", "JniMonitorShapes", library);
+        assertTrue(outcome.run().out().contains("still BLOCKED"), outcome.run().out());
+        Snapshot snapshot = outcome.snapshot();
+        Map<Integer, String> names = Places.threadNames(snapshot);
+        List<MonitorRow> held = new ArrayList<>();
+        for (Table.Entry<MonitorRow> entry : snapshot.tables().monitors.liveEntries()) {
+            if ("JniMonitorShapes$Held".equals(snapshot.string(entry.row().monitorClass()))) {
+                held.add(entry.row());
+            }
+        }
+        assertEquals(1, held.size(), held.toString());
+        assertEquals("jni-blocked", names.get(held.get(0).blockedTrn()));
+        assertEquals("jni-holder", names.get(held.get(0).ownerTrn()));
+        assertEquals(0, held.get(0).count());
+        assertEquals(0, held.get(0).timeNs());
+        assertEquals(List.of(), ofClass(MonitorProfile.build(snapshot).entries(), "Held"));
     }
 
     @Test
