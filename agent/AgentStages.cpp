@@ -7,6 +7,7 @@
 #include "db/DB.h"
 #include "foundation/ZLock.h"
 #include "recording/AllocationRecording.h"
+#include "recording/Monitors.h"
 
 void createDatabase(int telemetryLimit) {
     DBSettings settings;
@@ -36,4 +37,7 @@ void startAllocationRecordingFromOptions(JNIEnv* env) {
                                                   ourOptions.getAllocationMode());
 }
 
-void startMonitorProfilingFromOptions(JNIEnv* env) {}
+// A refusal is logged by the start itself.
+void startMonitorProfilingFromOptions(JNIEnv* env) {
+    Monitors::startMonitorProfiling(env);
+}

@@ -8,6 +8,8 @@
 #include "recording/AllocationRecording.h"
 #include "recording/CpuTracing.h"
 #include "recording/EntryPoints.h"
+#include "recording/Exceptions.h"
+#include "recording/Monitors.h"
 #include "recording/ObjectEnumerator.h"
 #include "recording/ThreadInfo.h"
 
@@ -67,27 +69,66 @@ void JNICALL class_prepare_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread thread,
     }
 }
 
-void JNICALL monitorContendedEnter(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jobject object) {}
-void JNICALL monitorContendedEntered(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jobject object) {}
-void JNICALL monitorWait(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jobject object, jlong timeout) {}
-void JNICALL monitorWaited(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jobject object, jboolean timedOut) {}
+void JNICALL monitorContendedEnter(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jobject object) {
+    try {
+        Monitors::monitorEnterImpl(env, object, true);
+    } catch (...) {
+        Logger::exceptionCaught(__FILE__, __LINE__);
+    }
+}
+
+void JNICALL monitorContendedEntered(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jobject object) {
+    try {
+        Monitors::monitorEnteredImpl(env, object, true);
+    } catch (...) {
+        Logger::exceptionCaught(__FILE__, __LINE__);
+    }
+}
+
+// A wait leaves the monitor and enters it again: one measure, owned by the thread itself.
+void JNICALL monitorWait(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jobject object, jlong timeout) {
+    try {
+        Monitors::monitorEnterImpl(env, object, false);
+    } catch (...) {
+        Logger::exceptionCaught(__FILE__, __LINE__);
+    }
+}
+
+void JNICALL monitorWaited(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jobject object, jboolean timedOut) {
+    try {
+        Monitors::monitorEnteredImpl(env, object, false);
+    } catch (...) {
+        Logger::exceptionCaught(__FILE__, __LINE__);
+    }
+}
 
 void JNICALL exception_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jmethodID method,
                                jlocation location, jobject exception, jmethodID catchMethod,
                                jlocation catchLocation) {
     try {
+        bool counting = ourStatus.hasAny(EXCEPTION_PROFILING);
+        bool tracing = isCpuTracingActive();
+        if (!counting && !tracing) return;
+        ThreadInfo* info = getThreadInfoJvmti(env, thread);
+        if (info == nullptr) return;
+        if (counting) Exceptions::handleException(NoLock(), env, info, exception, catchMethod != nullptr);
         // The frames it unwinds send no exits: the thread's next method event brings its whole stack.
-        if (isCpuTracingActive()) {
-            ThreadInfo* info = getThreadInfoJvmti(env, thread);
-            if (info != nullptr) info->clearTracingEventWords();
-        }
+        if (tracing) info->clearTracingEventWords();
     } catch (...) {
         Logger::exceptionCaught(__FILE__, __LINE__);
     }
 }
 
 void JNICALL exception_catch(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jmethodID method,
-                             jlocation location, jobject exception) {}
+                             jlocation location, jobject exception) {
+    try {
+        if (!ourStatus.hasAny(EXCEPTION_PROFILING)) return;
+        ThreadInfo* info = getThreadInfoJvmti(env, thread);
+        if (info != nullptr) Exceptions::handleExceptionCatch(NoLock(), env, info, exception);
+    } catch (...) {
+        Logger::exceptionCaught(__FILE__, __LINE__);
+    }
+}
 
 void JNICALL compiled_method_load(jvmtiEnv* jvmti, jmethodID method, jint codeSize, const void* codeAddress,
                                   jint mapLength, const jvmtiAddrLocationMap* map, const void* compileInfo) {}

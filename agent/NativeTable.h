@@ -23,6 +23,7 @@ extern const NativeGroup ourAgentCoreNatives;        // agent/CallbackNatives.cp
 extern const NativeGroup ourAllocationNatives;       // agent/AllocationNatives.cpp
 extern const NativeGroup ourEntryPointNatives;       // agent/EntryPointNatives.cpp
 extern const NativeGroup ourModeControlNatives;      // agent/ModeControl.cpp
+extern const NativeGroup ourMonitorNatives;          // agent/MonitorNatives.cpp
 extern const NativeGroup ourProbeNatives;            // agent/ProbeNatives.cpp
 extern const NativeGroup ourSessionNatives;          // agent/SessionNatives.cpp
 extern const NativeGroup ourSnapshotNatives;         // agent/SnapshotNatives.cpp

@@ -56,6 +56,7 @@ void wireAgent() {
     addNativeGroup(ourAllocationNatives);
     addNativeGroup(ourEntryPointNatives);
     addNativeGroup(ourModeControlNatives);
+    addNativeGroup(ourMonitorNatives);
     addNativeGroup(ourProbeNatives);
     addNativeGroup(ourSessionNatives);
     addNativeGroup(ourSnapshotNatives);

@@ -89,6 +89,12 @@ void CpuTracing::resetForTests() {
 
 static uint8_t ourPseudoLockBeforeCapture = 0;
 
+void CpuTracingPseudoLock::addOwnEvent(ThreadInfo* thread, const int32_t* elements, int count) {
+    bool locked = ourLocked != 0;
+    LockHolder lock(locked ? &ourLock : nullptr, LOCK_SITE);
+    thread->addEvent(elements, count, !locked);
+}
+
 void CpuTracing::beginCapture(const LockHolder& lock) {
     ourPseudoLockBeforeCapture = CpuTracingPseudoLock::ourLocked;
     CpuTracingPseudoLock::ourLocked = 1;

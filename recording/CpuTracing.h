@@ -22,6 +22,8 @@ extern int64_t ourCpuProfilingStopNs;
 extern int64_t ourLastCpuProfilingMode;
 extern int64_t ourLastAllocationRecordingMode;
 
+class ThreadInfo;
+
 // Adaptive filter counters by method index.
 extern ZVector<int32_t>& ourAdaptiveTracingMethodInvocationCounts;
 extern ZVector<int64_t>& ourAdaptiveTracingMethodTimesNs;
@@ -31,6 +33,10 @@ extern ZVector<int64_t>& ourAdaptiveTracingMethodTimesNs;
 class CpuTracingPseudoLock {
 public:
     static volatile uint8_t ourLocked;
+
+    // An event of the current thread outside tracing (monitors, exceptions),
+    // under ourLock only while the pseudo lock is set.
+    static void addOwnEvent(ThreadInfo* thread, const int32_t* elements, int count);
 };
 
 // Sets the pseudo lock for a scope, giving back the value it found, so that

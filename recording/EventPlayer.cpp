@@ -8,6 +8,8 @@
 #include "db/ThreadFrameIndex.h"
 #include "recording/CpuTracing.h"
 #include "recording/EventEncoding.h"
+#include "recording/Exceptions.h"
+#include "recording/Monitors.h"
 #include "recording/ThreadInfo.h"
 #include "recording/TracingSettings.h"
 
@@ -55,6 +57,16 @@ void ThreadInfo::playEvents(const LockHolder& lock) {
                 break;
             case EVENT_METHOD_EXIT:
                 playMethodExit(lock, event[1], joinHalves(event[2], event[3]), event[4]);
+                break;
+            case EVENT_EXCEPTION:
+                Exceptions::playExceptionEvent(lock, this, event[1], event[2], event[3], event[4]);
+                break;
+            case EVENT_MONITOR_ENTER_BEGIN:
+                Monitors::playMonitorEnterBegin(lock, this, event[1], event[2], joinHalves(event[3], event[4]),
+                                                event[5]);
+                break;
+            case EVENT_MONITOR_ENTER_END:
+                Monitors::playMonitorEnterEnd(lock, this, event[1], event[2], joinHalves(event[3], event[4]));
                 break;
             case EVENT_ALLOCATION:
                 playAllocation(lock, joinHalves(event[1], event[2]), event[3]);

@@ -48,6 +48,24 @@ public:
     // `lockNeeded` (the caller holds it otherwise).
     void addEvent(const int32_t* elements, int count, bool lockNeeded);
 
+    // ---- Monitor and exception events, on the thread itself ----
+    int getMonitorEventRow() const { return myMonitorEventRow; }
+    void setMonitorEventRow(int eventId) { myMonitorEventRow = eventId; }
+    // A throw that waits for its catch: class (-1 for none) and node.
+    int getPendingExceptionClass() const { return myPendingExceptionClass; }
+    int getPendingThrowNode() const { return myPendingThrowNode; }
+    void setPendingException(int classStr, int throwNode) {
+        myPendingExceptionClass = classStr;
+        myPendingThrowNode = throwNode;
+    }
+    // Played: the id of the last exception and its row, 0 after a stack reset.
+    int getLastExceptionId() const { return myLastExceptionId; }
+    int getLastExceptionRow() const { return myLastExceptionRow; }
+    void setLastException(int exceptionId, int row) {
+        myLastExceptionId = exceptionId;
+        myLastExceptionRow = row;
+    }
+
     // ---- Allocation recording, on the thread itself ----
     // Counts a created object of `size` bytes; true when it is to be
     // recorded: one of at least `sizeLimit` bytes always, a smaller one once

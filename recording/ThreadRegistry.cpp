@@ -9,6 +9,8 @@
 #include "db/StringPool.h"
 #include "foundation/System.h"
 #include "foundation/UptimeProvider.h"
+#include "recording/Exceptions.h"
+#include "recording/Monitors.h"
 #include "recording/ObjectEnumerator.h"
 #include "recording/ThreadInfo.h"
 
@@ -73,6 +75,8 @@ void ThreadInfo::mergeOldFinishedThreads(const LockHolder& lock) {
     ZSet<int> merged(100);
     for (int i = ourMergeStart; i < end; i++) merged.add(ourFinishedThreadTRNs[i]);
     if (ourBeforeThreadsMerged != nullptr) ourBeforeThreadsMerged(lock, merged);
+    Exceptions::mergeExceptionUsage(lock, merged);
+    Monitors::mergeMonitorUsage(lock, merged);
     ourObjectEnumerator.flushCollectedObjectAgesToDB(lock);
     DB* db = KZT_DB();
     int generation = db->getCurrentGeneration();

@@ -6,6 +6,7 @@
 #include "foundation/UptimeProvider.h"
 #include "recording/AllocationRecording.h"
 #include "recording/CpuTracing.h"
+#include "recording/Monitors.h"
 
 static ZVector<const SnapshotParticipant*, 8>& participants() {
     static ZVector<const SnapshotParticipant*, 8>* list = new ZVector<const SnapshotParticipant*, 8>();
@@ -49,6 +50,7 @@ void writeTables(const LockHolder& lock, JNIEnv* env, DB* db, AbstractWriter& wr
     AllocationRecording::flushCollectedObjectAges(lock);
     CpuTracing::setProfilingTimeProperties(lock, tableMask);
     AllocationRecording::setRecordingTimeProperties(lock);
+    Monitors::setRecordingTimeProperties(lock, tableMask);
     db->setLongProperty(lock, "kzt.last.cpu.profiling.mode", ourLastCpuProfilingMode);
     db->setLongProperty(lock, "kzt.last.allocation.recording.mode", ourLastAllocationRecordingMode);
     db->setLongProperty(lock, "kzt.uptime.ns", ourUptimeProvider.getUptimeNs());

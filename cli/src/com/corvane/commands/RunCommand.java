@@ -24,6 +24,7 @@ import picocli.CommandLine.Parameters;
         footer = {"", "Examples:", "  corvane run -- java -jar app.jar",
             "  corvane run --tracing --dir /tmp/snapshots -- java -cp classes Main",
             "  corvane run --allocations=each-100 -- java -jar app.jar",
+            "  corvane run --monitors --exceptions=off -- java -jar app.jar",
             "", "Exit status: the program's own; if the agent refuses to start, its refusal code",
             "(see the README's table), explained in one line."})
 public final class RunCommand implements Callable<Integer> {
@@ -48,6 +49,15 @@ public final class RunCommand implements Callable<Integer> {
                     + " of 4096 bytes or more (default: each-10). 'sampled' takes the stacks of CPU sampling,"
                     + " 'counting' counts objects per allocation site without stacks.")
     String myAllocations;
+
+    @Option(names = "--monitors", description = "Record from the start how long threads are blocked on monitors"
+            + " and wait in Object.wait, by thread, place, owner and monitor class.")
+    boolean myMonitors;
+
+    @Option(names = "--exceptions", paramLabel = "on|off|disable",
+            description = "Exception telemetry, counted by thread, class, throw and catch place: on (the default),"
+                    + " off (can be switched on later), or disable (not even available).")
+    String myExceptions;
 
     @Option(names = "--agent-options", paramLabel = "<text>",
             description = "More agent options, comma-separated, e.g. 'monitors,alloceach=100'. They come last,"
@@ -78,7 +88,8 @@ public final class RunCommand implements Callable<Integer> {
             throw new UserException("cannot create the snapshot folder " + dir + ": " + reason(e));
         }
         String mode = myMode != null && myMode.tracing ? "tracing" : "sampling";
-        String options = AgentOptions.join(mode, allocationOption(myAllocations), "onexit=snapshot",
+        String options = AgentOptions.join(mode, allocationOption(myAllocations), myMonitors ? "monitors" : null,
+                exceptionsOption(myExceptions), "onexit=snapshot",
                 AgentOptions.option("dir", dir.toString()), myAgentOptions);
 
         ProcessBuilder builder = new ProcessBuilder(withAgent(myCommand, library, options));
@@ -135,6 +146,17 @@ public final class RunCommand implements Callable<Integer> {
                     + (logFile != null ? "; the agent's log: " + logFile : ""));
         }
         return code;
+    }
+
+    /** The agent option of --exceptions: null without it. */
+    static String exceptionsOption(String value) {
+        if (value == null) {
+            return null;
+        }
+        if (value.equals("on") || value.equals("off") || value.equals("disable")) {
+            return "exceptions=" + value;
+        }
+        throw new UserException("--exceptions takes on, off or disable, not '" + value + "'", 2);
     }
 
     /** The agent option of --allocations: null without it. */

@@ -221,21 +221,7 @@ public final class AllocationProfile {
         if (classFrame == null || classFrame.parent() <= 0) {
             return "<no stack>";
         }
-        FrameRow parent = snapshot.tables().frames.get(classFrame.parent());
-        if (parent == null) {
-            return "<frame " + classFrame.parent() + ">";
-        }
-        int method = snapshot.methodOfCodePoint(parent.codePoint());
-        int line = 0;
-        if (snapshot.isOwnLineMethod(method)) {
-            line = snapshot.lineOfCodePoint(parent.codePoint());
-            FrameRow caller = parent.parent() > 0 ? snapshot.tables().frames.get(parent.parent()) : null;
-            if (caller == null) {
-                return "<no stack>";
-            }
-            method = snapshot.methodOfCodePoint(caller.codePoint());
-        }
-        return siteName(snapshot, method, line);
+        return Places.place(snapshot, classFrame.parent());
     }
 
     static String siteName(Snapshot snapshot, int method, int line) {

@@ -2,7 +2,9 @@ package com.corvane.report;
 
 import com.corvane.profile.AllocationProfile;
 import com.corvane.profile.CallNode;
+import com.corvane.profile.ExceptionProfile;
 import com.corvane.profile.HotSpot;
+import com.corvane.profile.MonitorProfile;
 import com.corvane.profile.Profile;
 import com.corvane.profile.Summary;
 import com.corvane.profile.ThreadProfile;
@@ -43,7 +45,98 @@ public final class Report {
         if (!allocations.callCounts().isEmpty()) {
             report.put("callCounts", callCounts(allocations.callCounts(), limits.hotSpots()));
         }
+        MonitorProfile monitors = MonitorProfile.build(snapshot);
+        if (!monitors.entries().isEmpty() || monitors.durationNs() != null) {
+            report.put("monitors", monitors(monitors, limits.hotSpots()));
+        }
+        ExceptionProfile exceptions = ExceptionProfile.build(snapshot);
+        if (!exceptions.entries().isEmpty()) {
+            report.put("exceptions", exceptions(exceptions, limits.hotSpots()));
+        }
         return report;
+    }
+
+    /** Blocked and waiting time: totals, then the longest rows of each kind. */
+    private static Map<String, Object> monitors(MonitorProfile monitors, int limit) {
+        Map<String, Object> section = new LinkedHashMap<>();
+        if (monitors.durationNs() != null) {
+            section.put("recordingTimeNs", monitors.durationNs());
+        }
+        section.put("blocked", monitorRows(monitors.blocked(), limit));
+        section.put("waits", monitorRows(monitors.waits(), limit));
+        return section;
+    }
+
+    private static Map<String, Object> monitorRows(List<MonitorProfile.Entry> entries, int limit) {
+        long total = MonitorProfile.totalTimeNs(entries);
+        List<Object> rows = new ArrayList<>();
+        for (MonitorProfile.Entry entry : entries) {
+            if (rows.size() >= limit) {
+                break;
+            }
+            Map<String, Object> r = new LinkedHashMap<>();
+            r.put("thread", entry.thread());
+            r.put("trn", entry.trn());
+            if (!entry.waiting()) {
+                r.put("owner", entry.owner());
+                r.put("ownerTrn", entry.ownerTrn());
+            }
+            r.put("monitorClass", entry.monitorClass());
+            r.put("place", entry.place());
+            r.put("timeNs", entry.timeNs());
+            r.put("percent", percent(entry.timeNs(), total));
+            r.put("count", entry.count());
+            r.put("path", entry.path());
+            rows.add(r);
+        }
+        Map<String, Object> kind = new LinkedHashMap<>();
+        kind.put("timeNs", total);
+        kind.put("count", MonitorProfile.totalCount(entries));
+        kind.put("rowCount", entries.size());
+        kind.put("rows", rows);
+        return kind;
+    }
+
+    /** Exceptions by class, then the rows with the most. */
+    private static Map<String, Object> exceptions(ExceptionProfile exceptions, int limit) {
+        long total = exceptions.total();
+        Map<String, Long> byClass = new LinkedHashMap<>();
+        for (ExceptionProfile.Entry entry : exceptions.entries()) {
+            byClass.merge(entry.exceptionClass(), entry.count(), Long::sum);
+        }
+        List<Object> classes = new ArrayList<>();
+        byClass.entrySet().stream()
+                .sorted(Map.Entry.<String, Long>comparingByValue().reversed().thenComparing(Map.Entry.comparingByKey()))
+                .limit(limit).forEach(e -> {
+                    Map<String, Object> c = new LinkedHashMap<>();
+                    c.put("name", e.getKey());
+                    c.put("count", e.getValue());
+                    c.put("percent", percent(e.getValue(), total));
+                    classes.add(c);
+                });
+        List<Object> rows = new ArrayList<>();
+        for (ExceptionProfile.Entry entry : exceptions.entries()) {
+            if (rows.size() >= limit) {
+                break;
+            }
+            Map<String, Object> r = new LinkedHashMap<>();
+            r.put("exceptionClass", entry.exceptionClass());
+            r.put("thread", entry.thread());
+            r.put("trn", entry.trn());
+            r.put("thrownAt", entry.thrownAt());
+            r.put("caughtAt", entry.caughtAt());
+            r.put("count", entry.count());
+            r.put("percent", percent(entry.count(), total));
+            r.put("throwPath", entry.throwPath());
+            rows.add(r);
+        }
+        Map<String, Object> section = new LinkedHashMap<>();
+        section.put("count", total);
+        section.put("classCount", byClass.size());
+        section.put("rowCount", exceptions.entries().size());
+        section.put("classes", classes);
+        section.put("rows", rows);
+        return section;
     }
 
     /** Recorded objects by class, site and thread, by size and by count; counted objects by class and site. */

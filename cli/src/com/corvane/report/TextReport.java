@@ -50,6 +50,56 @@ public final class TextReport {
         if (calls != null) {
             callCounts(calls);
         }
+        Map<String, Object> monitors = (Map<String, Object>) report.get("monitors");
+        if (monitors != null) {
+            monitorRows((Map<String, Object>) monitors.get("blocked"), "Blocked on monitors",
+                    "where threads waited for a monitor that another thread held", true);
+            monitorRows((Map<String, Object>) monitors.get("waits"), "Waits", "time in Object.wait", false);
+        }
+        Map<String, Object> exceptions = (Map<String, Object>) report.get("exceptions");
+        if (exceptions != null) {
+            exceptions(exceptions);
+        }
+    }
+
+    @SuppressWarnings("unchecked")
+    private void monitorRows(Map<String, Object> kind, String title, String what, boolean withOwner) {
+        List<Object> rows = (List<Object>) kind.get("rows");
+        myOut.println();
+        myOut.printf(Locale.ROOT, "%s: %s; %,d times, %s ms in all%n", title, what, (Long) kind.get("count"),
+                millis((Long) kind.get("timeNs")));
+        if (rows.isEmpty()) {
+            return;
+        }
+        myOut.printf(Locale.ROOT, "  %12s %7s %10s  %s%n", "time ms", "%", "count",
+                withOwner ? "thread <- owner: monitor class at place" : "thread: monitor class at place");
+        for (Object item : rows) {
+            Map<String, Object> r = (Map<String, Object>) item;
+            myOut.printf(Locale.ROOT, "  %12s %6.2f%% %,10d  %s%s: %s at %s%n", millis((Long) r.get("timeNs")),
+                    r.get("percent"), (Long) r.get("count"), r.get("thread"),
+                    withOwner ? " <- " + r.get("owner") : "", r.get("monitorClass"), r.get("place"));
+        }
+    }
+
+    @SuppressWarnings("unchecked")
+    private void exceptions(Map<String, Object> section) {
+        List<Object> rows = (List<Object>) section.get("rows");
+        myOut.println();
+        myOut.printf(Locale.ROOT, "Exceptions: %,d thrown, of %d classes%n", (Long) section.get("count"),
+                (Integer) section.get("classCount"));
+        myOut.printf(Locale.ROOT, "  %12s %7s  %s%n", "count", "%", "class");
+        for (Object item : (List<Object>) section.get("classes")) {
+            Map<String, Object> c = (Map<String, Object>) item;
+            myOut.printf(Locale.ROOT, "  %,12d %6.2f%%  %s%n", (Long) c.get("count"), c.get("percent"), c.get("name"));
+        }
+        myOut.println("  by place:");
+        for (Object item : rows) {
+            Map<String, Object> r = (Map<String, Object>) item;
+            Object caught = r.get("caughtAt");
+            myOut.printf(Locale.ROOT, "  %,12d %6.2f%%  %s in %s: thrown at %s, %s%n", (Long) r.get("count"),
+                    r.get("percent"), r.get("exceptionClass"), r.get("thread"), r.get("thrownAt"),
+                    caught == null ? "uncaught" : "caught at " + caught);
+        }
     }
 
     @SuppressWarnings("unchecked")

@@ -54,6 +54,17 @@ public final class AgentJvm {
         return new Run(process.exitValue(), out, log.toString());
     }
 
+    /** The lines of a log that warn or tell of an error. */
+    public static List<String> problems(String log) {
+        List<String> found = new ArrayList<>();
+        for (String line : log.split("\n")) {
+            if (line.contains("warning:") || line.contains("error:")) {
+                found.add(line);
+            }
+        }
+        return found;
+    }
+
     /** The one file of the folder whose name ends with the suffix. */
     public static Path onlyFile(Path folder, String suffix) throws IOException {
         try (Stream<Path> files = Files.list(folder)) {

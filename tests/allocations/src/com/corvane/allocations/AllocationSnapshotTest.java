@@ -79,7 +79,7 @@ class AllocationSnapshotTest {
         assertEquals(0, run.exitCode(), run.out());
         assertTrue(run.out().contains("capture null"), run.out());
         assertTrue(run.out().contains("done "), run.out());
-        assertEquals(List.of(), problems(run.log()), "the agent logged no warnings or errors");
+        assertEquals(List.of(), AgentJvm.problems(run.log()), "the agent logged no warnings or errors");
         return new Outcome(run, SnapshotReader.read(snapshot));
     }
 
@@ -88,16 +88,6 @@ class AllocationSnapshotTest {
         assertNotNull(library, "the test's JNI library (CORVANE_TEST_JNI_LIBRARY)");
         assertTrue(Files.isRegularFile(Path.of(library)), "built: " + library);
         return library;
-    }
-
-    static List<String> problems(String log) {
-        List<String> found = new ArrayList<>();
-        for (String line : log.split("\n")) {
-            if (line.contains("warning:") || line.contains("error:")) {
-                found.add(line);
-            }
-        }
-        return found;
     }
 
     static boolean bytecode(String options) {

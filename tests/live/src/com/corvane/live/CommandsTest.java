@@ -77,6 +77,19 @@ class CommandsTest {
     }
 
     @Test
+    void monitorProfilingStartsAndStops() {
+        String pid = String.valueOf(ourJvm.pid());
+        assertEquals("corvane: monitor profiling started in process " + pid + " (" + ourName + ")\n",
+                ok("start", pid, "--monitors").out());
+        assertTrue(ok("status", pid).out().contains("\nMonitors         on\n"));
+        assertTrue(ok("list").out().contains(" monitors\n"));
+        assertFailsWith("process " + pid + " refused: Already started", "start", pid, "--monitors");
+        assertEquals("corvane: monitor profiling stopped in process " + pid + " (" + ourName + ")\n",
+                ok("stop", pid, "--monitors").out());
+        assertTrue(ok("status", pid).out().contains("\nMonitors         off\n"));
+    }
+
+    @Test
     void statusTellsTheAgentAndItsModes() {
         String out = ok("status", ourName).out();
         for (String line : new String[] {"Process          " + ourJvm.pid() + " (session " + ourName + ")",

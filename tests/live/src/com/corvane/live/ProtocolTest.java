@@ -105,7 +105,9 @@ class ProtocolTest {
     void switchesAnswerTheStandardAnswer() throws Exception {
         Wire[] requests = {Wire.request(Protocol.PACKET_STOP_STACK_TELEMETRY),
             Wire.request(Protocol.PACKET_START_STACK_TELEMETRY), Wire.request(Protocol.PACKET_STOP_EXCEPTION_PROFILING),
-            Wire.request(Protocol.PACKET_START_EXCEPTION_PROFILING), Wire.request(Protocol.PACKET_CLEAR_CPU_DATA),
+            Wire.request(Protocol.PACKET_START_EXCEPTION_PROFILING), Wire.request(Protocol.PACKET_CLEAR_EXCEPTIONS),
+            Wire.request(Protocol.PACKET_START_MONITOR_PROFILING), Wire.request(Protocol.PACKET_STOP_MONITOR_PROFILING),
+            Wire.request(Protocol.PACKET_CLEAR_MONITOR_DATA), Wire.request(Protocol.PACKET_CLEAR_CPU_DATA),
             Wire.request(Protocol.PACKET_ADVANCE_GENERATION_REQ).s("from the test"),
             Wire.request(Protocol.PACKET_SET_TRIGGERS).s("").b(0)};
         for (Wire request : requests) {
@@ -119,8 +121,6 @@ class ProtocolTest {
     void requestsOfRecordingsStillToComeAnswerOrAreRefused() throws Exception {
         Wire[] requests = {Wire.request(Protocol.PACKET_START_ALLOCATION_RECORDING_REQ).i(10).i(4096).l(2),
             Wire.request(Protocol.PACKET_STOP_ALLOCATION_RECORDING_REQ), Wire.request(Protocol.PACKET_CLEAR_ALLOCATION_DATA),
-            Wire.request(Protocol.PACKET_START_MONITOR_PROFILING), Wire.request(Protocol.PACKET_STOP_MONITOR_PROFILING),
-            Wire.request(Protocol.PACKET_CLEAR_MONITOR_DATA), Wire.request(Protocol.PACKET_CLEAR_EXCEPTIONS),
             Wire.request(Protocol.PACKET_CLEAR_EVENT_TABLES).s("Messages"),
             Wire.request(Protocol.PACKET_MESSAGE).s("Test").s("a message").s(null),
             Wire.request(Protocol.PACKET_SET_PROBES).i(0),
