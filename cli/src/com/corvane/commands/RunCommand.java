@@ -24,6 +24,7 @@ import picocli.CommandLine.Parameters;
         footer = {"", "Examples:", "  corvane run -- java -jar app.jar",
             "  corvane run --tracing --dir /tmp/snapshots -- java -cp classes Main",
             "  corvane run --allocations=each-100 -- java -jar app.jar",
+            "  corvane run --memory -- java -jar app.jar",
             "", "Exit status: the program's own; if the agent refuses to start, its refusal code",
             "(see the README's table), explained in one line."})
 public final class RunCommand implements Callable<Integer> {
@@ -48,6 +49,9 @@ public final class RunCommand implements Callable<Integer> {
                     + " of 4096 bytes or more (default: each-10). 'sampled' takes the stacks of CPU sampling,"
                     + " 'counting' counts objects per allocation site without stacks.")
     String myAllocations;
+
+    @Option(names = "--memory", description = "Write a memory snapshot at exit: the whole heap with the profile.")
+    boolean myMemory;
 
     @Option(names = "--agent-options", paramLabel = "<text>",
             description = "More agent options, comma-separated, e.g. 'monitors,alloceach=100'. They come last,"
@@ -78,7 +82,8 @@ public final class RunCommand implements Callable<Integer> {
             throw new UserException("cannot create the snapshot folder " + dir + ": " + reason(e));
         }
         String mode = myMode != null && myMode.tracing ? "tracing" : "sampling";
-        String options = AgentOptions.join(mode, allocationOption(myAllocations), "onexit=snapshot",
+        String options = AgentOptions.join(mode, allocationOption(myAllocations),
+                myMemory ? "onexit=memory" : "onexit=snapshot",
                 AgentOptions.option("dir", dir.toString()), myAgentOptions);
 
         ProcessBuilder builder = new ProcessBuilder(withAgent(myCommand, library, options));

@@ -50,6 +50,28 @@ public final class TextReport {
         if (calls != null) {
             callCounts(calls);
         }
+        Map<String, Object> heap = (Map<String, Object>) report.get("heap");
+        if (heap != null) {
+            heap(heap);
+        }
+    }
+
+    @SuppressWarnings("unchecked")
+    private void heap(Map<String, Object> heap) {
+        List<Object> classes = (List<Object>) heap.get("classes");
+        myOut.println();
+        myOut.printf(Locale.ROOT, "Heap: %,d objects, %,d bytes (shallow), %,d classes, %,d GC roots%n",
+                (Long) heap.get("objects"), (Long) heap.get("shallowSize"), (Long) heap.get("classCount"),
+                (Long) heap.get("gcRoots"));
+        myOut.println();
+        myOut.printf(Locale.ROOT, "Class histogram: %d of %,d classes, by shallow size%n", classes.size(),
+                (Long) heap.get("classCount"));
+        myOut.printf(Locale.ROOT, "  %14s %16s  %s%n", "instances", "shallow bytes", "class");
+        for (Object row : classes) {
+            Map<String, Object> entry = (Map<String, Object>) row;
+            myOut.printf(Locale.ROOT, "  %,14d %,16d  %s%n", (Long) entry.get("instances"),
+                    (Long) entry.get("shallowSize"), entry.get("class"));
+        }
     }
 
     @SuppressWarnings("unchecked")
