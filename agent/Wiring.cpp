@@ -54,7 +54,7 @@ void wireAgent() {
     registerSnapshotParticipant(&ourAllocationParticipant);
     // Memory snapshots: object tags carry the generation of their capture.
     ourHeapCaptureJoint.getCurrentGenerationID = Generations::getCurrentGenerationID;
-    ourHeapCaptureJoint.advanceGeneration = Generations::advanceGeneration;
+    ourHeapCaptureJoint.openGeneration = Generations::openGeneration;
 
     // The natives of com.corvane.runtime.Callback.
     addNativeGroup(ourAgentCoreNatives);

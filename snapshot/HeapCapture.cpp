@@ -137,9 +137,8 @@ struct Capture {
     int32_t myGeneration = 0;
     int32_t myObjectCount = 0;
     jlong myClassClassTag = 0;
-    int32_t myFirstClassIndex = 0;
     ZVectorSafe<ClassInfo*> myClasses;  // all, in the order of the dump
-    ClassInfo** myClassByIndex = nullptr;  // from myFirstClassIndex on
+    ZMap<int, ClassInfo*> myClassByIndex{4096};
     ClassInfo* myClassClass = nullptr;
     ZMap<jlong, ThreadAndFrame> myThreads{64};
     int64_t mySegmentStart = 0;
@@ -149,7 +148,6 @@ struct Capture {
 
     ~Capture() {
         for (int i = 0; i < myClasses.getSize(); i++) delete myClasses[i];
-        free(myClassByIndex);
     }
 
     // The dense index that a tag stands for; 0 for none.
@@ -162,11 +160,18 @@ struct Capture {
         JavaObjectInfo info;
         return ourObjectEnumerator.getJavaObjectInfo(low, &info) ? info.myObjectIndex : 0;
     }
-    ClassInfo* classOf(int index) const {
-        if (index >= myFirstClassIndex && myFirstClassIndex > 0 && myClassByIndex != nullptr)
-            return myClassByIndex[index - myFirstClassIndex];
-        return myClassClass != nullptr && index == myClassClass->myIndex ? myClassClass : nullptr;
+    ClassInfo* classOf(int index) const { return myClassByIndex.get(index, nullptr); }
+
+    // A value into the file: straight into the writer while the heap is
+    // written, through the mapper in the pass after it.
+    void put(int64_t offset, int64_t value, int size) {
+        if (myMapper != nullptr) {
+            myMapper->put(offset, value, size);
+        } else {
+            myWriter->putAt(offset, value, size);
+        }
     }
+    bool hasPutError() const { return myMapper != nullptr && myMapper->hasError(); }
 
     // The next dense index into a tag; an object recorded by allocation
     // recording keeps its tag and learns the index through its record.
@@ -202,22 +207,11 @@ struct Capture {
 
 // ---- Tags ----
 
+// java.lang.Class itself has its index already.
 jint JNICALL tagObject(jlong classTag, jlong size, jlong* tagPtr, jint length, void* data) {
     Capture& capture = *(Capture*)data;
     CALLBACK_GUARD_BEGIN
-    if (classTag != capture.myClassClassTag) capture.updateTag(tagPtr);
-    return JVMTI_VISIT_OBJECTS;
-    CALLBACK_GUARD_END(capture, JVMTI_VISIT_ABORT)
-}
-
-// Class objects get their indices last, so that they form one range.
-jint JNICALL tagClassObject(jlong classTag, jlong size, jlong* tagPtr, jint length, void* data) {
-    Capture& capture = *(Capture*)data;
-    CALLBACK_GUARD_BEGIN
-    if (classTag == capture.myClassClassTag && *tagPtr != capture.myClassClassTag) {
-        if (capture.myFirstClassIndex == 0) capture.myFirstClassIndex = (int)-capture.myCounter;
-        capture.updateTag(tagPtr);
-    }
+    if (*tagPtr != capture.myClassClassTag) capture.updateTag(tagPtr);
     return JVMTI_VISIT_OBJECTS;
     CALLBACK_GUARD_END(capture, JVMTI_VISIT_ABORT)
 }
@@ -597,7 +591,7 @@ void putFieldValue(Capture& capture, ClassInfo* info, int64_t position, int fiel
                      StringPool::getString(*capture.myLock, info->myNameId));
         return;
     }
-    capture.myMapper->put(position + slot.myOffset, value, slot.mySize);
+    capture.put(position + slot.myOffset, value, slot.mySize);
 }
 
 void warnNoPosition(Capture& capture, int index, const char* what, int number, ClassInfo* info) {
@@ -629,7 +623,7 @@ jint JNICALL fillPrimitiveField(jvmtiHeapReferenceKind kind, const jvmtiHeapRefe
         }
         putFieldValue(capture, info, position, reference->field.index, bits, false);
     }
-    return capture.myMapper->hasError() ? JVMTI_VISIT_ABORT : JVMTI_VISIT_OBJECTS;
+    return capture.hasPutError() ? JVMTI_VISIT_ABORT : JVMTI_VISIT_OBJECTS;
     CALLBACK_GUARD_END(capture, JVMTI_VISIT_ABORT)
 }
 
@@ -701,8 +695,6 @@ void tagAllObjects(JNIEnv* env, Capture& capture) {
     memset(&callbacks, 0, sizeof(callbacks));
     callbacks.heap_iteration_callback = tagObject;
     iterate(capture, callbacks);
-    callbacks.heap_iteration_callback = tagClassObject;
-    iterate(capture, callbacks);
     capture.myObjectCount = (int)~capture.myCounter;
 }
 
@@ -748,9 +740,6 @@ void findClasses(const LockHolder& lock, JNIEnv* env, Capture& capture) {
     ZVectorSafe<jclass> classes;
     collectClasses(env, classes);
     Logger::messageWithStats(ZString("WSN: loaded classes: ") + ZString::fromLong(classes.getSize()));
-    int rangeSize = capture.myFirstClassIndex > 0 ? capture.myObjectCount - capture.myFirstClassIndex + 1 : 0;
-    capture.myClassByIndex = (ClassInfo**)calloc(rangeSize > 0 ? rangeSize : 1, sizeof(ClassInfo*));
-    if (capture.myClassByIndex == nullptr) throw std::bad_alloc();
     for (int i = 0; i < classes.getSize(); i++) {
         jclass klass = classes[i];
         jlong tag = getTag(klass);
@@ -760,11 +749,8 @@ void findClasses(const LockHolder& lock, JNIEnv* env, Capture& capture) {
         info->myClass = klass;
         info->myIndex = index;
         capture.myClasses.push(info);
-        if (tag == capture.myClassClassTag) {
-            capture.myClassClass = info;
-        } else if (index >= capture.myFirstClassIndex && capture.myFirstClassIndex > 0) {
-            capture.myClassByIndex[index - capture.myFirstClassIndex] = info;
-        }
+        capture.myClassByIndex.put(index, info);
+        if (tag == capture.myClassClassTag) capture.myClassClass = info;
     }
     for (int i = 0; i < capture.myClasses.getSize(); i++) buildClassInfo(lock, env, capture, capture.myClasses[i]);
     for (int i = 0; i < capture.myClasses.getSize(); i++) layOut(capture, capture.myClasses[i], 0);
@@ -890,11 +876,14 @@ ZString HeapCapture::writeHeap(const LockHolder& lock, JNIEnv* env, SnapshotWrit
 
     jvmtiHeapCallbacks callbacks;
     memset(&callbacks, 0, sizeof(callbacks));
+    // The JVM reports an object's primitive fields right after the object:
+    // they go into its block while that is still at hand.
     callbacks.heap_iteration_callback = dumpObject;
+    callbacks.primitive_field_callback = fillPrimitiveField;
     callbacks.array_primitive_value_callback = dumpPrimitiveArray;
     iterate(capture, callbacks, JVMTI_HEAP_FILTER_UNTAGGED);
     int64_t patchedEnd = writer.getCurrentOffset();
-    Logger::messageWithStats(ZString("WSN: O+OA+PA done"));
+    Logger::messageWithStats(ZString("WSN: O+OA+PA+fields done"));
     progress.updateProgressImpl(50);
 
     check_JVMTI_error(
@@ -920,11 +909,7 @@ ZString HeapCapture::writeHeap(const LockHolder& lock, JNIEnv* env, SnapshotWrit
             error = ZString("Cannot map file: ") + path;
         } else {
             capture.myMapper = &mapper;
-            Logger::messageWithStats(ZString("WSN: map 1..."));
-            memset(&callbacks, 0, sizeof(callbacks));
-            callbacks.primitive_field_callback = fillPrimitiveField;
-            iterate(capture, callbacks, JVMTI_HEAP_FILTER_UNTAGGED);
-            Logger::messageWithStats(ZString("WSN: map 2..."));
+            Logger::messageWithStats(ZString("WSN: map..."));
             memset(&callbacks, 0, sizeof(callbacks));
             callbacks.heap_reference_callback = fillReference;
             check_JVMTI_error(

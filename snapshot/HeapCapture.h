@@ -17,8 +17,9 @@
 struct HeapCaptureJoint {
     // The generation id that new tags carry in their upper half.
     int (*getCurrentGenerationID)();
-    // Opens a generation that starts with the capture.
-    void (*advanceGeneration)(const LockHolder& lock, const ZString& description);
+    // Opens a generation that starts with the capture; the capture's tagging
+    // puts every object that has no generation yet into it.
+    void (*openGeneration)(const LockHolder& lock, const ZString& description);
 };
 extern HeapCaptureJoint ourHeapCaptureJoint;
 

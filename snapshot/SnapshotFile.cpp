@@ -73,9 +73,9 @@ ZString SnapshotFile::writeSnapshotNew(const LockHolder& lock, JNIEnv* env, int 
     progress.updateProgressImpl(1);
 
     bool memory = (flags & SNAPSHOT_FLAG_MEMORY) != 0;
-    if (memory && ourHeapCaptureJoint.advanceGeneration != nullptr) {
+    if (memory && ourHeapCaptureJoint.openGeneration != nullptr) {
         Logger::messageWithStats(ZString("WSN: generation to be advanced..."));
-        ourHeapCaptureJoint.advanceGeneration(lock, ZString("Captured snapshot ") + getFileName(path));
+        ourHeapCaptureJoint.openGeneration(lock, ZString("Captured snapshot ") + getFileName(path));
         Logger::messageWithStats(ZString("WSN: generation advanced"));
     }
 
