@@ -16,14 +16,17 @@ import com.corvane.testing.AgentJvm;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
+import java.util.Comparator;
 import java.util.HashMap;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.TreeMap;
+import java.util.stream.Stream;
+import org.junit.jupiter.api.AfterAll;
 import org.junit.jupiter.api.BeforeAll;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.io.TempDir;
+import org.junit.jupiter.api.TestInstance;
 
 /**
  * A real JVM with the agent captures the heap of HeapShapes (tests/heap/java)
@@ -31,21 +34,27 @@ import org.junit.jupiter.api.io.TempDir;
  * reader: every object of the known shape, its fields, array contents,
  * references and roots are checked exactly.
  */
+@TestInstance(TestInstance.Lifecycle.PER_CLASS)
 class MemorySnapshotTest {
     static final int CHAIN = 1000;
 
-    @TempDir
-    static Path dir;
-    static Snapshot snapshot;
-    static HeapDump heap;
-    static String log;
+    Path dir;
+    Snapshot snapshot;
+    HeapDump heap;
+    String log;
+
+    /** More agent options for the capture. */
+    String options() {
+        return "";
+    }
 
     @BeforeAll
-    static void capture() throws Exception {
+    void capture() throws Exception {
+        dir = Files.createTempDirectory("corvane-heap-test-");
         Path file = dir.resolve("shapes.snapshot");
         String library = System.getenv("CORVANE_TEST_JNI_LIBRARY");
         assertNotNull(library, "the test's JNI library (CORVANE_TEST_JNI_LIBRARY)");
-        AgentJvm.Run run = AgentJvm.run(dir, "dir=" + Files.createDirectories(dir.resolve("exit")),
+        AgentJvm.Run run = AgentJvm.run(dir, "dir=" + Files.createDirectories(dir.resolve("exit")) + options(),
                 System.getProperty("corvane.heap.classes"), "HeapShapes", file.toString(), library, "native");
         assertEquals(0, run.exitCode(), run.out());
         assertTrue(run.out().contains("capture null"), run.out() + run.log());
@@ -54,7 +63,14 @@ class MemorySnapshotTest {
         heap = HeapDump.read(snapshot, (done, total) -> 0);
     }
 
-    static Map<String, Object> fields(int object) throws Exception {
+    @AfterAll
+    void removeFiles() throws Exception {
+        try (Stream<Path> files = Files.walk(dir)) {
+            files.sorted(Comparator.reverseOrder()).forEach(path -> path.toFile().delete());
+        }
+    }
+
+    Map<String, Object> fields(int object) throws Exception {
         Map<String, Object> values = new LinkedHashMap<>();
         for (FieldValue value : heap.fieldValues(object)) {
             values.put(value.name(), value.value());
@@ -62,7 +78,7 @@ class MemorySnapshotTest {
         return values;
     }
 
-    static Map<String, Object> statics(int classObject) {
+    Map<String, Object> statics(int classObject) {
         Map<String, Object> values = new LinkedHashMap<>();
         for (FieldValue value : heap.staticValues(classObject)) {
             values.put(value.name(), value.value());
@@ -70,13 +86,13 @@ class MemorySnapshotTest {
         return values;
     }
 
-    static int only(String className) {
+    int only(String className) {
         List<Integer> objects = heap.instancesOf(className);
         assertEquals(1, objects.size(), className + ": " + objects);
         return objects.get(0);
     }
 
-    static int shapesClass() {
+    int shapesClass() {
         List<Integer> classes = heap.classObjects("HeapShapes");
         assertEquals(1, classes.size());
         return classes.get(0);
@@ -87,7 +103,7 @@ class MemorySnapshotTest {
         return ((Ref) value).id();
     }
 
-    static List<Integer> referrers(int target) {
+    List<Integer> referrers(int target) {
         List<Integer> found = new ArrayList<>();
         for (int object = 1; object <= heap.objectCount(); object++) {
             for (int k = 0; k < heap.refCount(object); k++) {
@@ -125,7 +141,7 @@ class MemorySnapshotTest {
         assertEquals(List.of(), warnings(), "the agent logged no warnings");
     }
 
-    static List<String> warnings() {
+    List<String> warnings() {
         List<String> found = new ArrayList<>();
         for (String line : log.split("\n")) {
             if (line.contains("warning:") || line.contains("error:")) {
