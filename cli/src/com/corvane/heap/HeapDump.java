@@ -67,6 +67,10 @@ public final class HeapDump {
     public record Ref(int id) {
     }
 
+    /** Where allocation recording saw an object made: the thread's number, the frame and the uptime in ms. */
+    public record Allocation(int threadNumber, int frame, long timeMs) {
+    }
+
     /** A GC root: the object and the kind ("JNI_GLOBAL", "THREAD", ...). */
     public record Root(int object, String kind, int threadNumber) {
     }
@@ -83,6 +87,7 @@ public final class HeapDump {
     private final int[] myRefs;
     private final Snapshot mySnapshot;
     private final int myUnreadableBlocks;
+    private final Map<Integer, Allocation> myAllocations;
 
     private HeapDump(Builder b) {
         myCount = b.count;
@@ -96,6 +101,12 @@ public final class HeapDump {
         myRefs = b.refs;
         mySnapshot = b.snapshot;
         myUnreadableBlocks = b.unreadableBlocks;
+        myAllocations = b.allocations;
+    }
+
+    /** Where the object was made, for an object that allocation recording recorded; null otherwise. */
+    public Allocation allocation(int object) {
+        return myAllocations.get(object);
     }
 
     /** Reads the heap of a memory snapshot; `progress` hears bytes read of the segments. */
@@ -399,6 +410,8 @@ public final class HeapDump {
         int[] refs;
         final Map<Integer, ClassInfo> classes = new HashMap<>();
         final List<Root> roots = new ArrayList<>();
+        final Map<Integer, Allocation> allocations = new HashMap<>();
+        Allocation lastAllocation;
         int unreadableBlocks;
         // Edges as read, before they are grouped by source.
         int[] edgeFrom = new int[1024];
@@ -483,6 +496,9 @@ public final class HeapDump {
             int object = checked(in.readInt(), at);
             in.readInt();
             shallow[object] = size;
+            if (lastAllocation != null) {
+                allocations.put(object, lastAllocation);
+            }
             switch (tag) {
                 case ENTRY_CLASS:
                     classDump(in, object, at);
@@ -571,10 +587,9 @@ public final class HeapDump {
             if ((flags & 1) != 0) {
                 in.readInt();
             }
+            lastAllocation = null;
             if ((flags & 2) != 0) {
-                in.readInt();
-                in.readInt();
-                in.readLong();
+                lastAllocation = new Allocation(in.readInt(), in.readInt(), in.readLong());
             }
             return size;
         }
