@@ -13,6 +13,7 @@ import com.corvane.snapshot.Snapshot;
 import com.corvane.snapshot.SnapshotReader;
 import com.corvane.snapshot.Table;
 import com.corvane.testing.AgentJvm;
+import com.corvane.testing.ToolRun;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
@@ -244,6 +245,24 @@ class MemorySnapshotTest {
         assertEquals(77, fields(jniOnly).get("mark"));
         assertTrue(roots.values().stream().anyMatch(kinds -> kinds.contains("THREAD")));
         assertTrue(roots.values().stream().anyMatch(kinds -> kinds.contains("SYSTEM_CLASS")));
+    }
+
+    @Test
+    void corvaneHeapFindsTheClassesAndThePathsFromTheRoots() throws Exception {
+        String file = dir.resolve("shapes.snapshot").toString();
+        ToolRun jni = ToolRun.of("heap", "--json", "--classes", "100000", "--biggest", "0", "--path-to-roots",
+                "HeapShapes$JniOnly", file);
+        assertEquals(0, jni.code(), jni.err());
+        String compact = jni.out().replaceAll("\\s", "");
+        assertTrue(compact.contains("{\"class\":\"HeapShapes$Node\",\"instances\":" + (CHAIN + 3) + ","), compact);
+        assertTrue(compact.contains("\"path\":[{\"object\":" + only("HeapShapes$JniOnly")
+                + ",\"description\":\"HeapShapes$JniOnly@" + only("HeapShapes$JniOnly") + "\",\"gcRoot\":[\"JNI_GLOBAL\"]}]"),
+                compact);
+        ToolRun derived = ToolRun.of("heap", "--json", "--classes", "0", "--biggest", "0", "--path-to-roots",
+                "HeapShapes$Derived", file);
+        assertEquals(0, derived.code(), derived.err());
+        assertTrue(derived.out().replaceAll("\\s", "").endsWith("\"reference\":\".derived(static)\"}]}}"),
+                derived.out());
     }
 
     @Test
