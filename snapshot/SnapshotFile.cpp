@@ -119,6 +119,15 @@ static void suspendOtherThreads(JNIEnv* env, ZVector<jthread>& suspended) {
     deallocate(threads);
 }
 
+// Unless "_keep_broken" keeps it for study.
+static void deleteBrokenFile(const ZString& path) {
+    static int keepBroken = -1;
+    if (keepBroken < 0) keepBroken = ourOptions.isInternalOption("_keep_broken") ? 1 : 0;
+    if (keepBroken != 0) return;
+    bool deleted = z_deleteFile(path.c_str());
+    Logger::message(ZString("deleting broken snapshot file ") + path + " - " + (deleted ? "OK" : "failed"));
+}
+
 static void resumeThreads(JNIEnv* env, ZVector<jthread>& suspended) {
     for (int i = suspended.getSize() - 1; i >= 0; i--) {
         ourJVMTI->ResumeThread(suspended[i]);
@@ -145,21 +154,16 @@ ZString SnapshotFile::captureSnapshotJVMTI(JNIEnv* env, const ZString& path, int
         if (counting) instanceCounting.gatherClassInstanceStatistics(lock, env);
         error = writeSnapshotNew(lock, env, fd, progressFd, path, flags, counting ? &instanceCounting : nullptr);
     } catch (...) {
-        // The other threads must go on whatever happened.
+        // The other threads must go on whatever happened, and a file cut
+        // short must not pass for a snapshot.
         resumeThreads(env, suspended);
         close(fd);
+        deleteBrokenFile(path);
         throw;
     }
     resumeThreads(env, suspended);
     close(fd);
-    if (!error.isEmpty()) {
-        static int keepBroken = -1;
-        if (keepBroken < 0) keepBroken = ourOptions.isInternalOption("_keep_broken") ? 1 : 0;
-        if (keepBroken == 0) {
-            bool deleted = z_deleteFile(path.c_str());
-            Logger::message(ZString("deleting broken snapshot file ") + path + " - " + (deleted ? "OK" : "failed"));
-        }
-    }
+    if (!error.isEmpty()) deleteBrokenFile(path);
     return error;
 }
 
