@@ -23,6 +23,9 @@ void clearChartsDataImpl(const LockHolder& lock);
 // alive then carries its id in the upper half of its tag.
 class Generations {
 public:
+    // A new generation, and every object without one put into it.
     static void advanceGeneration(const LockHolder& lock, const ZString& description);
+    // The new generation alone: for a caller that tags every object itself.
+    static void openGeneration(const LockHolder& lock, const ZString& description);
     static int getCurrentGenerationID();
 };

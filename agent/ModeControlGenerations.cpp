@@ -19,6 +19,15 @@ static jint JNICALL tagWithGeneration(jlong classTag, jlong size, jlong* tagPtr,
 }
 
 void Generations::advanceGeneration(const LockHolder& lock, const ZString& description) {
+    openGeneration(lock, description);
+    jvmtiHeapCallbacks callbacks;
+    memset(&callbacks, 0, sizeof(callbacks));
+    callbacks.heap_iteration_callback = tagWithGeneration;
+    int generation = ourCurrentGenerationId;
+    check_JVMTI_error(ourJVMTI->IterateThroughHeap(0, nullptr, &callbacks, &generation));
+}
+
+void Generations::openGeneration(const LockHolder& lock, const ZString& description) {
     DB* db = KZT_DB();
     GenerationTable* table = db->getGenerationTable();
     int index = table->nextIndex();
@@ -28,12 +37,6 @@ void Generations::advanceGeneration(const LockHolder& lock, const ZString& descr
     record->myDescription = StringPool::getStrID(lock, description);
     record->myUptime = ourUptimeProvider.getUptimeMs();
     record->myStamp = db->getCurrentGeneration();
-
-    jvmtiHeapCallbacks callbacks;
-    memset(&callbacks, 0, sizeof(callbacks));
-    callbacks.heap_iteration_callback = tagWithGeneration;
-    int generation = index;
-    check_JVMTI_error(ourJVMTI->IterateThroughHeap(0, nullptr, &callbacks, &generation));
 }
 
 int Generations::getCurrentGenerationID() {

@@ -3,6 +3,7 @@
 // whole list of them, filled in plain order when the library starts.
 #include "agent/Wiring.h"
 
+#include "agent/ModeControl.h"
 #include "agent/NativeTable.h"
 #include "db/DB.h"
 #include "db/ZMethod.h"
@@ -16,6 +17,7 @@
 #include "recording/TracingSettings.h"
 #include "runtime/RuntimeArchive.h"
 #include "services/Logger.h"
+#include "snapshot/HeapCapture.h"
 #include "snapshot/TableStream.h"
 
 static const SnapshotParticipant ourCpuTracingParticipant = {CpuTracing::beginCapture, CpuTracing::endCapture};
@@ -50,6 +52,9 @@ void wireAgent() {
     // Captures and table streams: in this order, around every write.
     registerSnapshotParticipant(&ourCpuTracingParticipant);
     registerSnapshotParticipant(&ourAllocationParticipant);
+    // Memory snapshots: object tags carry the generation of their capture.
+    ourHeapCaptureJoint.getCurrentGenerationID = Generations::getCurrentGenerationID;
+    ourHeapCaptureJoint.openGeneration = Generations::openGeneration;
 
     // The natives of com.corvane.runtime.Callback.
     addNativeGroup(ourAgentCoreNatives);

@@ -52,6 +52,8 @@ public:
 
 protected:
     const uint8_t* getBuffer() const { return myBuffer; }
+    // For a subclass that patches bytes it has not drained yet.
+    uint8_t* getWritableBuffer() { return myBuffer; }
     void discardBuffer() { myPosition = 0; }
     // Writes all bytes to a file, keeping the text of the first failure in
     // `error`: the English message for errno, else strerror, else "Write error".

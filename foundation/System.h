@@ -81,6 +81,8 @@ int openFileForRead(const char* path);
 int openFileForWrite(const char* path);
 int openFileForWriteExclusive(const char* path);
 int openFileForReadAndWrite(const char* path);
+// An existing file, for reading and writing in place.
+int openFileForUpdate(const char* path);
 int openFileForAppend(const char* path);
 // Replaces bytes at or below 31 and each of \/<>|":?* by "-".
 ZString toFileNamePart(const ZString& text);

@@ -128,6 +128,10 @@ int openFileForReadAndWrite(const char* path) {
     return openWith(path, O_RDWR | O_CREAT | O_TRUNC);
 }
 
+int openFileForUpdate(const char* path) {
+    return openWith(path, O_RDWR);
+}
+
 int openFileForAppend(const char* path) {
     return openWith(path, O_WRONLY);
 }

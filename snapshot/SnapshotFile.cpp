@@ -11,6 +11,7 @@
 #include "db/DB.h"
 #include "db/StringPool.h"
 #include "foundation/System.h"
+#include "snapshot/HeapCapture.h"
 #include "snapshot/TableStream.h"
 
 const char SNAPSHOT_MAGIC[] = "CORVANE_FILE_60000";
@@ -64,22 +65,33 @@ ZString SnapshotFile::writeSnapshotNew(const LockHolder& lock, JNIEnv* env, int 
                                        const ZString& path, int64_t flags, InstanceCounting* instanceCounting) {
     Logger::messageWithStats(ZString("WSN: starting ") + path);
     DB* db = KZT_DB();
+    if ((flags & SNAPSHOT_FLAG_MEMORY) != 0) HeapCapture::internRootKinds(lock);
     Progress progress((flags & SNAPSHOT_FLAG_NO_PROGRESS) != 0 ? -1 : progressFd, ourOptions.isDebug("progress"));
     SnapshotWriter writer(fd);
     writeHeader(lock, writer, flags, (int64_t)time(nullptr) * 1000);
     if (ourOptions.isInternalOption("_dump_stack")) Logger::dumpStack("_dump_stack: write header");
     progress.updateProgressImpl(1);
 
+    bool memory = (flags & SNAPSHOT_FLAG_MEMORY) != 0;
+    if (memory && ourHeapCaptureJoint.openGeneration != nullptr) {
+        Logger::messageWithStats(ZString("WSN: generation to be advanced..."));
+        ourHeapCaptureJoint.openGeneration(lock, ZString("Captured snapshot ") + getFileName(path));
+        Logger::messageWithStats(ZString("WSN: generation advanced"));
+    }
+
     if (instanceCounting != nullptr) instanceCounting->updateDatabase(lock, db);
     writer.beginTag(SNAPSHOT_TAG_BLOCK);
-    writeTables(lock, env, db, writer, ALL_TABLES_MASK, 10, 90, &progress, nullptr, true);
+    writeTables(lock, env, db, writer, ALL_TABLES_MASK, 10, memory ? 15 : 90, &progress, nullptr, true);
     writer.endTag();
     Logger::messageWithStats(ZString("WSN: tables written"));
     // Rows changed from now on are newer than everything in this file.
+    int written = db->getCurrentGeneration();
     db->advanceGeneration();
 
+    ZString error;
+    if (memory) error = HeapCapture::writeHeap(lock, env, writer, path, progress, written);
     writer.flush();
-    ZString error = writer.getError();
+    if (error.isEmpty()) error = writer.getError();
     StringPool::collectGarbageStrings(lock);
     progress.updateProgressImpl(99);
     Logger::messageWithStats(ZString("WSN: done"));
@@ -107,6 +119,15 @@ static void suspendOtherThreads(JNIEnv* env, ZVector<jthread>& suspended) {
     deallocate(threads);
 }
 
+// Unless "_keep_broken" keeps it for study.
+static void deleteBrokenFile(const ZString& path) {
+    static int keepBroken = -1;
+    if (keepBroken < 0) keepBroken = ourOptions.isInternalOption("_keep_broken") ? 1 : 0;
+    if (keepBroken != 0) return;
+    bool deleted = z_deleteFile(path.c_str());
+    Logger::message(ZString("deleting broken snapshot file ") + path + " - " + (deleted ? "OK" : "failed"));
+}
+
 static void resumeThreads(JNIEnv* env, ZVector<jthread>& suspended) {
     for (int i = suspended.getSize() - 1; i >= 0; i--) {
         ourJVMTI->ResumeThread(suspended[i]);
@@ -116,12 +137,6 @@ static void resumeThreads(JNIEnv* env, ZVector<jthread>& suspended) {
 }
 
 ZString SnapshotFile::captureSnapshotJVMTI(JNIEnv* env, const ZString& path, int progressFd, int64_t flags) {
-    // A file that says it holds the heap must hold it: until heap capture
-    // exists, a memory snapshot is written as a performance snapshot.
-    if ((flags & SNAPSHOT_FLAG_MEMORY) != 0) {
-        Logger::message("memory snapshot asked for: heap capture is not built yet; the snapshot holds no heap");
-        flags &= ~(int64_t)SNAPSHOT_FLAG_MEMORY;
-    }
     LockHolder lock(&ourLock, LOCK_SITE);
     int fd = openFileForWrite(path.c_str());
     if (fd < 0) return ZString("Cannot open file to write snapshot");
@@ -131,25 +146,24 @@ ZString SnapshotFile::captureSnapshotJVMTI(JNIEnv* env, const ZString& path, int
     try {
         ParticipantsCapture capture(lock);
         InstanceCounting instanceCounting;
-        bool counting = InstanceCounting::isWanted((flags & SNAPSHOT_FLAG_MEMORY) != 0);
+        bool memory = (flags & SNAPSHOT_FLAG_MEMORY) != 0;
+        // A memory snapshot holds what the program can still reach, as the
+        // JVM's own dumper does: garbage would be objects without references.
+        if (memory) ourJVMTI->ForceGarbageCollection();
+        bool counting = InstanceCounting::isWanted(memory);
         if (counting) instanceCounting.gatherClassInstanceStatistics(lock, env);
         error = writeSnapshotNew(lock, env, fd, progressFd, path, flags, counting ? &instanceCounting : nullptr);
     } catch (...) {
-        // The other threads must go on whatever happened.
+        // The other threads must go on whatever happened, and a file cut
+        // short must not pass for a snapshot.
         resumeThreads(env, suspended);
         close(fd);
+        deleteBrokenFile(path);
         throw;
     }
     resumeThreads(env, suspended);
     close(fd);
-    if (!error.isEmpty()) {
-        static int keepBroken = -1;
-        if (keepBroken < 0) keepBroken = ourOptions.isInternalOption("_keep_broken") ? 1 : 0;
-        if (keepBroken == 0) {
-            bool deleted = z_deleteFile(path.c_str());
-            Logger::message(ZString("deleting broken snapshot file ") + path + " - " + (deleted ? "OK" : "failed"));
-        }
-    }
+    if (!error.isEmpty()) deleteBrokenFile(path);
     return error;
 }
 

@@ -1,6 +1,7 @@
 // The snapshot file: magic, revision and creation time; a header block with
-// the properties and the event table layouts; a tables block. Everything is
-// most significant byte first, with 4-byte object ids.
+// the properties and the event table layouts; a tables block; in a memory
+// snapshot the heap after them. Everything is most significant byte first,
+// with 4-byte object ids.
 #pragma once
 
 #include <jni.h>
@@ -10,15 +11,8 @@
 #include "foundation/ZString.h"
 #include "services/SharedConstants.h"
 #include "snapshot/InstanceCounting.h"
+#include "snapshot/SnapshotFormat.h"
 #include "snapshot/SnapshotWriter.h"
-
-// Record tags and item kinds.
-enum : int {
-    SNAPSHOT_TAG_BLOCK = 0x25,
-    SNAPSHOT_ITEM_PROPERTIES = 1,
-    SNAPSHOT_ITEM_TABLE = 2,
-    SNAPSHOT_ITEM_EVENT_TABLE = 3,
-};
 
 // The flag bits of "snapshot_flags" are the SNAPSHOT_FLAG_ constants of
 // services/SharedConstants.def.
@@ -33,8 +27,8 @@ public:
     static int64_t formSnapshotFlags(int64_t flags);
     // Magic, revision, time and the header block.
     static void writeHeader(const LockHolder& lock, SnapshotWriter& writer, int64_t flags, int64_t creationTimeMs);
-    // The whole file on `fd`; an error text, or empty. Performance snapshots
-    // only. `instanceCounting` may be null.
+    // The whole file on `fd`, the heap too when the flags ask for a memory
+    // snapshot; an error text, or empty. `instanceCounting` may be null.
     static ZString writeSnapshotNew(const LockHolder& lock, JNIEnv* env, int fd, int progressFd, const ZString& path,
                                     int64_t flags, InstanceCounting* instanceCounting);
     // Takes ourLock, suspends the other threads, brings every participant's

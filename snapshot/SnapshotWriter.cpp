@@ -25,6 +25,20 @@ int64_t SnapshotWriter::getCurrentOffset() {
     return myFilePosition + getPosition();
 }
 
+void SnapshotWriter::putAt(int64_t offset, int64_t value, int size) {
+    int64_t bufferStart = getCurrentOffset() - getPosition();
+    for (int i = 0; i < size; i++) {
+        uint8_t byte = (uint8_t)(value >> (8 * (size - 1 - i)));
+        int64_t at = offset + i;
+        KZT_ASSERT(at < bufferStart + getPosition());
+        if (at >= bufferStart) {
+            getWritableBuffer()[at - bufferStart] = byte;
+        } else if (pwrite(myFd, &byte, 1, at) != 1 && myError.isEmpty()) {
+            myError = "Write error";
+        }
+    }
+}
+
 void SnapshotWriter::seekTo(int64_t offset) {
     flush();
     lseek(myFd, offset, SEEK_SET);

@@ -27,6 +27,10 @@ public:
     void prepareOIDCountProperty();
     void commitOIDCountProperty(int64_t count);
 
+    // The low `size` bytes of `value`, most significant first, at an offset
+    // already written: into the buffer while they are there, else into the file.
+    void putAt(int64_t offset, int64_t value, int size);
+
     // File offset of the next byte to be written.
     int64_t getCurrentOffset();
     // For a caller that moved the descriptor itself: the offset is read anew.

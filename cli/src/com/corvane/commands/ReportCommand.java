@@ -1,9 +1,12 @@
 package com.corvane.commands;
 
+import com.corvane.heap.HeapDump;
+import com.corvane.heap.HeapSummary;
 import com.corvane.profile.Profile;
 import com.corvane.report.Json;
 import com.corvane.report.Report;
 import com.corvane.report.TextReport;
+import java.io.IOException;
 import java.nio.file.Path;
 import java.util.Map;
 import java.util.concurrent.Callable;
@@ -41,6 +44,10 @@ public final class ReportCommand implements Callable<Integer> {
     @Mixin
     ThreadSelection.Options myThreads = new ThreadSelection.Options();
 
+    @Option(names = "--classes", paramLabel = "<n>", defaultValue = "20",
+            description = "Memory snapshots: classes in the class histogram (default: ${DEFAULT-VALUE}).")
+    int myClasses;
+
     @Option(names = "--brief", description = "Text: only the hot spots, overall and per thread.")
     boolean myBrief;
 
@@ -60,13 +67,20 @@ public final class ReportCommand implements Callable<Integer> {
 
     @Override
     public Integer call() {
-        if (myHotSpots < 0 || myThreadHotSpots < 0 || myTop < 0 || myDepth < 0) {
-            throw new UserException("--hotspots, --thread-hotspots, --top and --depth take numbers of 0 or more", 2);
+        if (myHotSpots < 0 || myThreadHotSpots < 0 || myTop < 0 || myDepth < 0 || myClasses < 0) {
+            throw new UserException("--hotspots, --thread-hotspots, --top, --depth and --classes take numbers of 0 or more", 2);
         }
         SnapshotLoading.Loaded loaded = SnapshotLoading.load(mySnapshot, myIo);
         Profile profile = myThreads.apply(loaded.profile());
         Map<String, Object> report = Report.build(loaded.snapshot(), profile,
                 new Report.Limits(myHotSpots, myThreadHotSpots, myTop, myDepth));
+        if (loaded.snapshot().memoryPart() != null) {
+            try {
+                report.put("heap", HeapSummary.build(HeapDump.read(loaded.snapshot(), (done, total) -> 0), myClasses));
+            } catch (IOException e) {
+                throw new UserException("cannot read the heap of " + mySnapshot + ": " + e.getMessage());
+            }
+        }
         if (myJson) {
             StringBuilder text = new StringBuilder();
             Json.write(report, text, true, false);

@@ -25,6 +25,7 @@ import picocli.CommandLine.Parameters;
             "  corvane run --tracing --dir /tmp/snapshots -- java -cp classes Main",
             "  corvane run --allocations=each-100 -- java -jar app.jar",
             "  corvane run --monitors --exceptions=off -- java -jar app.jar",
+            "  corvane run --memory -- java -jar app.jar",
             "", "Exit status: the program's own; if the agent refuses to start, its refusal code",
             "(see the README's table), explained in one line."})
 public final class RunCommand implements Callable<Integer> {
@@ -59,6 +60,9 @@ public final class RunCommand implements Callable<Integer> {
                     + " off (can be switched on later), or disable (not even available).")
     String myExceptions;
 
+    @Option(names = "--memory", description = "Write a memory snapshot at exit: the whole heap with the profile.")
+    boolean myMemory;
+
     @Option(names = "--agent-options", paramLabel = "<text>",
             description = "More agent options, comma-separated, e.g. 'monitors,alloceach=100'. They come last,"
                     + " so they win over corvane's own.")
@@ -89,7 +93,7 @@ public final class RunCommand implements Callable<Integer> {
         }
         String mode = myMode != null && myMode.tracing ? "tracing" : "sampling";
         String options = AgentOptions.join(mode, allocationOption(myAllocations), myMonitors ? "monitors" : null,
-                exceptionsOption(myExceptions), "onexit=snapshot",
+                exceptionsOption(myExceptions), myMemory ? "onexit=memory" : "onexit=snapshot",
                 AgentOptions.option("dir", dir.toString()), myAgentOptions);
 
         ProcessBuilder builder = new ProcessBuilder(withAgent(myCommand, library, options));

@@ -18,7 +18,7 @@ import picocli.CommandLine.Option;
         description = {"Captures a snapshot in a running JVM and fetches it over the agent's port.", "",
             "The JVM stands still while the snapshot is written; the recordings go on afterwards.", ""},
         footer = {"", "Examples:", "  corvane snapshot 12345", "  corvane snapshot MyApp -o /tmp/myapp.snapshot",
-            "  corvane snapshot MyApp --hprof -o heap.hprof"})
+            "  corvane snapshot MyApp --memory", "  corvane snapshot MyApp --hprof -o heap.hprof"})
 public final class SnapshotCommand implements Callable<Integer> {
     @Mixin
     LiveTarget myTarget = new LiveTarget();
@@ -27,6 +27,9 @@ public final class SnapshotCommand implements Callable<Integer> {
             description = "Where the snapshot goes: a file, or a folder for the agent's file name. Default: the"
                     + " current folder.")
     Path myOutput;
+
+    @Option(names = "--memory", description = "A memory snapshot: the whole heap with the profile.")
+    boolean myMemory;
 
     @Option(names = "--hprof", description = "A heap dump by the JVM itself, in HPROF format.")
     boolean myHprof;
@@ -49,7 +52,9 @@ public final class SnapshotCommand implements Callable<Integer> {
         Path target;
         try (Progress progress = new Progress(myIo)) {
             progress.phase("capturing the snapshot");
-            String remote = client.captureSnapshot(myHprof ? SharedConstants.SNAPSHOT_FLAG_HPROF : 0,
+            long flags = myHprof ? SharedConstants.SNAPSHOT_FLAG_HPROF
+                    : myMemory ? SharedConstants.SNAPSHOT_FLAG_MEMORY : 0;
+            String remote = client.captureSnapshot(flags,
                     percent -> progress.update(percent, 100));
             target = target(remote);
             Path partial = target.resolveSibling(target.getFileName() + ".part");

@@ -39,6 +39,7 @@ public final class HeapDump {
         final int id;
         String name;
         int superId;
+        int loaderId;
         final List<Field> staticFields = new ArrayList<>();
         final List<Field> ownFields = new ArrayList<>();
         /** All instance fields in block order, once known; null when the block cannot be read. */
@@ -54,8 +55,20 @@ public final class HeapDump {
         }
     }
 
-    /** A field: its name, type and, for a static reference, its value. */
-    record Field(String name, int type, int value) {
+    /** A field: its name, type and, for a static, its value (an object id, or the bits of a primitive). */
+    record Field(String name, int type, long value) {
+    }
+
+    /** A value read from the heap: a name and a boxed primitive or a {@link Ref}. */
+    public record FieldValue(String name, Object value) {
+    }
+
+    /** A reference value: the object id, 0 for null. */
+    public record Ref(int id) {
+    }
+
+    /** Where allocation recording saw an object made: the thread's number, the frame and the uptime in ms. */
+    public record Allocation(int threadNumber, int frame, long timeMs) {
     }
 
     /** A GC root: the object and the kind ("JNI_GLOBAL", "THREAD", ...). */
@@ -74,6 +87,7 @@ public final class HeapDump {
     private final int[] myRefs;
     private final Snapshot mySnapshot;
     private final int myUnreadableBlocks;
+    private final Map<Integer, Allocation> myAllocations;
 
     private HeapDump(Builder b) {
         myCount = b.count;
@@ -87,6 +101,12 @@ public final class HeapDump {
         myRefs = b.refs;
         mySnapshot = b.snapshot;
         myUnreadableBlocks = b.unreadableBlocks;
+        myAllocations = b.allocations;
+    }
+
+    /** Where the object was made, for an object that allocation recording recorded; null otherwise. */
+    public Allocation allocation(int object) {
+        return myAllocations.get(object);
     }
 
     /** Reads the heap of a memory snapshot; `progress` hears bytes read of the segments. */
@@ -207,7 +227,7 @@ public final class HeapDump {
                 offset += width(field.type);
             }
         }
-        if (myBlockOffset[from] > 0 && myArrayLength[from] > 0) {
+        if (myBlockOffset[from] > 0 && myArrayLength[from] > 0 && key > 0) {
             ByteBuffer elements = readAt(myBlockOffset[from], 4 * myArrayLength[from]);
             for (int k = 0; k < myArrayLength[from]; k++) {
                 if (elements.getInt(4 * k) == to) {
@@ -216,6 +236,112 @@ public final class HeapDump {
             }
         }
         return "<reference>";
+    }
+
+    /** The class object of an object, 0 for a class object, a primitive array or an object of no known class. */
+    public int classId(int object) {
+        return Math.max(myClassOf[object], 0);
+    }
+
+    /** The class objects whose name is this one (Java or internal form): one per class loader that defined it. */
+    public List<Integer> classObjects(String name) {
+        String wanted = javaName(name);
+        List<Integer> found = new ArrayList<>();
+        for (ClassInfo info : myClasses.values()) {
+            if (info.name != null && javaName(info.name).equals(wanted) && myClassOf[info.id] == CLASS_OBJECT) {
+                found.add(info.id);
+            }
+        }
+        found.sort(null);
+        return found;
+    }
+
+    /** The class loader of a class object, 0 for the bootstrap loader. */
+    public int classLoader(int classObject) {
+        ClassInfo info = myClasses.get(classObject);
+        return info == null ? 0 : info.loaderId;
+    }
+
+    /** The static fields of a class object with their values, first declared first. */
+    public List<FieldValue> staticValues(int classObject) {
+        ClassInfo info = myClasses.get(classObject);
+        List<FieldValue> values = new ArrayList<>();
+        if (info != null) {
+            for (Field field : info.staticFields) {
+                values.add(new FieldValue(field.name, box(field.type, field.value)));
+            }
+        }
+        return values;
+    }
+
+    /** The fields of an instance with their values, superclass fields first; empty when they cannot be read. */
+    public List<FieldValue> fieldValues(int object) throws IOException {
+        int key = myClassOf[object];
+        ClassInfo info = key > 0 ? myClasses.get(key) : null;
+        List<FieldValue> values = new ArrayList<>();
+        if (info == null || info.layout == null || myBlockOffset[object] <= 0) {
+            return values;
+        }
+        ByteBuffer block = readAt(myBlockOffset[object], Builder.widthOf(info.layout));
+        int offset = 0;
+        for (Field field : info.layout) {
+            values.add(new FieldValue(field.name, box(field.type, bits(block, offset, width(field.type)))));
+            offset += width(field.type);
+        }
+        return values;
+    }
+
+    /**
+     * The elements of an array: a Java array of the primitive type for a
+     * primitive array, the element ids as an int[] for an object array; null
+     * for anything else.
+     */
+    public Object arrayValues(int object) throws IOException {
+        int key = myClassOf[object];
+        int length = myArrayLength[object];
+        if (myBlockOffset[object] <= 0 || key == CLASS_OBJECT || key == CLASS_UNKNOWN) {
+            return null;
+        }
+        int type = key < 0 ? -key : TYPE_OBJECT;
+        if (key > 0 && !className(object).endsWith("[]")) {
+            return null;
+        }
+        int width = width(type);
+        ByteBuffer bytes = readAt(myBlockOffset[object], length * width);
+        bytes.rewind();
+        switch (type) {
+            case 4: { boolean[] a = new boolean[length]; for (int i = 0; i < length; i++) a[i] = bytes.get(i) != 0; return a; }
+            case 5: { char[] a = new char[length]; bytes.asCharBuffer().get(a); return a; }
+            case 6: { float[] a = new float[length]; bytes.asFloatBuffer().get(a); return a; }
+            case 7: { double[] a = new double[length]; bytes.asDoubleBuffer().get(a); return a; }
+            case 8: { byte[] a = new byte[length]; bytes.get(a); return a; }
+            case 9: { short[] a = new short[length]; bytes.asShortBuffer().get(a); return a; }
+            case 11: { long[] a = new long[length]; bytes.asLongBuffer().get(a); return a; }
+            default: { int[] a = new int[length]; bytes.asIntBuffer().get(a); return a; }
+        }
+    }
+
+    private static long bits(ByteBuffer block, int offset, int width) {
+        switch (width) {
+            case 1: return block.get(offset);
+            case 2: return block.getShort(offset);
+            case 4: return block.getInt(offset);
+            default: return block.getLong(offset);
+        }
+    }
+
+    private static Object box(int type, long bits) {
+        switch (type) {
+            case 4: return bits != 0;
+            case 5: return (char) bits;
+            case 6: return Float.intBitsToFloat((int) bits);
+            case 7: return Double.longBitsToDouble(bits);
+            case 8: return (byte) bits;
+            case 9: return (short) bits;
+            case 10: return (int) bits;
+            case 11: return bits;
+            default: return new Ref((int) bits);
+        }
     }
 
     private ByteBuffer readAt(long offset, int size) throws IOException {
@@ -284,6 +410,8 @@ public final class HeapDump {
         int[] refs;
         final Map<Integer, ClassInfo> classes = new HashMap<>();
         final List<Root> roots = new ArrayList<>();
+        final Map<Integer, Allocation> allocations = new HashMap<>();
+        Allocation lastAllocation;
         int unreadableBlocks;
         // Edges as read, before they are grouped by source.
         int[] edgeFrom = new int[1024];
@@ -368,6 +496,9 @@ public final class HeapDump {
             int object = checked(in.readInt(), at);
             in.readInt();
             shallow[object] = size;
+            if (lastAllocation != null) {
+                allocations.put(object, lastAllocation);
+            }
             switch (tag) {
                 case ENTRY_CLASS:
                     classDump(in, object, at);
@@ -398,6 +529,8 @@ public final class HeapDump {
                     int length = in.readInt();
                     int type = in.readByte();
                     classOf[object] = -type;
+                    blockOffset[object] = in.position();
+                    arrayLength[object] = length;
                     in.skip((long) length * width(type));
                     break;
                 }
@@ -411,8 +544,10 @@ public final class HeapDump {
             classOf[object] = CLASS_OBJECT;
             info.superId = checked(in.readInt(), at);
             edge(object, info.superId);
-            for (int k = 0; k < 3; k++) {
-                edge(object, checked(in.readInt(), at));  // class loader, signers, protection domain
+            info.loaderId = checked(in.readInt(), at);
+            edge(object, info.loaderId);
+            for (int k = 0; k < 2; k++) {
+                edge(object, checked(in.readInt(), at));  // signers, protection domain
             }
             in.readInt();
             in.readInt();
@@ -422,12 +557,13 @@ public final class HeapDump {
             for (int k = 0; k < statics; k++) {
                 String name = fieldName(in.readInt());
                 int type = in.readByte();
-                int value = 0;
+                long value;
                 if (type == TYPE_OBJECT) {
-                    value = checked(in.readInt(), at);
-                    edge(object, value);
+                    int target = checked(in.readInt(), at);
+                    edge(object, target);
+                    value = target;
                 } else {
-                    in.skip(width(type));
+                    value = in.readBits(width(type));
                 }
                 info.staticFields.add(0, new Field(name, type, value));
             }
@@ -451,10 +587,9 @@ public final class HeapDump {
             if ((flags & 1) != 0) {
                 in.readInt();
             }
+            lastAllocation = null;
             if ((flags & 2) != 0) {
-                in.readInt();
-                in.readInt();
-                in.readLong();
+                lastAllocation = new Allocation(in.readInt(), in.readInt(), in.readLong());
             }
             return size;
         }
@@ -633,6 +768,16 @@ public final class HeapDump {
         int readShort() throws IOException {
             need(2);
             return myBuffer.getShort() & 0xFFFF;
+        }
+
+        /** A value of 1, 2, 4 or 8 bytes, as its bits. */
+        long readBits(int width) throws IOException {
+            switch (width) {
+                case 1: return readByte();
+                case 2: return readShort();
+                case 4: return readInt() & 0xFFFFFFFFL;
+                default: return readLong();
+            }
         }
 
         int readInt() throws IOException {

@@ -60,6 +60,10 @@ public final class TextReport {
         if (exceptions != null) {
             exceptions(exceptions);
         }
+        Map<String, Object> heap = (Map<String, Object>) report.get("heap");
+        if (heap != null) {
+            heap(heap);
+        }
     }
 
     @SuppressWarnings("unchecked")
@@ -99,6 +103,24 @@ public final class TextReport {
             myOut.printf(Locale.ROOT, "  %,12d %6.2f%%  %s in %s: thrown at %s, %s%n", (Long) r.get("count"),
                     r.get("percent"), r.get("exceptionClass"), r.get("thread"), r.get("thrownAt"),
                     caught == null ? "uncaught" : "caught at " + caught);
+        }
+    }
+
+    @SuppressWarnings("unchecked")
+    private void heap(Map<String, Object> heap) {
+        List<Object> classes = (List<Object>) heap.get("classes");
+        myOut.println();
+        myOut.printf(Locale.ROOT, "Heap: %,d objects, %,d bytes (shallow), %,d classes, %,d GC roots%n",
+                (Long) heap.get("objects"), (Long) heap.get("shallowSize"), (Long) heap.get("classCount"),
+                (Long) heap.get("gcRoots"));
+        myOut.println();
+        myOut.printf(Locale.ROOT, "Class histogram: %d of %,d classes, by shallow size%n", classes.size(),
+                (Long) heap.get("classCount"));
+        myOut.printf(Locale.ROOT, "  %14s %16s  %s%n", "instances", "shallow bytes", "class");
+        for (Object row : classes) {
+            Map<String, Object> entry = (Map<String, Object>) row;
+            myOut.printf(Locale.ROOT, "  %,14d %,16d  %s%n", (Long) entry.get("instances"),
+                    (Long) entry.get("shallowSize"), entry.get("class"));
         }
     }
 

@@ -182,12 +182,6 @@ final class Requests {
             final String directory = r.readString();
             final int progress = r.socketDescriptor();
             r.locked("Snapshots", out -> {
-                if ((flags & SharedConstants.SNAPSHOT_FLAG_MEMORY) != 0
-                        && (flags & SharedConstants.SNAPSHOT_FLAG_HPROF) == 0) {
-                    Request.writeError(out, "Cannot capture snapshot: memory snapshots are not available in this"
-                            + " agent");
-                    return;
-                }
                 String[] path = new String[1];
                 String error = Core.captureSnapshot1(directory, progress, flags, nameFormat, path);
                 if (error != null) {

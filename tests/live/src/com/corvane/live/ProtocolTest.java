@@ -240,9 +240,16 @@ class ProtocolTest {
     @Test
     void snapshotsAreCapturedListedAndTransferred() throws Exception {
         Wire.Reply memory = send(Wire.request(Protocol.PACKET_CAPTURE_SNAPSHOT_REQ).l(SharedConstants.SNAPSHOT_FLAG_MEMORY)
-                .s("").s(null));
-        assertTrue(memory.error().startsWith("Cannot capture snapshot"));
+                .s("memory-{pid}").s(null));
+        int memoryType;
+        while ((memoryType = memory.header()) == Protocol.PACKET_PROGRESS) {
+            memory.i();
+        }
+        assertEquals(Protocol.PACKET_OK_RESP, memoryType);
+        assertEquals(ourSessionId, memory.l());
+        Snapshot memorySnapshot = SnapshotReader.read(Path.of(memory.string()));
         memory.end();
+        assertTrue(memorySnapshot.memoryPart() != null, "the heap is in the snapshot");
 
         Wire.Reply captured = send(Wire.request(Protocol.PACKET_CAPTURE_SNAPSHOT_REQ).l(0).s("captured-{pid}").s(null));
         List<Integer> progress = new ArrayList<>();
