@@ -132,8 +132,11 @@ class ProtocolTest {
             assertTrue(refusal == null || refusal.endsWith(NOT_AVAILABLE), refusal);
             reply.end();
         }
+        // Triggers set are given back in the form they were parsed into.
+        send(Wire.request(Protocol.PACKET_SET_TRIGGERS).s("TimerListener delay=5m\n  Empty\n").b(0)).ok(ourSessionId).end();
         Wire.Reply triggers = send(Wire.request(Protocol.PACKET_GET_TRIGGERS));
-        assertEquals("Triggers are not available in this agent", triggers.error());
+        assertEquals(Protocol.PACKET_OK_RESP, triggers.header());
+        assertEquals("TimerListener maxTriggerCount=-1 delay=5m\n  Empty\n", triggers.string());
         triggers.end();
     }
 

@@ -1,0 +1,5 @@
+package com.corvane.probes.triggers;
+
+public class SleepAction extends PendingAction {
+    public Duration myDuration;
+}
