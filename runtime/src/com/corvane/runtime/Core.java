@@ -232,7 +232,7 @@ public final class Core {
     }
 
     /** As Callback.startCpuProfiling, with whatever goes wrong turned into the refusal's text. */
-    static String startCpuProfilingSafe(long mode, String settings) {
+    public static String startCpuProfilingSafe(long mode, String settings) {
         try {
             return Callback.startCpuProfiling(mode, settings);
         } catch (Throwable e) {

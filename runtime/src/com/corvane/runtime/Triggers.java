@@ -6,12 +6,15 @@ import com.corvane.probes.triggers.HeapMemoryUsageListener;
 import com.corvane.probes.triggers.JvmExitListener;
 import com.corvane.probes.triggers.JvmStartListener;
 import com.corvane.probes.triggers.MemoryUsageListener;
+import com.corvane.probes.triggers.SleepAction;
 import com.corvane.probes.triggers.TimerListener;
 import java.lang.management.MemoryMXBean;
 import java.lang.management.MemoryUsage;
 import java.util.ArrayList;
 import java.util.Collections;
 import java.util.List;
+import java.util.Map;
+import java.util.WeakHashMap;
 
 /**
  * The triggers in force: set from the options and the triggers file at start
@@ -21,6 +24,8 @@ import java.util.List;
  */
 final class Triggers {
     private static List<EventListener> ourListeners = Collections.emptyList();
+    // Listeners in a Sleep, on the telemetry thread only; those replaced are dropped with their keys.
+    private static final Map<EventListener, Waiting> ourWaiting = new WeakHashMap<EventListener, Waiting>();
     private static String ourText = "";
 
     private Triggers() {
@@ -99,13 +104,45 @@ final class Triggers {
         runOnce(JvmExitListener.class);
     }
 
-    /** One telemetry period: the listeners whose event has come perform their actions, in order. */
+    /**
+     * One telemetry period: the listeners whose event has come perform their
+     * actions, in order. A Sleep action is not slept here: the listener waits,
+     * without being tested, until a later period has reached its time, and
+     * goes on from the action after it.
+     */
     static void handle(MemoryMXBean memory) {
         long uptime = Callback.getUptimeMs();
         for (EventListener listener : getListeners()) {
-            if (shouldTrigger(listener, uptime, memory)) {
-                listener.performActions(uptime);
+            int from;
+            Waiting waiting = ourWaiting.get(listener);
+            if (waiting != null) {
+                if (uptime < waiting.myUntilMs) {
+                    continue;
+                }
+                ourWaiting.remove(listener);
+                from = waiting.myNextAction;
+            } else if (shouldTrigger(listener, uptime, memory)) {
+                from = 0;
+            } else {
+                continue;
             }
+            int next = listener.performActionsFrom(from, uptime, true);
+            if (next >= 0) {
+                long sleep = ((SleepAction) listener.myActions.get(next - 1)).durationMs();
+                // From now: the actions before the sleep, and other listeners', took their time.
+                ourWaiting.put(listener, new Waiting(next, Callback.getUptimeMs() + sleep));
+            }
+        }
+    }
+
+    /** Where a listener goes on after a Sleep, and from when. */
+    private static final class Waiting {
+        final int myNextAction;
+        final long myUntilMs;
+
+        Waiting(int nextAction, long untilMs) {
+            myNextAction = nextAction;
+            myUntilMs = untilMs;
         }
     }
 

@@ -30,6 +30,13 @@ public abstract class Action {
 
     protected abstract void perform() throws Exception;
 
+    /** Fails with the refusal of a start that the agent refused. */
+    static void requireTaken(String refusal) {
+        if (refusal != null) {
+            throw new IllegalStateException(refusal);
+        }
+    }
+
     /** Performs the action; a failure is logged. */
     public void performSafe() {
         try {

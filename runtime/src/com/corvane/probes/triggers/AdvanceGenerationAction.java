@@ -1,4 +1,11 @@
 package com.corvane.probes.triggers;
 
-public class AdvanceGenerationAction extends PendingAction {
+import com.corvane.runtime.Callback;
+
+/** Advances the object generation, described as made by a trigger. */
+public class AdvanceGenerationAction extends Action {
+    @Override
+    protected void perform() {
+        Callback.advanceGeneration("Trigger");
+    }
 }

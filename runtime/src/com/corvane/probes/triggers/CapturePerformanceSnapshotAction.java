@@ -8,10 +8,6 @@ public class CapturePerformanceSnapshotAction extends Action {
 
     @Override
     protected void perform() {
-        String[] path = new String[1];
-        String error = Core.captureSnapshotByTrigger(myFileName, path);
-        if (error != null) {
-            throw new IllegalStateException(error);
-        }
+        requireTaken(Core.captureSnapshotByTrigger(myFileName, new String[1]));
     }
 }

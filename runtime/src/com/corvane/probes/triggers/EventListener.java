@@ -96,11 +96,27 @@ public abstract class EventListener {
         return null;
     }
 
-    /** Performs the actions in order; a failing one is logged and the next one runs. */
+    /** Performs all actions in order; a failing one is logged and the next one runs. */
     public void performActions(long uptimeMs) {
-        for (Action action : myActions) {
+        performActionsFrom(0, uptimeMs, false);
+    }
+
+    /**
+     * Performs the actions from index `from` on. With `stopAtSleep` a Sleep
+     * action is not performed but ends the call: the result is the index of
+     * the action after it, for the caller to go on from once the sleep is
+     * over. Otherwise, the last action done, the listener completes and the
+     * result is -1.
+     */
+    public int performActionsFrom(int from, long uptimeMs, boolean stopAtSleep) {
+        for (int i = from; i < myActions.size(); i++) {
+            Action action = myActions.get(i);
+            if (stopAtSleep && action instanceof SleepAction) {
+                return i + 1;
+            }
             action.performSafe();
         }
         onActionsCompleted(uptimeMs);
+        return -1;
     }
 }

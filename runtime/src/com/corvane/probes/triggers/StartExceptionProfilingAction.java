@@ -1,4 +1,11 @@
 package com.corvane.probes.triggers;
 
-public class StartExceptionProfilingAction extends PendingAction {
+import com.corvane.runtime.Callback;
+
+/** Starts exception profiling. */
+public class StartExceptionProfilingAction extends Action {
+    @Override
+    protected void perform() {
+        Callback.startExceptionProfiling();
+    }
 }

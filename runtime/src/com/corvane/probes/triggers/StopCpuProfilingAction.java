@@ -1,4 +1,11 @@
 package com.corvane.probes.triggers;
 
-public class StopCpuProfilingAction extends PendingAction {
+import com.corvane.runtime.Callback;
+
+/** Stops whichever CPU profiling runs. */
+public class StopCpuProfilingAction extends Action {
+    @Override
+    protected void perform() {
+        Callback.stopCpuProfiling(true);
+    }
 }

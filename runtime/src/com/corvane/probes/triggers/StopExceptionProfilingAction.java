@@ -1,4 +1,11 @@
 package com.corvane.probes.triggers;
 
-public class StopExceptionProfilingAction extends PendingAction {
+import com.corvane.runtime.Callback;
+
+/** Stops exception profiling. */
+public class StopExceptionProfilingAction extends Action {
+    @Override
+    protected void perform() {
+        Callback.stopExceptionProfiling();
+    }
 }

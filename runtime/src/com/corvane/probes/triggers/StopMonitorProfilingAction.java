@@ -1,4 +1,11 @@
 package com.corvane.probes.triggers;
 
-public class StopMonitorProfilingAction extends PendingAction {
+import com.corvane.runtime.Callback;
+
+/** Stops monitor profiling. */
+public class StopMonitorProfilingAction extends Action {
+    @Override
+    protected void perform() {
+        Callback.stopMonitorProfiling();
+    }
 }

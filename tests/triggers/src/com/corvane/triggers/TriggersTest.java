@@ -123,4 +123,31 @@ class TriggersTest {
         assertTrue(at - since >= 2000, "fired " + (at - since) + " ms after the heap was held");
         assertTrue(!run.out().contains("never"), run.out());
     }
+
+    @Test
+    void actionsStartAndStopRecordingsAsTheControlPortDoesAndSleepDelaysTheNext(@TempDir Path dir) throws Exception {
+        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
+        String triggers = "JvmStartListener\n"
+                + "  StartTracing\n"
+                + "TimerListener delay=1s maxTriggerCount=1\n"
+                + "  StopCpuProfiling\n"
+                + "  StartAllocatedObjectCounting\n"
+                + "  CapturePerformanceSnapshot fileName=modes\n"
+                + "TimerListener delay=1s maxTriggerCount=1\n"
+                + "  PrintMessage message=before\\s${Uptime}\n"
+                + "  Sleep duration=2s\n"
+                + "  PrintMessage message=after\\s${Uptime}\n";
+        AgentJvm.Run run = run(dir, triggers, ",dir=" + snapshots, 7000);
+        assertEquals(0, run.exitCode(), run.out());
+        int tracing = run.log().indexOf("CPU tracing started");
+        int counting = run.log().indexOf("Allocation recording started (object counting)");
+        assertTrue(tracing >= 0 && counting > tracing, run.log());
+        // The telemetry thread does not sleep in a Sleep, but the next action waits for it.
+        List<Long> times = linesOf(run.out()).stream().filter(l -> l.startsWith("before ") || l.startsWith("after "))
+                .map(l -> Long.parseLong(l.replaceAll("[^0-9]", ""))).collect(Collectors.toList());
+        assertEquals(2, times.size(), run.out());
+        assertTrue(times.get(1) - times.get(0) >= 2000, times.toString());
+        // Beside the one at exit, which a recording run brings.
+        assertTrue(snapshotsIn(snapshots).contains(snapshots.resolve("modes.snapshot")), snapshotsIn(snapshots).toString());
+    }
 }
