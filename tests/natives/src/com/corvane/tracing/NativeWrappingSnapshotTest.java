@@ -45,8 +45,10 @@ class NativeWrappingSnapshotTest {
         assertTrue(Files.isRegularFile(Path.of(library)), library);
         Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
         Path settings = Files.writeString(dir.resolve("tracing.txt"), "walltime=*\nadaptive=false\n");
+        // The runtime class archive in a folder of its own, not the one that other agents on the machine share.
         AgentJvm.Run run = AgentJvm.run(dir, "tracing,onexit=snapshot,dir=" + snapshots + ",tracing_settings_path="
-                + settings + options, System.getProperty("corvane.natives.classes"), "NativeShapes", library);
+                + settings + ",tmpdir=" + dir + options, System.getProperty("corvane.natives.classes"), "NativeShapes",
+                library);
         assertEquals(0, run.exitCode(), run.out());
         assertTrue(run.out().contains(expectedOutput()), run.out());
         Snapshot snapshot = SnapshotReader.read(AgentJvm.onlyFile(snapshots, "-shutdown.snapshot"));

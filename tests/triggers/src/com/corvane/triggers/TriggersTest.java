@@ -14,12 +14,16 @@ import java.util.stream.Stream;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
-/** Real JVMs with the agent and a triggers file, running Idle (tests/triggers/java) for a known time. */
+/**
+ * Real JVMs with the agent and a triggers file, running Idle (tests/triggers/java) for a known time. Each
+ * writes the runtime class archive into its own folder: other agents of this version on the machine share
+ * the default one and may write it just as this JVM is about to load it.
+ */
 class TriggersTest {
     static AgentJvm.Run run(Path dir, String triggers, String options, long runMs) throws Exception {
         Path file = Files.writeString(dir.resolve("triggers.txt"), triggers);
-        return AgentJvm.run(dir, "triggers=" + file + options, System.getProperty("corvane.triggers.classes"), "Idle",
-                String.valueOf(runMs));
+        return AgentJvm.run(dir, "triggers=" + file + ",tmpdir=" + dir + options,
+                System.getProperty("corvane.triggers.classes"), "Idle", String.valueOf(runMs));
     }
 
     static List<String> linesOf(String out) {
@@ -42,6 +46,7 @@ class TriggersTest {
                 + "  PrintMessage message=timer\\sfired\n"
                 + "JvmStartListener\n"
                 + "  PrintMessage message=jvm\\sstarted\n"
+                + "  PrintMessage message=macros\\s${GcTime}\\s${ThreadCount}\\s${MethodName}\\s${UsedHeapByPool}\n"
                 + "JvmExitListener\n"
                 + "  PrintMessage message=jvm\\sexiting output=stderr\n"
                 + "UnknownListener x=1\n"
@@ -51,6 +56,9 @@ class TriggersTest {
         List<String> lines = linesOf(run.out());
         assertEquals(3, lines.stream().filter("timer fired"::equals).count(), run.out());
         assertEquals(1, lines.stream().filter("jvm started"::equals).count(), run.out());
+        // A macro of a method call has no value outside a method listener.
+        assertTrue(lines.stream().anyMatch(l -> l.matches("macros [0-9]+ ms [0-9]+ <unknown> .+: [0-9]+ bytes.*")),
+                run.out());
         assertEquals(1, lines.stream().filter("jvm exiting"::equals).count(), run.out());
         assertTrue(lines.indexOf("jvm exiting") > lines.indexOf("done"), run.out());
         assertTrue(!run.out().contains("never"), run.out());
@@ -92,7 +100,8 @@ class TriggersTest {
         assertTrue(triggers.startsWith("# a performance snapshot every 10 minutes"), triggers);
         Path file = Files.writeString(dir.resolve("triggers.txt"), triggers);
         Path snapshots = dir.resolve("snapshots");
-        ToolRun run = ToolRun.of("run", "--trigger-file", file.toString(), "--dir", snapshots.toString(), "--",
+        ToolRun run = ToolRun.of("run", "--trigger-file", file.toString(), "--dir", snapshots.toString(),
+                "--agent-options", "tmpdir=" + dir, "--",
                 System.getProperty("corvane.java"), "-cp", System.getProperty("corvane.triggers.classes"), "Idle", "500");
         assertEquals(0, run.code(), run.err());
         assertEquals(1, run.errLines().stream().filter("bye"::equals).count(), run.err());
@@ -112,7 +121,8 @@ class TriggersTest {
                 + "  PrintMessage message=never\n";
         Path file = Files.writeString(dir.resolve("triggers.txt"), triggers);
         // 48 of 64 MB held for 6 s.
-        AgentJvm.Run run = AgentJvm.run(dir, "triggers=" + file, System.getProperty("corvane.triggers.classes"),
+        AgentJvm.Run run = AgentJvm.run(dir, "triggers=" + file + ",tmpdir=" + dir,
+                System.getProperty("corvane.triggers.classes"),
                 "-Xmx64m", "Hold", "48", "6000");
         assertEquals(0, run.exitCode(), run.out());
         List<String> fired = linesOf(run.out()).stream().filter(l -> l.startsWith("heap high at ")).collect(Collectors.toList());
