@@ -160,4 +160,21 @@ class TriggersTest {
         // Beside the one at exit, which a recording run brings.
         assertTrue(snapshotsIn(snapshots).contains(snapshots.resolve("modes.snapshot")), snapshotsIn(snapshots).toString());
     }
+
+    @Test
+    void cpuThresholdFiresOnceItHasBeenHeldForTheSetTimeAndNotBefore(@TempDir Path dir) throws Exception {
+        // One busy thread of the machine's processors, well above 10 % even on a loaded machine.
+        String triggers = "CpuUsageListener usageThresholdPercent=10 minimumTimeToActivate=2s maxTriggerCount=1\n"
+                + "  PrintMessage message=cpu\\shigh\\sat\\s${Uptime}\n";
+        Path file = Files.writeString(dir.resolve("triggers.txt"), triggers);
+        AgentJvm.Run run = AgentJvm.run(dir, "triggers=" + file + ",tmpdir=" + dir,
+                System.getProperty("corvane.triggers.classes"), "Spin", "3000", "6000");
+        assertEquals(0, run.exitCode(), run.out());
+        List<String> fired = linesOf(run.out()).stream().filter(l -> l.startsWith("cpu high at ")).collect(Collectors.toList());
+        assertEquals(1, fired.size(), run.out());
+        long since = Long.parseLong(linesOf(run.out()).stream().filter(l -> l.startsWith("spinning since "))
+                .findFirst().orElseThrow().substring("spinning since ".length()).trim());
+        long at = Long.parseLong(fired.get(0).replaceAll("[^0-9]", ""));
+        assertTrue(at - since >= 2000, "fired " + (at - since) + " ms after the spinning began");
+    }
 }
