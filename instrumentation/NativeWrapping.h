@@ -7,10 +7,21 @@
 #include "foundation/ZStringSet.h"
 
 class ClassFile;
+class MethodInfo;
 
 // Internal names of classes whose natives were wrapped: on a redefinition the
 // JVM holds them with the extra methods, so they must be wrapped again.
 extern ZStringSet& ourNamesOfClassesWithWrappedNatives;
 
 // Wraps the natives of the class that may be wrapped; true when one was.
+// Under ourLock.
 bool wrapNativeMethods(const LockHolder& lock, ClassFile* classFile);
+
+// Renames the native `method` under the prefix and gives the old name a body
+// that calls it with the same arguments and returns what it returns.
+void instrumentNativeMethod(ClassFile* classFile, MethodInfo* method);
+
+// True when the internal class name begins with one of the prefixes of the
+// class exclusion list: "disable_natives.txt" of the settings folder, or the
+// built-in list. The list is read once, under ourLock.
+bool isClassExcludedFromNativeWrapping(const LockHolder& lock, const ZString& className);

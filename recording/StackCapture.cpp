@@ -199,8 +199,15 @@ int NodeStackCapture::fillCurrentNodeJvmti_forTracing(JNIEnv* env, bool lines) {
     return walkCurrentStack(env, mask, METHOD_FLAG_TRACED, true, lines, nullptr);
 }
 
+// A wrapped native runs under its prefixed name below its wrapper: what it
+// allocates counts for the wrapper, the method that the program called.
 int NodeStackCapture::getTopMethodIndex(JNIEnv* env) {
+    const int depth = 4;
     jint count = 0;
-    if (ourJVMTI->GetStackTrace(nullptr, 0, 1, myFrameBuffer, &count) != JVMTI_ERROR_NONE || count < 1) return 0;
-    return getMethodById(env, myFrameBuffer[0].method);
+    if (ourJVMTI->GetStackTrace(nullptr, 0, depth, myFrameBuffer, &count) != JVMTI_ERROR_NONE || count < 1) return 0;
+    for (int i = 0; i < count; i++) {
+        int method = getMethodById(env, myFrameBuffer[i].method);
+        if ((ZMethod::getFlags(method) & METHOD_FLAG_INVISIBLE) == 0) return method;
+    }
+    return 0;
 }

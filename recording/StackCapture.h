@@ -70,7 +70,7 @@ public:
     // Only methods instrumented for tracing and not excluded; with `lines`
     // false every line is 0. No own-line node.
     int fillCurrentNodeJvmti_forTracing(JNIEnv* env, bool lines);
-    // The method of the top frame, 0 on failure.
+    // The method of the top visible frame among the top few, 0 on failure.
     int getTopMethodIndex(JNIEnv* env);
 
 private:

@@ -1,6 +1,6 @@
 #!/bin/bash
 # javac with the agent loaded: every class it loads is rewritten (tracing with
-# all methods instrumented and allocation sites as well), and
+# all methods instrumented, allocation sites as well, natives wrapped), and
 # linked under -Xverify:all. It compiles java.util and java.util.concurrent
 # from the JDK's sources; the class files must be the same as without the
 # agent, the log must show no failed rewrite, and classes must really have
@@ -80,7 +80,7 @@ check() {  # <name> <stub> <least number of its calls in the rewritten code>
                 awk '/^([a-z]+ )*(class|interface|enum) / { match($0, /(class|interface|enum) [^ <{]+/);
                                                             split(substr($0, RSTART, RLENGTH), w, " "); current = w[2] }
                      /^ *Code:$/ { if (!(current in seen)) { seen[current] = 1; print current } }' | sort)
-    others=$(echo "$unchanged" | grep -v -x -F -f <(printf '%s\n' "${left_alone[@]}") | grep -v '^com\.corvane\.runtime\.' || true)
+    others=$(echo "$unchanged" | grep -v -x -F -f <(printf '%s\n' "${left_alone[@]}") | grep -v -E '^com\.corvane\.(runtime|probes\.triggers)\.' || true)
     if [ -n "$others" ]; then
         echo "FAIL: ($name) classes with code left as they were, other than the expected ones:"
         echo "$others"
@@ -90,16 +90,17 @@ check() {  # <name> <stub> <least number of its calls in the rewritten code>
     check_calls "$name" "$2" "$3"
 }
 
-# The classes as handed to the JVM were dumped: counts the calls of a stub in their code.
-check_calls() {  # <name> <stub> <least number of its calls>
+# The classes as handed to the JVM were dumped: counts the calls of a method in their code.
+check_calls() {  # <name> <stub> <least number of its calls> [<grep pattern of the call>]
     local name=$1
     local call=$2
+    local pattern=${4:-"Method com/corvane/runtime/Callback.$call:"}
     local calls
     if [ ! -f "$work/$name.javap" ]; then
         find "$work/dump-$name" -name '*.class' ! -name '*_before.class' -print0 |
             xargs -0 -n 400 "$java_home/bin/javap" -c -p > "$work/$name.javap" 2>/dev/null || true
     fi
-    calls=$(grep -c "Method com/corvane/runtime/Callback.$call:" "$work/$name.javap" || true)
+    calls=$(grep -c -- "$pattern" "$work/$name.javap" || true)
     echo "($name) calls of $call in the rewritten classes: $calls"
     if [ "$calls" -lt "$3" ]; then
         echo "FAIL: ($name) too few calls of $call"
@@ -122,8 +123,11 @@ if [ "$produced" -lt 300 ]; then
     exit 1
 fi
 # One run with both rewrites: method entry and exit in every method, and every
-# allocation site recorded (each 100th allocation with its stack).
+# allocation site recorded (each 100th allocation with its stack), natives
+# wrapped.
 compile agent "tracing,alloceach=100,disable_heap_sampling,_instrument_all_methods,debug=bci_times"
 check agent kztMethodEntry 10000
 check_calls agent kztInit 5000
+# Natives are wrapped by default: each wrapper calls its native under the prefix.
+check_calls agent 'wrapped natives' 20 'Method [^ ]*\$\$KZT\$\$'
 echo "1 passed, 0 failed"

@@ -151,6 +151,16 @@ TEST_F(StackCaptureTest, NodeTreesMirrorStacksWithTheirOwnCaches) {
     EXPECT_EQ(calls, jvmti.lineTableCalls);  // lines come from the private cache now
     EXPECT_EQ(methodOf(b), capture.getTopMethodIndex(nullptr));
     EXPECT_EQ(methodOf(b), capture.getMethodById(nullptr, b));
+    // A wrapped native's objects count for its wrapper, the visible frame below it.
+    jvmti.stack.clear();
+    push(hidden, 0);
+    push(b, 20);
+    EXPECT_EQ(methodOf(b), capture.getTopMethodIndex(nullptr));
+    jvmti.stack.clear();
+    push(hidden, 0);
+    EXPECT_EQ(0, capture.getTopMethodIndex(nullptr));
+    push(b, 20);
+    push(a, 10);
 
     // Tracing keeps only traced, not excluded, visible methods; a dropped
     // frame drops the pending line too.

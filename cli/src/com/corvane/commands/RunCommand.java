@@ -26,6 +26,7 @@ import picocli.CommandLine.Parameters;
             "  corvane run --allocations=each-100 -- java -jar app.jar",
             "  corvane run --monitors --exceptions=off -- java -jar app.jar",
             "  corvane run --memory -- java -jar app.jar",
+            "  corvane run --trigger-file triggers.txt -- java -jar app.jar",
             "", "Exit status: the program's own; if the agent refuses to start, its refusal code",
             "(see the README's table), explained in one line."})
 public final class RunCommand implements Callable<Integer> {
@@ -68,6 +69,11 @@ public final class RunCommand implements Callable<Integer> {
                     + " so they win over corvane's own.")
     String myAgentOptions;
 
+    @Option(names = "--trigger-file", paramLabel = "<file>",
+            description = "Triggers for the agent to act on, one listener a line with its actions below it,"
+                    + " indented by two blanks (see the README).")
+    Path myTriggerFile;
+
     @Option(names = "--dir", paramLabel = "<folder>",
             description = "Folder for the snapshot (created if missing). Default: the current folder.")
     Path myDir;
@@ -82,6 +88,18 @@ public final class RunCommand implements Callable<Integer> {
         myIo = io;
     }
 
+    /** triggers=<absolute path>, or null without a file; a file that cannot be read is the user's error. */
+    static String triggersOption(Path file) {
+        if (file == null) {
+            return null;
+        }
+        Path absolute = file.toAbsolutePath().normalize();
+        if (!Files.isRegularFile(absolute) || !Files.isReadable(absolute)) {
+            throw new UserException("cannot read the triggers file " + absolute);
+        }
+        return AgentOptions.option("triggers", absolute.toString());
+    }
+
     @Override
     public Integer call() throws Exception {
         Path library = AgentLibrary.locate();
@@ -94,7 +112,7 @@ public final class RunCommand implements Callable<Integer> {
         String mode = myMode != null && myMode.tracing ? "tracing" : "sampling";
         String options = AgentOptions.join(mode, allocationOption(myAllocations), myMonitors ? "monitors" : null,
                 exceptionsOption(myExceptions), myMemory ? "onexit=memory" : "onexit=snapshot",
-                AgentOptions.option("dir", dir.toString()), myAgentOptions);
+                AgentOptions.option("dir", dir.toString()), triggersOption(myTriggerFile), myAgentOptions);
 
         ProcessBuilder builder = new ProcessBuilder(withAgent(myCommand, library, options));
         builder.redirectInput(ProcessBuilder.Redirect.INHERIT);

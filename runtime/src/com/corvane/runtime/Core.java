@@ -151,6 +151,7 @@ public final class Core {
         } else {
             UILauncher.start(profilerDir, idePort);
         }
+        Triggers.runOnJvmStart();
         return true;
     }
 
@@ -198,12 +199,21 @@ public final class Core {
         }
     }
 
-    /** Null when the text was taken; triggers are not part of this agent yet, so any text is refused. */
+    /** Null when the trigger text was taken, else why not. */
     static synchronized String setTriggers(String text, boolean append, boolean onAttach) {
-        if (text == null || text.trim().length() == 0) {
-            return null;
-        }
-        return "triggers are not available in this agent; ignored:\n" + text;
+        return Triggers.set(text == null ? "" : text, append);
+    }
+
+    static synchronized List<com.corvane.probes.triggers.EventListener> getListeners() {
+        return Triggers.getListeners();
+    }
+
+    /** A performance snapshot asked for by a trigger, named by {@code fileName} or by the snapshot name format. */
+    public static String captureSnapshotByTrigger(String fileName, String[] pathOut) {
+        String format = fileName != null && fileName.length() > 0 ? fileName
+                : ourSnapshotNameFormat == null || ourSnapshotNameFormat.isEmpty() ? "{sessionname}-{date}"
+                : ourSnapshotNameFormat;
+        return captureSnapshot1(null, -1, 0, format, pathOut);
     }
 
     /** Called by the agent when the adaptive filter takes a method out of tracing. */
@@ -222,7 +232,7 @@ public final class Core {
     }
 
     /** As Callback.startCpuProfiling, with whatever goes wrong turned into the refusal's text. */
-    static String startCpuProfilingSafe(long mode, String settings) {
+    public static String startCpuProfilingSafe(long mode, String settings) {
         try {
             return Callback.startCpuProfiling(mode, settings);
         } catch (Throwable e) {
@@ -241,6 +251,7 @@ public final class Core {
 
     /** Runs the actions of the triggers that fire at JVM exit. */
     public static void runOnJvmExitTriggers() {
+        Triggers.runOnJvmExit();
     }
 
     /**

@@ -306,8 +306,10 @@ final class Requests {
             r.locked(PROBES, out -> Request.writeOkOrError(out,
                     Callback.registerProbesByBytecode(classes, false, true)));
         });
-        on(Protocol.PACKET_GET_TRIGGERS, r -> r.locked("Triggers", out ->
-                Request.writeError(out, "Triggers are not available in this agent")));
+        on(Protocol.PACKET_GET_TRIGGERS, r -> r.locked("Triggers", out -> {
+            Packet.writeHeader(out, Protocol.PACKET_OK_RESP);
+            Packet.writeString(out, Triggers.serialize());
+        }));
         on(Protocol.PACKET_SET_TRIGGERS, r -> {
             final String text = r.readString();
             final boolean append = r.readBoolean();

@@ -108,6 +108,13 @@ final class TelemetryThread extends Thread {
             if (tookMs > threshold) {
                 Callback.messageToLogFile("warning: long telemetry sample: " + tookMs + " ms (" + parts + ")");
             }
+            // The triggers' actions (a snapshot, say) are no part of the sample.
+            try {
+                Triggers.handle(myMemory);
+            } catch (Throwable e) {
+                Callback.messageToLogFile("error: trigger failed: " + e);
+            }
+            tookMs = (System.nanoTime() - start) / 1000000;
             int period = Callback.getTelemetryPeriodMs();
             pause(period - tookMs, period > 0);
         }

@@ -36,7 +36,10 @@ class ProtocolTest {
 
     @BeforeAll
     static void start() throws Exception {
-        ourJvm = LiveJvm.start(ourDir, "sessionname=LiveProtocol,telemetryperiod=200,dir=" + ourDir.resolve("snaps"));
+        // The runtime class archive in a folder of its own: the shared default may be rewritten by another
+        // agent of this version on the machine just as this JVM loads it.
+        ourJvm = LiveJvm.start(ourDir, "sessionname=LiveProtocol,telemetryperiod=200,dir=" + ourDir.resolve("snaps")
+                + ",tmpdir=" + ourDir);
         Wire.Reply info = Wire.request(Protocol.PACKET_GET_AGENT_INFO_REQ).send(port());
         info.header();
         info.i();
@@ -77,6 +80,40 @@ class ProtocolTest {
         assertEquals(ourJvm.pid(), reply.i());
         assertEquals(3600 * 1000 / 200, reply.i());
         reply.end();
+    }
+
+    /** The lines of a file that triggers write, once there are at least `least` of them (10 s at most). */
+    private static List<String> linesOnceThere(Path file, int least) throws Exception {
+        for (int i = 0; i < 100 && (!Files.exists(file) || Files.readAllLines(file).size() < least); i++) {
+            Thread.sleep(100);
+        }
+        return Files.exists(file) ? Files.readAllLines(file) : List.of();
+    }
+
+    @Test
+    void triggersSetAgainKeepTheirCountersAndABadTextChangesNothing() throws Exception {
+        Path file = ourDir.resolve("fired.txt");
+        String once = "TimerListener delay=200ms maxTriggerCount=1\n  PrintMessage message=fired output=" + file + "\n";
+        send(Wire.request(Protocol.PACKET_SET_TRIGGERS).s(once).b(0)).ok(ourSessionId).end();
+        assertEquals(List.of("fired"), linesOnceThere(file, 1));
+        // The same text again: the listener is the one that fired already, and fires no more.
+        send(Wire.request(Protocol.PACKET_SET_TRIGGERS).s(once).b(0)).ok(ourSessionId).end();
+        Thread.sleep(1000);
+        assertEquals(List.of("fired"), Files.readAllLines(file));
+        // Another text is a new listener, with its own count.
+        String other = once.replace("message=fired", "message=again");
+        send(Wire.request(Protocol.PACKET_SET_TRIGGERS).s(other).b(0)).ok(ourSessionId).end();
+        assertEquals(List.of("fired", "again"), linesOnceThere(file, 2));
+
+        Wire.Reply bad = send(Wire.request(Protocol.PACKET_SET_TRIGGERS).s("TimerListener delay=5x\n").b(1));
+        assertEquals("Cannot parse triggers: wrong duration postfix: 5x", bad.error());
+        bad.end();
+        Wire.Reply triggers = send(Wire.request(Protocol.PACKET_GET_TRIGGERS));
+        assertEquals(Protocol.PACKET_OK_RESP, triggers.header());
+        assertEquals("TimerListener maxTriggerCount=1 delay=200ms\n  PrintMessage message=again output=" + file + "\n",
+                triggers.string());
+        triggers.end();
+        send(Wire.request(Protocol.PACKET_SET_TRIGGERS).s("").b(0)).ok(ourSessionId).end();
     }
 
     @Test
@@ -132,8 +169,11 @@ class ProtocolTest {
             assertTrue(refusal == null || refusal.endsWith(NOT_AVAILABLE), refusal);
             reply.end();
         }
+        // Triggers set are given back in the form they were parsed into.
+        send(Wire.request(Protocol.PACKET_SET_TRIGGERS).s("TimerListener delay=5m\n  Empty\n").b(0)).ok(ourSessionId).end();
         Wire.Reply triggers = send(Wire.request(Protocol.PACKET_GET_TRIGGERS));
-        assertEquals("Triggers are not available in this agent", triggers.error());
+        assertEquals(Protocol.PACKET_OK_RESP, triggers.header());
+        assertEquals("TimerListener maxTriggerCount=-1 delay=5m\n  Empty\n", triggers.string());
         triggers.end();
     }
 

@@ -1,0 +1,5 @@
+package com.corvane.probes.triggers;
+
+public class AlarmAction extends PendingAction {
+    public String myMessage;
+}

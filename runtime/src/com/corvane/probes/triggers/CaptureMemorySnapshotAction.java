@@ -1,0 +1,4 @@
+package com.corvane.probes.triggers;
+
+public class CaptureMemorySnapshotAction extends PendingAction {
+}

@@ -1,0 +1,23 @@
+package com.corvane.probes.triggers;
+
+import java.util.concurrent.TimeUnit;
+
+/** Fires when the process's CPU time per elapsed time, over all processors, has stayed at the threshold or above. */
+public class CpuUsageListener extends ThresholdListener {
+    private transient long myLastCpuNs = -1;
+    private transient long myLastNowMs;
+
+    public CpuUsageListener() {
+        super(80, new Duration(5, TimeUnit.SECONDS));
+    }
+
+    public boolean shouldTrigger(long nowMs, long cpuNs, int processors) {
+        double percent = 0;
+        if (myLastCpuNs >= 0 && nowMs > myLastNowMs) {
+            percent = (cpuNs - myLastCpuNs) / 1e4 / (nowMs - myLastNowMs) / Math.max(1, processors);
+        }
+        myLastCpuNs = cpuNs;
+        myLastNowMs = nowMs;
+        return shouldTriggerAt(nowMs, percent);
+    }
+}

@@ -1,0 +1,8 @@
+package com.corvane.probes.triggers;
+
+public class ForceGcAction extends Action {
+    @Override
+    protected void perform() {
+        System.gc();
+    }
+}

@@ -1,0 +1,5 @@
+package com.corvane.probes.triggers;
+
+public class WaitForEventToFinishAction extends PendingAction {
+    public Duration myMaxTimeToWait;
+}

@@ -1,0 +1,164 @@
+package com.corvane.runtime;
+
+import com.corvane.probes.triggers.CpuUsageListener;
+import com.corvane.probes.triggers.EventListener;
+import com.corvane.probes.triggers.HeapMemoryUsageListener;
+import com.corvane.probes.triggers.JvmExitListener;
+import com.corvane.probes.triggers.JvmStartListener;
+import com.corvane.probes.triggers.MemoryUsageListener;
+import com.corvane.probes.triggers.SleepAction;
+import com.corvane.probes.triggers.TimerListener;
+import java.lang.management.MemoryMXBean;
+import java.lang.management.MemoryUsage;
+import java.util.ArrayList;
+import java.util.Collections;
+import java.util.List;
+import java.util.Map;
+import java.util.WeakHashMap;
+
+/**
+ * The triggers in force: set from the options and the triggers file at start
+ * and from the control port, fired by the telemetry thread (timer, CPU and
+ * memory listeners), at the end of the start (JVM start listeners) and at
+ * JVM exit. The list is replaced as a whole under the class lock.
+ */
+final class Triggers {
+    private static List<EventListener> ourListeners = Collections.emptyList();
+    // Listeners in a Sleep, on the telemetry thread only; those replaced are dropped with their keys.
+    private static final Map<EventListener, Waiting> ourWaiting = new WeakHashMap<EventListener, Waiting>();
+    private static String ourText = "";
+
+    private Triggers() {
+    }
+
+    /** Null when the text was taken, else why not; the triggers in force stay as they were then. */
+    static synchronized String set(String text, boolean append) {
+        Callback.messageToLogFile((append ? "setTriggers: (appending):\n" : "setTriggers:\n") + text);
+        String full = append ? ourText + text : text;
+        List<EventListener> parsed;
+        try {
+            parsed = EventListener.parse(full);
+        } catch (Exception e) {
+            return "Cannot parse triggers: " + Core.describe(e);
+        }
+        List<EventListener> listeners = new ArrayList<EventListener>();
+        try {
+            for (EventListener listener : parsed) {
+                String refusal = listener.checkAvailable();
+                if (refusal != null) {
+                    return refusal;
+                }
+                listeners.add(sameOld(listener));
+            }
+        } catch (Exception e) {
+            return "Cannot set triggers: " + Core.describe(e);
+        }
+        ourListeners = Collections.unmodifiableList(listeners);
+        ourText = full;
+        Callback.messageToLogFile("setTriggers: OK");
+        return null;
+    }
+
+    /** The old listener when one of the same text is in force, so that it keeps its counters. */
+    private static EventListener sameOld(EventListener listener) throws Exception {
+        String text = listener.serialize();
+        for (EventListener old : ourListeners) {
+            if (old.serialize().equals(text)) {
+                return old;
+            }
+        }
+        return listener;
+    }
+
+    static synchronized List<EventListener> getListeners() {
+        return ourListeners;
+    }
+
+    /** The triggers in force as text, each listener in the form it was parsed into. */
+    static synchronized String serialize() {
+        try {
+            return EventListener.serializeListeners(ourListeners);
+        } catch (Exception e) {
+            return "";
+        }
+    }
+
+    /** Runs the actions of the listeners of the class, each once. */
+    static void runOnce(Class<? extends EventListener> type) {
+        for (EventListener listener : getListeners()) {
+            if (type.isInstance(listener) && !listener.isTriggerCountExceeded()) {
+                try {
+                    listener.performActions(Callback.getUptimeMs());
+                } catch (Throwable e) {
+                    Callback.messageToLogFile("error: trigger failed: " + e);
+                }
+            }
+        }
+    }
+
+    static void runOnJvmStart() {
+        runOnce(JvmStartListener.class);
+    }
+
+    static void runOnJvmExit() {
+        runOnce(JvmExitListener.class);
+    }
+
+    /**
+     * One telemetry period: the listeners whose event has come perform their
+     * actions, in order. A Sleep action is not slept here: the listener waits,
+     * without being tested, until a later period has reached its time, and
+     * goes on from the action after it.
+     */
+    static void handle(MemoryMXBean memory) {
+        long uptime = Callback.getUptimeMs();
+        for (EventListener listener : getListeners()) {
+            int from;
+            Waiting waiting = ourWaiting.get(listener);
+            if (waiting != null) {
+                if (uptime < waiting.myUntilMs) {
+                    continue;
+                }
+                ourWaiting.remove(listener);
+                from = waiting.myNextAction;
+            } else if (shouldTrigger(listener, uptime, memory)) {
+                from = 0;
+            } else {
+                continue;
+            }
+            int next = listener.performActionsFrom(from, uptime, true);
+            if (next >= 0) {
+                long sleep = ((SleepAction) listener.myActions.get(next - 1)).durationMs();
+                // From now: the actions before the sleep, and other listeners', took their time.
+                ourWaiting.put(listener, new Waiting(next, Callback.getUptimeMs() + sleep));
+            }
+        }
+    }
+
+    /** Where a listener goes on after a Sleep, and from when. */
+    private static final class Waiting {
+        final int myNextAction;
+        final long myUntilMs;
+
+        Waiting(int nextAction, long untilMs) {
+            myNextAction = nextAction;
+            myUntilMs = untilMs;
+        }
+    }
+
+    private static boolean shouldTrigger(EventListener listener, long uptime, MemoryMXBean memory) {
+        if (listener instanceof TimerListener) {
+            return ((TimerListener) listener).shouldTrigger(uptime);
+        }
+        if (listener instanceof MemoryUsageListener) {
+            MemoryUsage usage = listener instanceof HeapMemoryUsageListener ? memory.getHeapMemoryUsage()
+                    : memory.getNonHeapMemoryUsage();
+            return ((MemoryUsageListener) listener).shouldTrigger(uptime, usage.getUsed(), usage.getMax());
+        }
+        if (listener instanceof CpuUsageListener) {
+            return ((CpuUsageListener) listener).shouldTrigger(uptime, Callback.getProcessCpuTimeNs(false),
+                    Runtime.getRuntime().availableProcessors());
+        }
+        return false;
+    }
+}

@@ -1,0 +1,1 @@
+../../../../../tracing/src/com/corvane/tracing/CallTree.java

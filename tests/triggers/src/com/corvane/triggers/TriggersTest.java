@@ -1,0 +1,180 @@
+package com.corvane.triggers;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.corvane.testing.AgentJvm;
+import com.corvane.testing.ToolRun;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.Arrays;
+import java.util.List;
+import java.util.stream.Collectors;
+import java.util.stream.Stream;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+/**
+ * Real JVMs with the agent and a triggers file, running Idle (tests/triggers/java) for a known time. Each
+ * writes the runtime class archive into its own folder: other agents of this version on the machine share
+ * the default one and may write it just as this JVM is about to load it.
+ */
+class TriggersTest {
+    static AgentJvm.Run run(Path dir, String triggers, String options, long runMs) throws Exception {
+        Path file = Files.writeString(dir.resolve("triggers.txt"), triggers);
+        return AgentJvm.run(dir, "triggers=" + file + ",tmpdir=" + dir + options,
+                System.getProperty("corvane.triggers.classes"), "Idle", String.valueOf(runMs));
+    }
+
+    static List<String> linesOf(String out) {
+        return Arrays.asList(out.split("\n"));
+    }
+
+    static List<Path> snapshotsIn(Path folder) throws Exception {
+        try (Stream<Path> files = Files.list(folder)) {
+            return files.filter(p -> p.toString().endsWith(".snapshot")).sorted().collect(Collectors.toList());
+        }
+    }
+
+    @Test
+    void timerCapturesEverySecondUpToItsCountAndStartAndExitFireOnce(@TempDir Path dir) throws Exception {
+        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
+        String triggers = "# three snapshots, a second apart\n"
+                + "\n"
+                + "TimerListener delay=1s maxTriggerCount=3\n"
+                + "  CapturePerformanceSnapshot fileName=timer-{date}\n"
+                + "  PrintMessage message=timer\\sfired\n"
+                + "JvmStartListener\n"
+                + "  PrintMessage message=jvm\\sstarted\n"
+                + "  PrintMessage message=macros\\s${GcTime}\\s${ThreadCount}\\s${MethodName}\\s${UsedHeapByPool}\n"
+                + "JvmExitListener\n"
+                + "  PrintMessage message=jvm\\sexiting output=stderr\n"
+                + "UnknownListener x=1\n"
+                + "  PrintMessage message=never\n";
+        AgentJvm.Run run = run(dir, triggers, ",dir=" + snapshots, 9000);
+        assertEquals(0, run.exitCode(), run.out());
+        List<String> lines = linesOf(run.out());
+        assertEquals(3, lines.stream().filter("timer fired"::equals).count(), run.out());
+        assertEquals(1, lines.stream().filter("jvm started"::equals).count(), run.out());
+        // A macro of a method call has no value outside a method listener.
+        assertTrue(lines.stream().anyMatch(l -> l.matches("macros [0-9]+ ms [0-9]+ <unknown> .+: [0-9]+ bytes.*")),
+                run.out());
+        assertEquals(1, lines.stream().filter("jvm exiting"::equals).count(), run.out());
+        assertTrue(lines.indexOf("jvm exiting") > lines.indexOf("done"), run.out());
+        assertTrue(!run.out().contains("never"), run.out());
+        assertEquals(3, snapshotsIn(snapshots).size(), snapshotsIn(snapshots).toString());
+        assertTrue(snapshotsIn(snapshots).stream().allMatch(p -> p.getFileName().toString().startsWith("timer-")));
+        assertTrue(run.log().contains("setTriggers: OK"), run.log());
+    }
+
+    @Test
+    void textsThatCannotBeParsedOrPerformedAreRefusedWithTheirReason(@TempDir Path dir) throws Exception {
+        String[][] cases = {
+            {"TimerListener delay=10x\n  Empty\n", "", "Cannot parse triggers: wrong duration postfix: 10x"},
+            {"  Empty\n", "", "Cannot parse triggers: action line without listener: Empty"},
+            {"", ",periodicmem=5", "CaptureMemorySnapshot is not available in this agent yet"},
+            {"", ",usedmemhprof=80", "CaptureHprofSnapshot is not available in this agent yet"},
+            {"MethodListener methodPattern=Idle:main(*)\n  onenter:Empty\n", "",
+                "MethodListener is not available in this agent yet"},
+        };
+        for (String[] c : cases) {
+            Path caseDir = Files.createDirectories(dir.resolve("case" + Arrays.asList(cases).indexOf(c)));
+            AgentJvm.Run run = run(caseDir, c[0], c[1], 0);
+            assertEquals(0, run.exitCode(), run.out());
+            assertTrue(run.log().contains("warning: " + c[2]), c[2] + " in\n" + run.log());
+        }
+    }
+
+    /** The first block of the README's section on triggers. */
+    static String readmeTriggers() throws Exception {
+        String readme = Files.readString(Path.of(System.getProperty("corvane.readme")));
+        int section = readme.indexOf("\n## Triggers\n");
+        assertTrue(section >= 0, "the README has a section on triggers");
+        int start = readme.indexOf("```\n", section) + 4;
+        return readme.substring(start, readme.indexOf("```\n", start));
+    }
+
+    @Test
+    void theReadmeExampleRunsThroughCorvaneRunAsWritten(@TempDir Path dir) throws Exception {
+        String triggers = readmeTriggers();
+        assertTrue(triggers.startsWith("# a performance snapshot every 10 minutes"), triggers);
+        Path file = Files.writeString(dir.resolve("triggers.txt"), triggers);
+        Path snapshots = dir.resolve("snapshots");
+        ToolRun run = ToolRun.of("run", "--trigger-file", file.toString(), "--dir", snapshots.toString(),
+                "--agent-options", "tmpdir=" + dir, "--",
+                System.getProperty("corvane.java"), "-cp", System.getProperty("corvane.triggers.classes"), "Idle", "500");
+        assertEquals(0, run.code(), run.err());
+        assertEquals(1, run.errLines().stream().filter("bye"::equals).count(), run.err());
+        // The timer's first snapshot is 10 minutes away: only the one at exit.
+        assertEquals(1, snapshotsIn(snapshots).size(), snapshotsIn(snapshots).toString());
+
+        ToolRun missing = ToolRun.of("run", "--trigger-file", dir.resolve("none.txt").toString(), "--",
+                System.getProperty("corvane.java"), "-version");
+        assertTrue(missing.err().contains("cannot read the triggers file " + dir.resolve("none.txt")), missing.err());
+    }
+
+    @Test
+    void heapThresholdFiresOnceItHasBeenHeldForTheSetTimeAndNotBefore(@TempDir Path dir) throws Exception {
+        String triggers = "HeapMemoryUsageListener usageThresholdPercent=50 minimumTimeToActivate=2s maxTriggerCount=1\n"
+                + "  PrintMessage message=heap\\shigh\\sat\\s${Uptime}\n"
+                + "HeapMemoryUsageListener usageThresholdPercent=50 minimumTimeToActivate=1h\n"
+                + "  PrintMessage message=never\n";
+        Path file = Files.writeString(dir.resolve("triggers.txt"), triggers);
+        // 48 of 64 MB held for 6 s.
+        AgentJvm.Run run = AgentJvm.run(dir, "triggers=" + file + ",tmpdir=" + dir,
+                System.getProperty("corvane.triggers.classes"),
+                "-Xmx64m", "Hold", "48", "6000");
+        assertEquals(0, run.exitCode(), run.out());
+        List<String> fired = linesOf(run.out()).stream().filter(l -> l.startsWith("heap high at ")).collect(Collectors.toList());
+        assertEquals(1, fired.size(), run.out());
+        long since = Long.parseLong(linesOf(run.out()).stream().filter(l -> l.startsWith("holding since "))
+                .findFirst().orElseThrow().substring("holding since ".length()).trim());
+        long at = Long.parseLong(fired.get(0).substring("heap high at ".length()).replace(" ms", "").trim());
+        assertTrue(at - since >= 2000, "fired " + (at - since) + " ms after the heap was held");
+        assertTrue(!run.out().contains("never"), run.out());
+    }
+
+    @Test
+    void actionsStartAndStopRecordingsAsTheControlPortDoesAndSleepDelaysTheNext(@TempDir Path dir) throws Exception {
+        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
+        String triggers = "JvmStartListener\n"
+                + "  StartTracing\n"
+                + "TimerListener delay=1s maxTriggerCount=1\n"
+                + "  StopCpuProfiling\n"
+                + "  StartAllocatedObjectCounting\n"
+                + "  CapturePerformanceSnapshot fileName=modes\n"
+                + "TimerListener delay=1s maxTriggerCount=1\n"
+                + "  PrintMessage message=before\\s${Uptime}\n"
+                + "  Sleep duration=2s\n"
+                + "  PrintMessage message=after\\s${Uptime}\n";
+        AgentJvm.Run run = run(dir, triggers, ",dir=" + snapshots, 7000);
+        assertEquals(0, run.exitCode(), run.out());
+        int tracing = run.log().indexOf("CPU tracing started");
+        int counting = run.log().indexOf("Allocation recording started (object counting)");
+        assertTrue(tracing >= 0 && counting > tracing, run.log());
+        // The telemetry thread does not sleep in a Sleep, but the next action waits for it.
+        List<Long> times = linesOf(run.out()).stream().filter(l -> l.startsWith("before ") || l.startsWith("after "))
+                .map(l -> Long.parseLong(l.replaceAll("[^0-9]", ""))).collect(Collectors.toList());
+        assertEquals(2, times.size(), run.out());
+        assertTrue(times.get(1) - times.get(0) >= 2000, times.toString());
+        // Beside the one at exit, which a recording run brings.
+        assertTrue(snapshotsIn(snapshots).contains(snapshots.resolve("modes.snapshot")), snapshotsIn(snapshots).toString());
+    }
+
+    @Test
+    void cpuThresholdFiresOnceItHasBeenHeldForTheSetTimeAndNotBefore(@TempDir Path dir) throws Exception {
+        // One busy thread of the machine's processors, well above 10 % even on a loaded machine.
+        String triggers = "CpuUsageListener usageThresholdPercent=10 minimumTimeToActivate=2s maxTriggerCount=1\n"
+                + "  PrintMessage message=cpu\\shigh\\sat\\s${Uptime}\n";
+        Path file = Files.writeString(dir.resolve("triggers.txt"), triggers);
+        AgentJvm.Run run = AgentJvm.run(dir, "triggers=" + file + ",tmpdir=" + dir,
+                System.getProperty("corvane.triggers.classes"), "Spin", "3000", "6000");
+        assertEquals(0, run.exitCode(), run.out());
+        List<String> fired = linesOf(run.out()).stream().filter(l -> l.startsWith("cpu high at ")).collect(Collectors.toList());
+        assertEquals(1, fired.size(), run.out());
+        long since = Long.parseLong(linesOf(run.out()).stream().filter(l -> l.startsWith("spinning since "))
+                .findFirst().orElseThrow().substring("spinning since ".length()).trim());
+        long at = Long.parseLong(fired.get(0).replaceAll("[^0-9]", ""));
+        assertTrue(at - since >= 2000, "fired " + (at - since) + " ms after the spinning began");
+    }
+}
