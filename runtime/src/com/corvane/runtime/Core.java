@@ -208,12 +208,12 @@ public final class Core {
         return Triggers.getListeners();
     }
 
-    /** A performance snapshot asked for by a trigger, named by {@code fileName} or by the snapshot name format. */
-    public static String captureSnapshotByTrigger(String fileName, String[] pathOut) {
+    /** A snapshot asked for by a trigger (flags as for captureSnapshot1), named by {@code fileName} or by the snapshot name format. */
+    public static String captureSnapshotByTrigger(String fileName, long flags, String[] pathOut) {
         String format = fileName != null && fileName.length() > 0 ? fileName
                 : ourSnapshotNameFormat == null || ourSnapshotNameFormat.isEmpty() ? "{sessionname}-{date}"
                 : ourSnapshotNameFormat;
-        return captureSnapshot1(null, -1, 0, format, pathOut);
+        return captureSnapshot1(null, -1, flags, format, pathOut);
     }
 
     /** Called by the agent when the adaptive filter takes a method out of tracing. */

@@ -8,6 +8,6 @@ public class CapturePerformanceSnapshotAction extends Action {
 
     @Override
     protected void perform() {
-        requireTaken(Core.captureSnapshotByTrigger(myFileName, new String[1]));
+        requireTaken(Core.captureSnapshotByTrigger(myFileName, 0, new String[1]));
     }
 }

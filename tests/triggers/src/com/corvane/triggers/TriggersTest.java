@@ -68,12 +68,28 @@ class TriggersTest {
     }
 
     @Test
+    void timerCapturesAMemorySnapshotAndAnHprofDump(@TempDir Path dir) throws Exception {
+        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
+        String triggers = "TimerListener delay=1s maxTriggerCount=1\n"
+                + "  CaptureMemorySnapshot\n"
+                + "  CaptureHprofSnapshot\n";
+        AgentJvm.Run run = run(dir, triggers, ",dir=" + snapshots, 4000);
+        assertEquals(0, run.exitCode(), run.out());
+        List<Path> memory = snapshotsIn(snapshots);
+        assertEquals(1, memory.size(), memory.toString());
+        ToolRun report = ToolRun.of("report", memory.get(0).toString());
+        assertEquals(0, report.code(), report.err());
+        assertTrue(report.out().contains("\nHeap: "), report.out());
+        try (Stream<Path> files = Files.list(snapshots)) {
+            assertEquals(1, files.filter(p -> p.toString().endsWith(".hprof")).count(), run.log());
+        }
+    }
+
+    @Test
     void textsThatCannotBeParsedOrPerformedAreRefusedWithTheirReason(@TempDir Path dir) throws Exception {
         String[][] cases = {
             {"TimerListener delay=10x\n  Empty\n", "", "Cannot parse triggers: wrong duration postfix: 10x"},
             {"  Empty\n", "", "Cannot parse triggers: action line without listener: Empty"},
-            {"", ",periodicmem=5", "CaptureMemorySnapshot is not available in this agent yet"},
-            {"", ",usedmemhprof=80", "CaptureHprofSnapshot is not available in this agent yet"},
             {"MethodListener methodPattern=Idle:main(*)\n  onenter:Empty\n", "",
                 "MethodListener is not available in this agent yet"},
         };
