@@ -229,7 +229,9 @@ std::vector<LogEntry> parseLog(const std::string& log, std::vector<std::string>*
         if (std::regex_search(line, match, PREFIX)) {
             long long uptime = std::stoll(match[1]) * 1000 + std::stoll(match[2]);
             entries.push_back({uptime, match.suffix()});
-        } else if (!entries.empty() && line.rfind("  ", 0) == 0) {
+        } else if (!entries.empty() && (line.empty() || line.rfind("  ", 0) == 0)) {
+            // A message of several lines: its lines go on indented, and an
+            // empty trigger text leaves "setTriggers:" followed by an empty line.
             entries.back().text += "\n" + line;
         } else if (badLines != nullptr) {
             badLines->push_back(line);
