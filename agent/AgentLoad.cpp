@@ -253,6 +253,23 @@ static void addClassPathElements(const ZString& archivePath) {
     }
 }
 
+// The classes loaded so far that the JVM can retransform, tagged 1 in their
+// own tag space: the hook never saw them, and a later start of tracing or
+// allocation recording hands them back to the JVM.
+static void tagClassesLoadedBeforeAttach(JNIEnv* env) {
+    jint count = 0;
+    JvmtiMemory<jclass> loaded;
+    check_JVMTI_error(ourJVMTI->GetLoadedClasses(&count, loaded.out()));
+    for (int i = 0; i < count; i++) {
+        jboolean modifiable = JNI_FALSE;
+        // Arrays and primitive types cannot be retransformed, and one in a batch fails it whole.
+        if (ourJVMTI->IsModifiableClass(loaded.get()[i], &modifiable) == JVMTI_ERROR_NONE && modifiable) {
+            ourJVMTI_ClassesLoadedBeforeAttach->SetTag(loaded.get()[i], 1);
+        }
+        env->DeleteLocalRef(loaded.get()[i]);
+    }
+}
+
 // The steps that Agent_OnLoad leaves to VMStart and VMInit run inline here.
 static int attachSteps(JavaVM* vm) {
     Logger::message("on_attach: 1");
@@ -270,8 +287,12 @@ static int attachSteps(JavaVM* vm) {
     agentStart(env);
     if (!agentInit(env)) return LOAD_ATTACH_INIT_FAILED;
     Logger::message("on_attach: 3");
-    if (ourCapabilities.get() & (CAPABILITY_TRACING | CAPABILITY_ALLOC_BCI)) ourJVMTI_ClassesLoadedBeforeAttach = createTaggableJVMTIEnv(false);
+    if (ourCapabilities.get() & (CAPABILITY_TRACING | CAPABILITY_ALLOC_BCI)) {
+        ourJVMTI_ClassesLoadedBeforeAttach = createTaggableJVMTIEnv(false);
+        tagClassesLoadedBeforeAttach(env);
+    }
     Logger::message("on_attach: 4");
+    Probes::retransformClassesForChangedProbes(env, "apply probes after attach");
     Logger::message("on_attach: 5");
     jint threadCount = 0;
     jthread* threads = nullptr;

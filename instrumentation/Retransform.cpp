@@ -12,39 +12,19 @@
 #include "services/Options.h"
 #include "db/SignatureNames.h"
 #include "instrumentation/Instrumentation.h"
-
-// Local references of the classes chosen from the loaded ones, with names.
-struct ChosenClasses {
-    ZVector<jclass, 10> classes;
-    ZVectorSafe<ZString> names;
-};
-
-static void deleteLocalReferences(JNIEnv* env, ZVector<jclass, 10>& classes) {
-    for (int i = 0; i < classes.getSize(); i++) env->DeleteLocalRef(classes[i]);
-    classes.clear();
-}
+#include "instrumentation/LoadedClasses.h"
 
 void retransformClassesWithLargeMethods(JNIEnv* env) {
     {
         LockHolder holder(&ourLock, LOCK_SITE);
         if (ourClassesWithLargeMethods.getSize() == 0) return;
     }
-    jint count = 0;
-    JvmtiMemory<jclass> loaded;
-    check_JVMTI_error(ourJVMTI->GetLoadedClasses(&count, loaded.out()));
     ChosenClasses chosen;
     {
         LockHolder holder(&ourLock, LOCK_SITE);
-        for (int i = 0; i < count; i++) {
-            jclass klass = loaded.get()[i];
-            ZString name = convertClassSignatureToFullName(getClassNameJvmti(klass, __FILE__).c_str());
-            if (ourClassesWithLargeMethods.contains(name)) {
-                chosen.classes.push(klass);
-                chosen.names.push(name);
-            } else {
-                env->DeleteLocalRef(klass);
-            }
-        }
+        chooseLoadedClasses(env, chosen, [](jclass, const ZString& name) {
+            return ourClassesWithLargeMethods.contains(name);
+        });
     }
     if (chosen.classes.isEmpty()) return;
     ZString text = ZString("Retransform LMC: ") + ZString::fromLong(chosen.classes.getSize());
@@ -57,38 +37,23 @@ void retransformClassesWithLargeMethods(JNIEnv* env) {
         Logger::message(ZString("warning: retransform LMC failed: ") + getJvmtiErrorName(ourJVMTI, error));
         cleanupAfterRetransformClassesFailure(env);
     }
-    deleteLocalReferences(env, chosen.classes);
-}
-
-static int compareNames(const void* a, const void* b) {
-    return ((const ZString*)a)->compareTo(*(const ZString*)b);
+    chosen.release(env);
 }
 
 void retransformClassesLoadedBeforeAgentAttached(JNIEnv* env) {
     ChosenClasses chosen;
-    jint count = 0;
-    JvmtiMemory<jclass> loaded;
     {
         LockHolder holder(&ourLock, LOCK_SITE);
         jvmtiEnv* tags = ourJVMTI_ClassesLoadedBeforeAttach;
         if (tags == nullptr) return;
-        check_JVMTI_error(ourJVMTI->GetLoadedClasses(&count, loaded.out()));
-        for (int i = 0; i < count; i++) {
-            jclass klass = loaded.get()[i];
+        chooseLoadedClasses(env, chosen, [tags](jclass klass, const ZString& name) {
             jlong tag = 0;
-            if (tags->GetTag(klass, &tag) == JVMTI_ERROR_NONE && tag == 1) {
-                ZString name = convertClassSignatureToFullName(getClassNameJvmti(klass, __FILE__).c_str());
-                if (!shouldNeverRetransform(name)) {
-                    chosen.classes.push(klass);
-                    chosen.names.push(name);
-                    tags->SetTag(klass, 0);
-                    continue;
-                }
-            }
-            env->DeleteLocalRef(klass);
-        }
+            if (tags->GetTag(klass, &tag) != JVMTI_ERROR_NONE || tag != 1 || shouldNeverRetransform(name)) return false;
+            tags->SetTag(klass, 0);
+            return true;
+        });
         ZVectorSafe<ZString> sorted = chosen.names;
-        qsort(sorted.getElements(), sorted.getSize(), sizeof(ZString), compareNames);
+        sorted.sort();
         ZString text = ZString("Classes to retransform: ") + ZString::fromLong(sorted.getSize()) +
                        " (loaded before agent attached)";
         for (int i = 0; i < sorted.getSize(); i++) text += ZString("\n  ") + sorted[i];
@@ -125,5 +90,5 @@ void retransformClassesLoadedBeforeAgentAttached(JNIEnv* env) {
             usleep((useconds_t)pauseMs * 1000);
         }
     }
-    deleteLocalReferences(env, chosen.classes);
+    chosen.release(env);
 }

@@ -4,6 +4,8 @@
 // under ourLock too.
 #pragma once
 
+#include <jni.h>
+
 #include "foundation/ZLock.h"
 #include "foundation/ZString.h"
 #include "foundation/ZVector.h"
@@ -45,6 +47,21 @@ public:
     // The probes named in ourProbe2ActivityMode, from the probe class path;
     // at start, or at attach when `attaching`. Failures are logged only.
     static void createProbesAtStart(bool attaching);
+
+    // Marks the descriptors of the class `name` and of its inner classes as
+    // removed, or deletes those that never touched a class; their dotted
+    // names go to `removedNames`. True when classes must be retransformed.
+    static bool removeProbes(const LockHolder& lock, const ZString& name, ZVectorSafe<ZString>& removedNames);
+    // Names of the top probes with the mode that have descriptors or are native.
+    static void getTopProbeClasses(const LockHolder& lock, ZVectorSafe<ZString>& names, PROBE_ACTIVITY_MODE mode);
+    static TopProbe* findTopProbe(const LockHolder& lock, const ZString& name);
+    // Stores the modes that differ and retransforms those probes' own
+    // classes, whose callbacks the hook empties or restores. Error text or empty.
+    static ZString changeProbeActivityModes(JNIEnv* env, const ZVectorSafe<ZString>& names, const ZVector<int>& modes);
+    static void retransformProbes(JNIEnv* env, const ZVectorSafe<ZString>& probeClassNames);
+    // Retransforms the loaded classes that new or removed descriptors
+    // concern, after settling the statuses. Takes ourLock itself.
+    static void retransformClassesForChangedProbes(JNIEnv* env, const char* reason);
 
     // ---- what the class load hook asks ----
 

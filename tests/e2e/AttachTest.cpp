@@ -79,5 +79,25 @@ TEST_F(Attach, LoadsIntoARunningJvmOnceAndTheJvmGoesOn) {
                                   {"Agent already loaded", "vmDeath: 1", "vmDeath: 2", "vmDeath: 4", "vmDeath: OK"}));
 }
 
+// Tracing started on attach hands the classes loaded before it back to the
+// JVM, the program's own among them, and the JVM goes on.
+TEST_F(Attach, TracingOnAttachRetransformsTheClassesLoadedBefore) {
+    std::string stopFile = myDir / "stop";
+    ChildProcess target(javaCommand({}, "Waiter", {stopFile}), environment());
+    ASSERT_TRUE(target.waitForStdout("ready\n", 30000));
+    ProcessResult attached = attach(target.pid(), "tmpdir=" + tmp() + ",tracing");
+    EXPECT_NE(std::string::npos, attached.out.find("return code: 0")) << attached.out;
+    writeFile(stopFile, "");
+    ProcessResult end = target.finish(30000);
+    EXPECT_EQ(0, end.exitCode) << end.err;
+    EXPECT_TRUE(endsWith(end.out, "worker ran\nfinished\n")) << end.out;
+    std::string log = readFile(logPathOf(target.pid(), "Waiter"));
+    size_t listed = log.find(" (loaded before agent attached)\n");
+    ASSERT_NE(std::string::npos, listed) << log;
+    EXPECT_NE(std::string::npos, log.find("\n  Waiter\n", listed)) << log;
+    EXPECT_NE(std::string::npos, log.find(" done, 0 remains\n", listed)) << log;
+    EXPECT_EQ(std::string::npos, log.find("retransform failed")) << log;
+}
+
 }  // namespace
 }  // namespace e2e

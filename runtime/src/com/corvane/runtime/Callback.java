@@ -311,7 +311,15 @@ public final class Callback {
 
     public static native void clearEventTables(String names);
 
+    public static native void addProbePath(String path);
+
     public static native String[] getProbes(int mode);
+
+    public static native boolean isProbeOn(String className);
+
+    public static native String registerProbesByName(String[] classNames);
+
+    public static native void unregisterProbes(String[] classNames);
 
     public static native String setProbeActivityModes(String[] names, int[] modes);
 

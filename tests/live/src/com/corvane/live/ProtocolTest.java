@@ -161,7 +161,6 @@ class ProtocolTest {
             Wire.request(Protocol.PACKET_CLEAR_EVENT_TABLES).s("Messages"),
             Wire.request(Protocol.PACKET_MESSAGE).s("Test").s("a message").s(null),
             Wire.request(Protocol.PACKET_SET_PROBES).i(0),
-            Wire.request(Protocol.PACKET_REGISTER_AND_LOAD_PROBES_BY_BYTECODE).i(0),
             Wire.request(Protocol.PACKET_RETRANSFORM_CLASSES_LOADED_BEFORE_AGENT_ATTACHED)};
         for (Wire request : requests) {
             Wire.Reply reply = send(request);
@@ -169,6 +168,9 @@ class ProtocolTest {
             assertTrue(refusal == null || refusal.endsWith(NOT_AVAILABLE), refusal);
             reply.end();
         }
+        Wire.Reply none = send(Wire.request(Protocol.PACKET_REGISTER_AND_LOAD_PROBES_BY_BYTECODE).i(0));
+        assertEquals("Error: no probes found in classes: ", none.error());
+        none.end();
         // Triggers set are given back in the form they were parsed into.
         send(Wire.request(Protocol.PACKET_SET_TRIGGERS).s("TimerListener delay=5m\n  Empty\n").b(0)).ok(ourSessionId).end();
         Wire.Reply triggers = send(Wire.request(Protocol.PACKET_GET_TRIGGERS));
