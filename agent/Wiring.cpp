@@ -43,6 +43,7 @@ void wireAgent() {
     ourCountingJoint.getAllocCounterAddress = AllocObjectCounting::getCounterAddress;
     ourCountingJoint.getFactor = CountingSupportBase::getFactor;
     ourCallbackBytecode = {ourCallbackClassBytes, ourCallbackClassLength};
+    ourMethodListenerProbeBytecode = {ourMethodListenerProbeClassBytes, ourMethodListenerProbeClassLength};
     // The class load hook: probe classes, and the classes probes instrument.
     ourProbeJoint.isDisabledProbeClass = Probes::isDisabledProbeClass;
     ourProbeJoint.isAnyProbeApplicable = Probes::isAnyProbeApplicable;

@@ -5,7 +5,7 @@ import java.util.Scanner;
  * method on a thread of its own. Lines on standard input ask for more:
  * "start-threads <port>" calls Core.startProfilerThreads, "deadlock" makes
  * two threads that lock each other out, "oome" fills the heap until it runs
- * out and lets go. Each answer is one line.
+ * out and lets go, "greet <name>" calls greet. Each answer is one line.
  */
 public class LiveApp {
     static volatile long sink;
@@ -62,6 +62,10 @@ public class LiveApp {
         }
     }
 
+    static String greet(String name) {
+        return "hello " + name;
+    }
+
     public static void main(String[] args) throws Exception {
         Thread spinner = new Thread(LiveApp::spinForever, "live-spinner");
         spinner.setDaemon(true);
@@ -76,6 +80,8 @@ public class LiveApp {
                 System.out.println("started " + started);
             } else if (command[0].equals("oome")) {
                 System.out.println("oome " + exhaustHeap());
+            } else if (command[0].equals("greet")) {
+                System.out.println("greeted " + greet(command[1]));
             } else if (command[0].equals("deadlock")) {
                 deadlock();
                 System.out.println("deadlocked");

@@ -11,6 +11,24 @@ public final class Agent {
     private Agent() {
     }
 
+    /** Null when the text is empty or a dotted Java type name, else why not. */
+    static String validateJavaTypeOrEmpty(String type) {
+        if (type == null || type.length() == 0) {
+            return null;
+        }
+        for (String part : type.split("\\.", -1)) {
+            if (part.length() == 0 || !Character.isJavaIdentifierStart(part.charAt(0))) {
+                return "invalid Java type name";
+            }
+            for (int i = 1; i < part.length(); i++) {
+                if (!Character.isJavaIdentifierPart(part.charAt(i))) {
+                    return "invalid Java type name";
+                }
+            }
+        }
+        return null;
+    }
+
     public static boolean isAttached() {
         return (Callback.getCapabilities() & SharedConstants.CAPABILITY_ATTACHED_AGENT) != 0;
     }

@@ -6,6 +6,7 @@ import com.corvane.probes.triggers.HeapMemoryUsageListener;
 import com.corvane.probes.triggers.JvmExitListener;
 import com.corvane.probes.triggers.JvmStartListener;
 import com.corvane.probes.triggers.MemoryUsageListener;
+import com.corvane.probes.triggers.MethodListener;
 import com.corvane.probes.triggers.SleepAction;
 import com.corvane.probes.triggers.TimerListener;
 import java.lang.management.MemoryMXBean;
@@ -27,6 +28,7 @@ final class Triggers {
     // Listeners in a Sleep, on the telemetry thread only; those replaced are dropped with their keys.
     private static final Map<EventListener, Waiting> ourWaiting = new WeakHashMap<EventListener, Waiting>();
     private static String ourText = "";
+    private static int ourTemplateNumber;
 
     private Triggers() {
     }
@@ -48,15 +50,84 @@ final class Triggers {
                 if (refusal != null) {
                     return refusal;
                 }
+                if (listener instanceof MethodListener && !isValid((MethodListener) listener)) {
+                    continue;
+                }
                 listeners.add(sameOld(listener));
             }
         } catch (Exception e) {
             return "Cannot set triggers: " + Core.describe(e);
         }
+        unregisterGone(listeners);
+        List<EventListener> old = ourListeners;
         ourListeners = Collections.unmodifiableList(listeners);
         ourText = full;
+        registerNew(old, listeners);
         Callback.messageToLogFile("setTriggers: OK");
         return null;
+    }
+
+    /** Whether a method listener's pattern and type are valid; one that is not is left out. */
+    private static boolean isValid(MethodListener listener) {
+        String error = Callback.validateMethodPattern(listener.myMethodPattern);
+        if (error != null) {
+            Callback.messageToLogFile("Invalid method pattern '" + listener.myMethodPattern + "': " + error);
+            return false;
+        }
+        error = Agent.validateJavaTypeOrEmpty(listener.myInstanceOf);
+        if (error != null) {
+            Callback.messageToLogFile("Invalid instanceOf '" + listener.myInstanceOf + "': " + error);
+            return false;
+        }
+        return true;
+    }
+
+    /** Unregisters the probe classes of the method listeners in force that the new list no longer holds. */
+    private static void unregisterGone(List<EventListener> listeners) {
+        List<String> gone = new ArrayList<String>();
+        for (EventListener old : ourListeners) {
+            if (old instanceof MethodListener && ((MethodListener) old).myProbeClassName != null
+                    && !listeners.contains(old)) {
+                gone.add(((MethodListener) old).myProbeClassName);
+            }
+        }
+        if (gone.isEmpty()) {
+            return;
+        }
+        Callback.messageToLogFile("setTriggers: to unregister: " + gone.size());
+        Callback.unregisterProbes(gone.toArray(new String[0]));
+        Callback.messageToLogFile("setTriggers: unregistered");
+    }
+
+    /** Makes, registers and arms a probe class for each new method listener with actions. */
+    private static void registerNew(List<EventListener> old, List<EventListener> listeners) {
+        List<MethodListener> fresh = new ArrayList<MethodListener>();
+        List<byte[]> classes = new ArrayList<byte[]>();
+        for (EventListener listener : listeners) {
+            if (listener instanceof MethodListener && !old.contains(listener)
+                    && ((MethodListener) listener).hasActions()) {
+                MethodListener method = (MethodListener) listener;
+                fresh.add(method);
+                classes.add(method.generateProbeByTemplate(++ourTemplateNumber));
+            }
+        }
+        if (fresh.isEmpty()) {
+            return;
+        }
+        Callback.messageToLogFile("setTriggers: method listeners to register: " + fresh.size());
+        String error = Callback.registerProbesByBytecode(classes.toArray(new byte[0][]), false, true);
+        if (error != null) {
+            Callback.messageToLogFile("Failed to register method listeners: " + error);
+            return;
+        }
+        Callback.messageToLogFile("setTriggers: method listeners registered");
+        for (MethodListener listener : fresh) {
+            try {
+                listener.installInto(Class.forName(listener.myProbeClassName, true, null));
+            } catch (Throwable e) {
+                Callback.messageToLogFile("error: failed to set actions");
+            }
+        }
     }
 
     /** The old listener when one of the same text is in force, so that it keeps its counters. */

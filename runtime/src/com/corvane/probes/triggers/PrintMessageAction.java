@@ -15,9 +15,9 @@ import java.util.Date;
 /**
  * Writes the message, its macros ("${NAME}" or "${NAME PARAMS}") replaced, to
  * `output`: "stdout" (the default), "stderr", "log" (the agent's log file),
- * or else the path of a file that the line is appended to. Macros that have
- * no value here (those of a method call outside method listeners) print
- * "<unknown>".
+ * or else the path of a file that the line is appended to. The method macros
+ * take their values from the call of a method listener; a macro that has no
+ * value here prints "<unknown>".
  */
 public class PrintMessageAction extends Action {
     public String myMessage;
@@ -56,7 +56,12 @@ public class PrintMessageAction extends Action {
             result.append(message, at, start);
             String macro = message.substring(start + 2, end);
             int blank = macro.indexOf(' ');
-            String value = valueOf(blank < 0 ? macro : macro.substring(0, blank));
+            String name = blank < 0 ? macro : macro.substring(0, blank);
+            MethodCall call = MethodCall.current();
+            String value = call != null ? call.macro(name, blank < 0 ? null : macro.substring(blank + 1)) : null;
+            if (value == null) {
+                value = valueOf(name);
+            }
             result.append(value == null ? "<unknown>" : value);
             at = end + 1;
         }

@@ -117,6 +117,25 @@ class ProtocolTest {
     }
 
     @Test
+    void aMethodTriggerSetOverThePortFiresUntilItsTextIsReplaced() throws Exception {
+        Path file = ourDir.resolve("greetings.txt");
+        String trigger = "MethodListener methodPattern=LiveApp:greet(java.lang.String) fillParams=true"
+                + " fillReturnValue=true\n  onreturn:PrintMessage message=${Params}\\s->\\s${ReturnValue} output=" + file
+                + "\n";
+        send(Wire.request(Protocol.PACKET_SET_TRIGGERS).s(trigger).b(0)).ok(ourSessionId).end();
+        ourJvm.send("greet ann");
+        ourJvm.awaitLine("greeted hello ann");
+        send(Wire.request(Protocol.PACKET_SET_TRIGGERS).s("").b(0)).ok(ourSessionId).end();
+        ourJvm.send("greet bob");
+        ourJvm.awaitLine("greeted hello bob");
+        assertEquals(List.of("ann -> hello ann"), Files.readAllLines(file));
+        String log = ourJvm.log();
+        assertTrue(log.contains("setTriggers: to unregister: 1\n"), log);
+        assertTrue(log.contains("Unregistered probe classes: 1\n  Unregistered: com.corvane.probes.triggers."
+                + "MethodListenerProbe"), log);
+    }
+
+    @Test
     void cpuProfilingStartsOnceAndStops() throws Exception {
         assertEquals("Invalid mode: 8", send(Wire.request(Protocol.PACKET_START_CPU_PROFILING_REQ).l(8).s(null))
                 .okOrError(ourSessionId));

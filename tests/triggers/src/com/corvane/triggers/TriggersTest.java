@@ -90,8 +90,8 @@ class TriggersTest {
         String[][] cases = {
             {"TimerListener delay=10x\n  Empty\n", "", "Cannot parse triggers: wrong duration postfix: 10x"},
             {"  Empty\n", "", "Cannot parse triggers: action line without listener: Empty"},
-            {"MethodListener methodPattern=Idle:main(*)\n  onenter:Empty\n", "",
-                "MethodListener is not available in this agent yet"},
+            {"MethodListener methodPattern=Idle:main(*)\n  onenter:RecordMethodInvocation\n", "",
+                "RecordMethodInvocation is not available in this agent yet"},
         };
         for (String[] c : cases) {
             Path caseDir = Files.createDirectories(dir.resolve("case" + Arrays.asList(cases).indexOf(c)));
@@ -99,6 +99,45 @@ class TriggersTest {
             assertEquals(0, run.exitCode(), run.out());
             assertTrue(run.log().contains("warning: " + c[2]), c[2] + " in\n" + run.log());
         }
+    }
+
+    @Test
+    void methodTriggersFireOnEachCallWithTheValuesAskedFor(@TempDir Path dir) throws Exception {
+        String triggers = "MethodListener methodPattern=Shop:price(int,\\sjava.lang.String) fillThis=true fillParams=true"
+                + " fillReturnValue=true\n"
+                + "  onenter:PrintMessage message=enter\\s${MethodName}(${Params})\\sstock=${ThisField\\sstock}\n"
+                + "  onreturn:PrintMessage message=return\\s${ReturnValue}\n"
+                + "  onexception:PrintMessage message=threw\\s${ThrownException}\n"
+                + "MethodListener methodPattern=Shop:idle() maxTriggerCount=2\n"
+                + "  onreturn:PrintMessage message=idle\\s${MethodContext}\\s${This}\n"
+                + "MethodListener methodPattern=Shop:price(*) instanceOf=java.lang.Runnable\n"
+                + "  onenter:PrintMessage message=never\n"
+                + "MethodListener methodPattern=Shop:price(*) instanceOf=Shop\n"
+                + "  onreturn:PrintMessage message=counted\n"
+                + "MethodListener methodPattern=Shop:nothing(\n"
+                + "  onenter:PrintMessage message=never\n"
+                + "MethodListener methodPattern=Shop:nothing() instanceOf=9x\n"
+                + "  onenter:PrintMessage message=never\n";
+        Path file = Files.writeString(dir.resolve("triggers.txt"), triggers);
+        AgentJvm.Run run = AgentJvm.run(dir, "quiet,triggers=" + file + ",tmpdir=" + dir,
+                System.getProperty("corvane.triggers.classes"), "Shop");
+        assertEquals(0, run.exitCode(), run.out());
+        StringBuilder expected = new StringBuilder();
+        for (int i = 0; i < 5; i++) {
+            expected.append("enter price(" + i + ", apple) stock=7\nreturn " + 3 * i + "\ncounted\n");
+        }
+        for (int i = 1; i <= 2; i++) {
+            expected.append("enter price(-" + i + ", pear) stock=7\n"
+                    + "threw java.lang.IllegalArgumentException: negative -" + i + "\n");
+        }
+        // maxTriggerCount=2 of three calls; a static method has no `this`.
+        expected.append("idle Shop.idle() <unknown>\nidle Shop.idle() <unknown>\nsum 28\n");
+        assertEquals(expected.toString(), run.out());
+        assertTrue(run.log().contains("Invalid method pattern 'Shop:nothing(': invalid pattern syntax, must be "
+                + "<class>:<method>(<params>)\n"), run.log());
+        assertTrue(run.log().contains("Invalid instanceOf '9x': invalid Java type name\n"), run.log());
+        assertTrue(run.log().contains("setTriggers: method listeners to register: 4\n"), run.log());
+        assertTrue(run.log().contains("setTriggers: method listeners registered\n"), run.log());
     }
 
     /** The first block of the README's section on triggers. */
@@ -118,11 +157,18 @@ class TriggersTest {
         Path snapshots = dir.resolve("snapshots");
         ToolRun run = ToolRun.of("run", "--trigger-file", file.toString(), "--dir", snapshots.toString(),
                 "--agent-options", "tmpdir=" + dir, "--",
-                System.getProperty("corvane.java"), "-cp", System.getProperty("corvane.triggers.classes"), "Idle", "500");
+                System.getProperty("corvane.java"), "-cp", System.getProperty("corvane.triggers.classes"), "Report");
         assertEquals(0, run.code(), run.err());
         assertEquals(1, run.errLines().stream().filter("bye"::equals).count(), run.err());
-        // The timer's first snapshot is 10 minutes away: only the one at exit.
-        assertEquals(1, snapshotsIn(snapshots).size(), snapshotsIn(snapshots).toString());
+        // The timer's first snapshot is 10 minutes away: the one of the first render and the one at exit.
+        List<Path> taken = snapshotsIn(snapshots);
+        assertEquals(2, taken.size(), taken.toString());
+        Path render = taken.stream().filter(p -> p.getFileName().toString().startsWith("render-")).findFirst()
+                .orElseThrow();
+        // Sampled while the first page rendered.
+        ToolRun report = ToolRun.of("report", render.toString());
+        assertEquals(0, report.code(), report.err());
+        assertTrue(report.out().contains("Report.render(int)"), report.out());
 
         ToolRun missing = ToolRun.of("run", "--trigger-file", dir.resolve("none.txt").toString(), "--",
                 System.getProperty("corvane.java"), "-version");
