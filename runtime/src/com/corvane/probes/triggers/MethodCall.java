@@ -1,6 +1,5 @@
 package com.corvane.probes.triggers;
 
-import com.corvane.runtime.Callback;
 import java.util.List;
 
 /**
@@ -11,7 +10,14 @@ import java.util.List;
  * does not fire triggers again.
  */
 public final class MethodCall {
-    private static final ThreadLocal<MethodCall> ourCurrent = new ThreadLocal<MethodCall>();
+    // One slot a thread, made once: setting and clearing a thread local
+    // itself would make a weak reference on every call.
+    private static final ThreadLocal<MethodCall[]> ourCurrent = new ThreadLocal<MethodCall[]>() {
+        @Override
+        protected MethodCall[] initialValue() {
+            return new MethodCall[1];
+        }
+    };
 
     final MethodListener myListener;
     final Object myThis;
@@ -41,12 +47,14 @@ public final class MethodCall {
 
     /** The call whose actions run on this thread now, or null. */
     static MethodCall current() {
-        return ourCurrent.get();
+        return ourCurrent.get()[0];
     }
 
-    MethodCall enter(List<Action> actions) {
-        perform(actions);
-        return this;
+    static MethodCall entered(MethodCall call, List<Action> actions) {
+        if (call != null) {
+            call.perform(actions);
+        }
+        return call;
     }
 
     static void returned(MethodCall call, List<Action> actions, Object value, boolean hasValue) {
@@ -66,23 +74,26 @@ public final class MethodCall {
 
     private void perform(List<Action> actions) {
         MethodListener listener = myListener;
-        if (actions == null || actions.isEmpty() || listener == null || ourCurrent.get() != null
-                || !listener.appliesTo(myThis, myClass)) {
+        if (actions == null || actions.isEmpty() || listener == null || !listener.appliesTo(myThis, myClass)) {
+            return;
+        }
+        MethodCall[] current = ourCurrent.get();
+        if (current[0] != null) {
             return;
         }
         if (myTurn == 0) {
-            myTurn = listener.takeTurn(Callback.getUptimeMs()) ? 1 : -1;
+            myTurn = listener.takeTurn() ? 1 : -1;
         }
         if (myTurn < 0) {
             return;
         }
-        ourCurrent.set(this);
+        current[0] = this;
         try {
-            for (Action action : actions) {
-                action.performSafe();
+            for (int i = 0; i < actions.size(); i++) {
+                actions.get(i).performSafe();
             }
         } finally {
-            ourCurrent.remove();
+            current[0] = null;
         }
     }
 

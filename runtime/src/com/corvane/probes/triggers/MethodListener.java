@@ -69,13 +69,25 @@ public class MethodListener extends EventListener {
         return !myOnEnterActions.isEmpty() || !myOnReturnActions.isEmpty() || !myOnExceptionActions.isEmpty();
     }
 
-    /** Whether a call may perform its actions now; counts it against `maxTriggerCount`. */
-    synchronized boolean takeTurn(long uptimeMs) {
+    /**
+     * Whether a call may perform its actions now; counts it against
+     * `maxTriggerCount`. Only a listener with a limit takes its lock, and an
+     * exhausted one not even that: hot methods stay cheap.
+     */
+    boolean takeTurn() {
+        if (myMaxTriggerCount == -1) {
+            return true;
+        }
         if (isTriggerCountExceeded()) {
             return false;
         }
-        onActionsCompleted(uptimeMs);
-        return true;
+        synchronized (this) {
+            if (isTriggerCountExceeded()) {
+                return false;
+            }
+            onActionsCompleted(Callback.getUptimeMs());
+            return true;
+        }
     }
 
     /** Whether the call on `self` in `type` is one for this listener: `instanceOf` asks `this` to derive from it. */

@@ -29,28 +29,31 @@ public class MethodListenerProbe {
     public static boolean ourFillParams;
     public static boolean ourFillReturnValue;
 
+    // Null once the listener can fire no more: its calls then cost a test.
     private static MethodCall call(Object self, Class<?> type, String name, String signature, Object[] params) {
-        return new MethodCall(ourListener, self, ourFillThis, type, name, signature, params);
+        MethodListener listener = ourListener;
+        return listener == null || listener.isTriggerCountExceeded() ? null
+                : new MethodCall(listener, self, ourFillThis, type, name, signature, params);
     }
 
     public static MethodCall $$ON_ENTER$$(@This Object self, @ClassRef Class<?> type, @MethodName String name,
             @MethodSignature String signature, @Params Object[] params) {
-        return call(self, type, name, signature, params).enter(ourOnEnterActions);
+        return MethodCall.entered(call(self, type, name, signature, params), ourOnEnterActions);
     }
 
     public static MethodCall $$ON_ENTER_NO_PARAMS$$(@This Object self, @ClassRef Class<?> type,
             @MethodName String name, @MethodSignature String signature) {
-        return call(self, type, name, signature, null).enter(ourOnEnterActions);
+        return MethodCall.entered(call(self, type, name, signature, null), ourOnEnterActions);
     }
 
     public static void $$ON_ENTER_VOID$$(@This Object self, @ClassRef Class<?> type, @MethodName String name,
             @MethodSignature String signature, @Params Object[] params) {
-        call(self, type, name, signature, params).enter(ourOnEnterActions);
+        MethodCall.entered(call(self, type, name, signature, params), ourOnEnterActions);
     }
 
     public static void $$ON_ENTER_VOID_NO_PARAMS$$(@This Object self, @ClassRef Class<?> type,
             @MethodName String name, @MethodSignature String signature) {
-        call(self, type, name, signature, null).enter(ourOnEnterActions);
+        MethodCall.entered(call(self, type, name, signature, null), ourOnEnterActions);
     }
 
     public static void $$ON_RETURN$$(@OnEnterResult MethodCall call, @ReturnValue Object value) {
