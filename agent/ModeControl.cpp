@@ -3,6 +3,7 @@
 // running Java (setting up tracing, redefining the callback class) is done
 // outside it.
 #include "agent/ModeControl.h"
+#include "probes/Probes.h"
 
 #include "services/AgentState.h"
 #include "services/JvmGlue.h"
@@ -94,8 +95,10 @@ static ZString startCpuProfilingImpl(JNIEnv* env, int64_t mode, const ZString* s
             LockHolder lock(&ourLock, LOCK_SITE);
             redefineCallback(env);
         }
-        retransformClassesLoadedBeforeAgentAttached(env);
     }
+    // Probes in mode auto get their callbacks back.
+    if (Probes::isModeAutoProbesActive()) Probes::retransformAutoProbes(env);
+    if (tracing || counting) retransformClassesLoadedBeforeAgentAttached(env);
     return ZString();
 }
 
@@ -119,6 +122,7 @@ ZString startCpuProfiling(JNIEnv* env, int64_t mode, const ZString* settings) {
 
 void stopCpuProfiling(JNIEnv* env, bool force) {
     uint64_t running;
+    bool autoProbesWereActive = Probes::isModeAutoProbesActive();
     {
         LockHolder lock(&ourLock, LOCK_SITE);
         CpuTracingPseudoLockScope pseudoLock(lock);
@@ -132,6 +136,8 @@ void stopCpuProfiling(JNIEnv* env, bool force) {
     }
     // Line calls of the largest methods go with tracing.
     if (running == CPU_TRACING) retransformClassesWithLargeMethods(env);
+    // Probes in mode auto are emptied again.
+    if (autoProbesWereActive && !Probes::isModeAutoProbesActive()) Probes::retransformAutoProbes(env);
     Logger::message("CPU profiling stopped");
 }
 

@@ -104,6 +104,20 @@ void Probes::retransformProbes(JNIEnv* env, const ZVectorSafe<ZString>& probeCla
     chosen.release(env);
 }
 
+void Probes::retransformAutoProbes(JNIEnv* env) {
+    ZVectorSafe<ZString> probeClasses;
+    {
+        LockHolder lock(&ourLock, LOCK_SITE);
+        for (TopProbe* top : ourTopProbes) {
+            if (top->getActivityMode() != PROBE_ACTIVITY_MODE_AUTO) continue;
+            for (ProbeDescriptor* descriptor : top->getDescriptors()) {
+                probeClasses.push(dotted(descriptor->getClassSignature()));
+            }
+        }
+    }
+    if (!probeClasses.isEmpty()) retransformProbes(env, probeClasses);
+}
+
 // Subclass questions about loaded classes, answered by the runtime's
 // ClassTree without loading anything.
 class ClassTreeQuery {

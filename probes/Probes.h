@@ -59,6 +59,9 @@ public:
     // classes, whose callbacks the hook empties or restores. Error text or empty.
     static ZString changeProbeActivityModes(JNIEnv* env, const ZVectorSafe<ZString>& names, const ZVector<int>& modes);
     static void retransformProbes(JNIEnv* env, const ZVectorSafe<ZString>& probeClassNames);
+    // Retransforms the classes of the probes in mode auto, whose callbacks
+    // come and go with CPU profiling.
+    static void retransformAutoProbes(JNIEnv* env);
     // Retransforms the loaded classes that new or removed descriptors
     // concern, after settling the statuses. Takes ourLock itself.
     static void retransformClassesForChangedProbes(JNIEnv* env, const char* reason);

@@ -54,5 +54,9 @@ public class RegistryApp {
         step("missing", call("registerProbesByName", names, (Object) new String[] {"registry.Missing"}));
         call("addProbePath", new Class<?>[] {String.class}, args[1]);
         step("byName", call("registerProbesByName", names, (Object) new String[] {PROBE}));
+        // Mode auto: on while CPU profiling other than call counting runs.
+        step("auto", modes(PROBE, 2));
+        step("sampling", call("startCpuProfiling", new Class<?>[] {long.class, String.class}, 4L, null));
+        step("stopped", call("stopCpuProfiling", new Class<?>[] {boolean.class}, true));
     }
 }

@@ -45,15 +45,19 @@ class RegistryTest {
                 "unregister: null | probe 500",
                 "offList: [] | probe 500",
                 "missing: Error: probe class registry.Missing: class not found | probe 500",
-                "byName: null | probe 600", ""), run.out());
+                "byName: null | probe 600",
+                "auto: null | probe 600",
+                "sampling: null | probe 700",
+                "stopped: null | probe 700", ""), run.out());
         String log = run.log();
         // Registering twice and removing once touch the one target class, and no other.
         assertEquals(3, count(log, "Classes to retransform: 1\n"), log);
         assertEquals(3, count(log, "ProbedApp <<< registry.CountProbe\n"), log);
         assertEquals(0, count(log, "Classes to retransform: 0\n") - count(log, "(loaded before agent attached)"), log);
-        // Switching the mode hands back the probe class itself, twice; the same mode again nothing.
-        assertEquals(2, count(log, "Probe classes to retransform: 1\n"), log);
-        assertEquals(2, count(log, "Probe classes retransform completed\n"), log);
+        // Switching the mode hands back the probe class itself: off, on, auto, and the starts and stop of
+        // CPU profiling for auto; the same mode again nothing.
+        assertEquals(5, count(log, "Probe classes to retransform: 1\n"), log);
+        assertEquals(5, count(log, "Probe classes retransform completed\n"), log);
         assertEquals(1, count(log, "Changing probe activity modes: nothing has changed: registry.CountProbe\n"), log);
         assertTrue(log.contains("Unregistered probe classes: 1\n  Unregistered: registry.CountProbe\n"), log);
         assertEquals(0, count(log, "retransform failed"), log);
