@@ -3,7 +3,8 @@ import java.lang.management.ManagementFactory;
 /**
  * Sleeps the milliseconds of its first argument, then keeps one thread busy
  * for those of its second, printing "spinning since <uptime ms>" when it
- * begins, then "done".
+ * begins and "idle since <uptime ms>" when it ends, then sleeps those of its
+ * third, if given, and prints "done".
  */
 public class Spin {
     static volatile long sink;
@@ -18,6 +19,10 @@ public class Spin {
                 x = x * 6364136223846793005L + 1442695040888963407L;
             }
             sink = x;
+        }
+        System.out.println("idle since " + ManagementFactory.getRuntimeMXBean().getUptime());
+        if (args.length > 2) {
+            Thread.sleep(Long.parseLong(args[2]));
         }
         System.out.println("done");
     }

@@ -7,7 +7,9 @@ import com.corvane.probes.triggers.JvmExitListener;
 import com.corvane.probes.triggers.JvmStartListener;
 import com.corvane.probes.triggers.MemoryUsageListener;
 import com.corvane.probes.triggers.MethodListener;
+import com.corvane.probes.triggers.Action;
 import com.corvane.probes.triggers.SleepAction;
+import com.corvane.probes.triggers.WaitForEventToFinishAction;
 import com.corvane.probes.triggers.TimerListener;
 import java.lang.management.MemoryMXBean;
 import java.lang.management.MemoryUsage;
@@ -177,9 +179,10 @@ final class Triggers {
 
     /**
      * One telemetry period: the listeners whose event has come perform their
-     * actions, in order. A Sleep action is not slept here: the listener waits,
-     * without being tested, until a later period has reached its time, and
-     * goes on from the action after it.
+     * actions, in order. A Sleep or WaitForEventToFinish action is not waited
+     * for here: the listener waits, without being tested, until a later
+     * period finds its time come or its event over, and goes on from the
+     * action after it.
      */
     static void handle(MemoryMXBean memory) {
         long uptime = Callback.getUptimeMs();
@@ -187,7 +190,9 @@ final class Triggers {
             int from;
             Waiting waiting = ourWaiting.get(listener);
             if (waiting != null) {
-                if (uptime < waiting.myUntilMs) {
+                boolean over = uptime >= waiting.myUntilMs
+                        || (waiting.myForEvent && isEventFinished(listener, uptime, memory));
+                if (!over) {
                     continue;
                 }
                 ourWaiting.remove(listener);
@@ -199,22 +204,45 @@ final class Triggers {
             }
             int next = listener.performActionsFrom(from, uptime, true);
             if (next >= 0) {
-                long sleep = ((SleepAction) listener.myActions.get(next - 1)).durationMs();
-                // From now: the actions before the sleep, and other listeners', took their time.
-                ourWaiting.put(listener, new Waiting(next, Callback.getUptimeMs() + sleep));
+                // From now: the actions before the wait, and other listeners', took their time.
+                long now = Callback.getUptimeMs();
+                Action wait = listener.myActions.get(next - 1);
+                if (wait instanceof SleepAction) {
+                    ourWaiting.put(listener, new Waiting(next, now + ((SleepAction) wait).durationMs(), false));
+                } else {
+                    long most = ((WaitForEventToFinishAction) wait).maxTimeToWaitMs();
+                    ourWaiting.put(listener, new Waiting(next, most > 0 ? now + most : Long.MAX_VALUE, true));
+                }
             }
         }
     }
 
-    /** Where a listener goes on after a Sleep, and from when. */
+    /** Where a listener goes on after a wait, and from when at the latest. */
     private static final class Waiting {
         final int myNextAction;
         final long myUntilMs;
+        // Goes on earlier, once the event that fired the listener is over.
+        final boolean myForEvent;
 
-        Waiting(int nextAction, long untilMs) {
+        Waiting(int nextAction, long untilMs, boolean forEvent) {
             myNextAction = nextAction;
             myUntilMs = untilMs;
+            myForEvent = forEvent;
         }
+    }
+
+    /** Whether what fired the listener is over: a usage back below its threshold; other events end at once. */
+    private static boolean isEventFinished(EventListener listener, long uptime, MemoryMXBean memory) {
+        if (listener instanceof MemoryUsageListener) {
+            MemoryUsage usage = listener instanceof HeapMemoryUsageListener ? memory.getHeapMemoryUsage()
+                    : memory.getNonHeapMemoryUsage();
+            return ((MemoryUsageListener) listener).isEventFinished(usage.getUsed(), usage.getMax());
+        }
+        if (listener instanceof CpuUsageListener) {
+            return ((CpuUsageListener) listener).isEventFinished(uptime, Callback.getProcessCpuTimeNs(false),
+                    Runtime.getRuntime().availableProcessors());
+        }
+        return true;
     }
 
     private static boolean shouldTrigger(EventListener listener, long uptime, MemoryMXBean memory) {

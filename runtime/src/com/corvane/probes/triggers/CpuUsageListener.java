@@ -12,12 +12,22 @@ public class CpuUsageListener extends ThresholdListener {
     }
 
     public boolean shouldTrigger(long nowMs, long cpuNs, int processors) {
+        return shouldTriggerAt(nowMs, sample(nowMs, cpuNs, processors));
+    }
+
+    /** Whether the usage since the last sample is below the threshold again. */
+    public boolean isEventFinished(long nowMs, long cpuNs, int processors) {
+        return isBelow(sample(nowMs, cpuNs, processors));
+    }
+
+    /** The usage in percent since the last sample; 0 for the first. */
+    private double sample(long nowMs, long cpuNs, int processors) {
         double percent = 0;
         if (myLastCpuNs >= 0 && nowMs > myLastNowMs) {
             percent = (cpuNs - myLastCpuNs) / 1e4 / (nowMs - myLastNowMs) / Math.max(1, processors);
         }
         myLastCpuNs = cpuNs;
         myLastNowMs = nowMs;
-        return shouldTriggerAt(nowMs, percent);
+        return percent;
     }
 }

@@ -102,16 +102,16 @@ public abstract class EventListener {
     }
 
     /**
-     * Performs the actions from index `from` on. With `stopAtSleep` a Sleep
-     * action is not performed but ends the call: the result is the index of
-     * the action after it, for the caller to go on from once the sleep is
-     * over. Otherwise, the last action done, the listener completes and the
-     * result is -1.
+     * Performs the actions from index `from` on. With `stopAtWait` a Sleep or
+     * WaitForEventToFinish action is not performed but ends the call: the
+     * result is the index of the action after it, for the caller to go on
+     * from once the wait is over. Otherwise, the last action done, the
+     * listener completes and the result is -1.
      */
-    public int performActionsFrom(int from, long uptimeMs, boolean stopAtSleep) {
+    public int performActionsFrom(int from, long uptimeMs, boolean stopAtWait) {
         for (int i = from; i < myActions.size(); i++) {
             Action action = myActions.get(i);
-            if (stopAtSleep && action instanceof SleepAction) {
+            if (stopAtWait && (action instanceof SleepAction || action instanceof WaitForEventToFinishAction)) {
                 return i + 1;
             }
             action.performSafe();

@@ -10,4 +10,9 @@ public abstract class MemoryUsageListener extends ThresholdListener {
     public boolean shouldTrigger(long nowMs, long used, long max) {
         return max > 0 && shouldTriggerAt(nowMs, used * 100.0 / max);
     }
+
+    /** Whether the used part is below the threshold again. */
+    public boolean isEventFinished(long used, long max) {
+        return max <= 0 || isBelow(used * 100.0 / max);
+    }
 }

@@ -38,6 +38,11 @@ public abstract class ThresholdListener extends EventListener {
         return nowMs - myReachedAtMs >= minimum;
     }
 
+    /** Whether the usage `percent` is below the threshold: what fired the listener is over. */
+    boolean isBelow(double percent) {
+        return percent < myUsageThresholdPercent;
+    }
+
     @Override
     public void onActionsCompleted(long uptimeMs) {
         super.onActionsCompleted(uptimeMs);

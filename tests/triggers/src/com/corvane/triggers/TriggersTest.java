@@ -224,19 +224,34 @@ class TriggersTest {
     }
 
     @Test
-    void cpuThresholdFiresOnceItHasBeenHeldForTheSetTimeAndNotBefore(@TempDir Path dir) throws Exception {
+    void cpuThresholdFiresOnceItHasBeenHeldForTheSetTimeAndWaitsForItsEnd(@TempDir Path dir) throws Exception {
         // One busy thread of the machine's processors, well above 10 % even on a loaded machine.
         String triggers = "CpuUsageListener usageThresholdPercent=10 minimumTimeToActivate=2s maxTriggerCount=1\n"
-                + "  PrintMessage message=cpu\\shigh\\sat\\s${Uptime}\n";
+                + "  PrintMessage message=cpu\\shigh\\sat\\s${Uptime}\n"
+                + "  WaitForEventToFinish maxTimeToWait=1m\n"
+                + "  PrintMessage message=cpu\\slow\\sat\\s${Uptime}\n"
+                + "TimerListener delay=1s maxTriggerCount=1\n"
+                + "  WaitForEventToFinish\n"
+                + "  PrintMessage message=timer\\sat\\s${Uptime}\n";
         Path file = Files.writeString(dir.resolve("triggers.txt"), triggers);
         AgentJvm.Run run = AgentJvm.run(dir, "triggers=" + file + ",tmpdir=" + dir,
-                System.getProperty("corvane.triggers.classes"), "Spin", "3000", "6000");
+                System.getProperty("corvane.triggers.classes"), "Spin", "3000", "6000", "4000");
         assertEquals(0, run.exitCode(), run.out());
-        List<String> fired = linesOf(run.out()).stream().filter(l -> l.startsWith("cpu high at ")).collect(Collectors.toList());
-        assertEquals(1, fired.size(), run.out());
-        long since = Long.parseLong(linesOf(run.out()).stream().filter(l -> l.startsWith("spinning since "))
-                .findFirst().orElseThrow().substring("spinning since ".length()).trim());
-        long at = Long.parseLong(fired.get(0).replaceAll("[^0-9]", ""));
-        assertTrue(at - since >= 2000, "fired " + (at - since) + " ms after the spinning began");
+        long high = uptimeOf(run.out(), "cpu high at ");
+        long low = uptimeOf(run.out(), "cpu low at ");
+        long since = uptimeOf(run.out(), "spinning since ");
+        long idle = uptimeOf(run.out(), "idle since ");
+        assertTrue(high - since >= 2000, "fired " + (high - since) + " ms after the spinning began");
+        // The wait ends with the spinning, within a few telemetry periods, not at its limit.
+        assertTrue(low >= idle && low - idle < 3000, "low at " + low + ", idle since " + idle);
+        // A timer's event is over as it fires: its wait ends at the next period, long before the program.
+        assertTrue(uptimeOf(run.out(), "timer at ") < idle, run.out());
+    }
+
+    /** The uptime in ms on the one output line that begins with the prefix. */
+    static long uptimeOf(String out, String prefix) {
+        List<String> lines = linesOf(out).stream().filter(l -> l.startsWith(prefix)).collect(Collectors.toList());
+        assertEquals(1, lines.size(), prefix + " in\n" + out);
+        return Long.parseLong(lines.get(0).substring(prefix.length()).replace(" ms", "").trim());
     }
 }
