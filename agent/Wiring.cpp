@@ -12,6 +12,7 @@
 #include "probes/Probes.h"
 #include "recording/AllocationRecording.h"
 #include "recording/CountingSupport.h"
+#include "recording/PlayerEventAdding.h"
 #include "recording/CpuTracing.h"
 #include "recording/ThreadInfo.h"
 #include "recording/TracingSettings.h"
@@ -50,6 +51,9 @@ void wireAgent() {
     ourProbeJoint.applyProbes = Probes::applyProbes;
     ourProbeJoint.isFilteredMethod = Probes::isFilteredMethod;
 
+    // Rows of event tables, played from the threads' streams into the tables.
+    PlayerEventAdding::installPlayers();
+
     // Captures and table streams: in this order, around every write.
     registerSnapshotParticipant(&ourCpuTracingParticipant);
     registerSnapshotParticipant(&ourAllocationParticipant);
@@ -64,6 +68,7 @@ void wireAgent() {
     addNativeGroup(ourModeControlNatives);
     addNativeGroup(ourMonitorNatives);
     addNativeGroup(ourProbeNatives);
+    addNativeGroup(ourEventTableNatives);
     addNativeGroup(ourSessionNatives);
     addNativeGroup(ourSnapshotNatives);
     addNativeGroup(ourTracingNatives);

@@ -2,6 +2,7 @@ package com.corvane;
 
 import com.corvane.commands.AttachCommand;
 import com.corvane.commands.ClearCommand;
+import com.corvane.commands.EventsCommand;
 import com.corvane.commands.FlamegraphCommand;
 import com.corvane.commands.HeapCommand;
 import com.corvane.commands.Io;
@@ -30,7 +31,7 @@ import picocli.CommandLine.Spec;
             + " its snapshots.", ""},
         subcommands = {RunCommand.class, AttachCommand.class, ListCommand.class, StatusCommand.class,
             StartCommand.class, StopCommand.class, ClearCommand.class, SnapshotCommand.class, ThreadsCommand.class,
-            TelemetryCommand.class, ReportCommand.class, FlamegraphCommand.class, HeapCommand.class, CommandLine.HelpCommand.class,
+            TelemetryCommand.class, ReportCommand.class, EventsCommand.class, FlamegraphCommand.class, HeapCommand.class, CommandLine.HelpCommand.class,
             AutoComplete.GenerateCompletion.class},
         footer = {"", "Run 'corvane <command> --help' for a command's options.",
             "Shell completion: source <(corvane generate-completion)"})

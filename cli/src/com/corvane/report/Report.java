@@ -2,6 +2,7 @@ package com.corvane.report;
 
 import com.corvane.profile.AllocationProfile;
 import com.corvane.profile.CallNode;
+import com.corvane.profile.EventTables;
 import com.corvane.profile.ExceptionProfile;
 import com.corvane.profile.HotSpot;
 import com.corvane.profile.MonitorProfile;
@@ -53,7 +54,26 @@ public final class Report {
         if (!exceptions.entries().isEmpty()) {
             report.put("exceptions", exceptions(exceptions, limits.hotSpots()));
         }
+        if (!snapshot.eventTables().isEmpty()) {
+            report.put("eventTables", eventTables(new EventTables(snapshot)));
+        }
         return report;
+    }
+
+    /** Each event table with its row count and, where rows have durations, the slowest three. */
+    private static List<Map<String, Object>> eventTables(EventTables tables) {
+        List<Map<String, Object>> section = new ArrayList<>();
+        for (Map<String, Object> table : tables.list()) {
+            Map<String, Object> t = new LinkedHashMap<>();
+            t.put("name", table.get("name"));
+            t.put("rows", table.get("rows"));
+            List<Map<String, Object>> slowest = tables.slowest(tables.table((String) table.get("name")), 3);
+            if (!slowest.isEmpty()) {
+                t.put("slowest", slowest);
+            }
+            section.add(t);
+        }
+        return section;
     }
 
     /** Blocked and waiting time: totals, then the longest rows of each kind. */

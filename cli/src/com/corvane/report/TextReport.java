@@ -60,9 +60,27 @@ public final class TextReport {
         if (exceptions != null) {
             exceptions(exceptions);
         }
+        List<Object> eventTables = (List<Object>) report.get("eventTables");
+        if (eventTables != null) {
+            eventTables(eventTables);
+        }
         Map<String, Object> heap = (Map<String, Object>) report.get("heap");
         if (heap != null) {
             heap(heap);
+        }
+    }
+
+    @SuppressWarnings("unchecked")
+    private void eventTables(List<Object> tables) {
+        myOut.println();
+        myOut.println("Event tables (corvane events <snapshot> --table <name> for the rows):");
+        for (Object item : tables) {
+            Map<String, Object> t = (Map<String, Object>) item;
+            myOut.printf(Locale.ROOT, "  %s: %,d rows%n", t.get("name"), (Integer) t.get("rows"));
+            List<Object> slowest = (List<Object>) t.get("slowest");
+            for (Object row : slowest == null ? List.of() : slowest) {
+                myOut.println("    " + EventRowText.format((Map<String, Object>) row));
+            }
         }
     }
 

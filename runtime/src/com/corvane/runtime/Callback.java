@@ -307,7 +307,27 @@ public final class Callback {
     public static native String getTopEventTableNames();
 
     // Event tables and probes
+    /** The id of the table of the description (made on first use), or a negative code. */
+    public static native int createEventTable(String owner, String description);
+
     public static native String getEventTableDescription(int id);
+
+    /** The new row's event id, or 0 for none. */
+    public static native int createEventTableRow(int tableId);
+
+    public static native void closeEventTableRow(int tableId, int eventId, boolean noEndTime, String exceptionText);
+
+    public static native void deleteEventTableRow(int tableId, int eventId);
+
+    public static native void setEventTableInt32Column(int tableId, int eventId, int column, int value);
+
+    public static native void setEventTableLongColumn(int tableId, int eventId, int column, long value);
+
+    public static native void setEventTableStringColumn(int tableId, int eventId, int column, String value);
+
+    public static native void setMinimumRecordedLastingEventTime(int tableId, int ms);
+
+    public static native int getStrID(String text);
 
     public static native void clearEventTables(String names);
 

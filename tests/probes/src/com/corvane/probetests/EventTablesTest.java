@@ -1,0 +1,91 @@
+package com.corvane.probetests;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.corvane.profile.EventTables;
+import com.corvane.snapshot.SnapshotReader;
+import com.corvane.testing.AgentJvm;
+import com.corvane.testing.ToolRun;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.Map;
+import java.util.TreeSet;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+/** Event tables written through the natives by EventTablesApp, read back from its snapshot. */
+class EventTablesTest {
+    static Path run(Path dir, String options) throws Exception {
+        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
+        AgentJvm.Run run = AgentJvm.run(dir, "quiet,onexit=snapshot,dir=" + snapshots + options,
+                System.getProperty("corvane.probes.classes"), "EventTablesApp");
+        assertEquals(0, run.exitCode(), run.out() + run.log());
+        assertEquals("same table again: true\nrefused: -3 -4 -5 -6 -7 -8\ntables: Requests,Slow,Messages\n", run.out());
+        return AgentJvm.onlyFile(snapshots, "-shutdown.snapshot");
+    }
+
+    @Test
+    @SuppressWarnings("unchecked")
+    void rowsFromThreeThreadsComeBackWithTheirDependentRowsDurationsAndErrors(@TempDir Path dir) throws Exception {
+        Path snapshot = run(dir, "");
+        EventTables tables = new EventTables(SnapshotReader.read(snapshot));
+        List<Map<String, Object>> requests = tables.rows(tables.table("Requests"));
+        assertEquals(12, requests.size());
+        TreeSet<String> uris = new TreeSet<>();
+        int failed = 0;
+        for (Map<String, Object> request : requests) {
+            String uri = (String) request.get("URI");
+            uris.add(uri);
+            String thread = "t" + request.get("thread").toString().substring("worker-".length());
+            assertTrue(uri.startsWith("/" + thread + "/"), request.toString());
+            boolean fails = uri.endsWith("/r3");
+            assertEquals(fails ? "java.io.IOException: boom" : null, request.get("exception_str"), request.toString());
+            failed += fails ? 1 : 0;
+            List<Map<String, Object>> queries = (List<Map<String, Object>>) ((Map<String, Object>) request.get("dependent"))
+                    .get("Queries");
+            List<String> sql = new ArrayList<>();
+            for (Map<String, Object> query : queries) {
+                assertEquals(request.get("eventId"), query.get("master"));
+                // A query closes before its request.
+                assertTrue((Long) query.get("duration_ns") <= (Long) request.get("duration_ns"), request.toString());
+                sql.add((String) query.get("SQL"));
+            }
+            assertEquals(List.of("select 0 from " + thread, "select 1 from " + thread), sql);
+        }
+        assertEquals(12, uris.size());
+        assertEquals(3, failed);
+        // The row of 0 ms fell below the minimum of 50 ms.
+        List<Map<String, Object>> slow = tables.rows(tables.table("Slow"));
+        assertEquals(1, slow.size(), slow.toString());
+        assertEquals("slept 120", slow.get(0).get("Name"));
+        assertTrue((Long) slow.get(0).get("duration_ns") >= 120_000_000L, slow.toString());
+        Map<String, Object> message = tables.rows(tables.table("Messages")).get(0);
+        assertEquals(List.of("main", "Test", "hello", "from the program"),
+                List.of(message.get("thread"), message.get("Category"), message.get("Text"), message.get("Detail")));
+
+        ToolRun list = ToolRun.of("events", snapshot.toString());
+        assertEquals(0, list.code(), list.err());
+        assertEquals("        12  Requests\n        24  Queries  (rows of Requests)\n         1  Slow\n         1  Messages\n",
+                list.out());
+        ToolRun rows = ToolRun.of("events", snapshot.toString(), "--table", "Slow");
+        assertTrue(rows.out().matches("#[0-9]+  1[2-9][0-9]\\.[0-9]{3} ms  Name=slept 120\n"), rows.out());
+        ToolRun report = ToolRun.of("report", snapshot.toString());
+        assertTrue(report.out().contains("\n  Requests: 12 rows\n    #") && report.out().contains("\n  Slow: 1 rows\n    #"),
+                report.out());
+        ToolRun missing = ToolRun.of("events", snapshot.toString(), "--table", "Nothing");
+        assertEquals(2, missing.code());
+        assertTrue(missing.err().contains("no event table \"Nothing\" in " + snapshot), missing.err());
+    }
+
+    @Test
+    void aMasterTableAndItsDependentsKeepNoMoreRowsThanTheLimit(@TempDir Path dir) throws Exception {
+        EventTables tables = new EventTables(SnapshotReader.read(run(dir, ",probetablelengthlimit=10")));
+        int requests = tables.rows(tables.table("Requests")).size();
+        int queries = tables.rows(tables.table("Queries")).size();
+        assertEquals(10, requests + queries, requests + " requests, " + queries + " queries");
+        assertEquals(1, tables.rows(tables.table("Slow")).size());
+    }
+}
