@@ -1,5 +1,6 @@
 package com.corvane.probes.triggers;
 
+import com.corvane.runtime.Callback;
 import java.util.List;
 
 /**
@@ -31,8 +32,17 @@ public final class MethodCall {
     boolean myHasReturnValue;
     Throwable myThrown;
     // One call is one firing of the listener, from entry to exit: 1 once it
-    // is admitted, -1 when maxTriggerCount left it out, 0 before.
+    // is admitted, -1 when left out, 0 before.
     private int myTurn;
+    // Its row in the method invocations table, or 0.
+    private int myRow;
+
+    private static final String INVOCATIONS = "Method Invocations\n8\nuptime_ns\n1\nuptime_ns.end\n1\nthread\n0\n"
+            + "frame\n0\nMethod\n2\nParameters\n2\nReturn value\n2\nexception_str\n2\n";
+    private static final int METHOD_COLUMN = 4;
+    private static final int PARAMETERS_COLUMN = 5;
+    private static final int RETURN_VALUE_COLUMN = 6;
+    private static volatile int ourInvocationsTable;
 
     MethodCall(MethodListener listener, Object self, boolean showThis, Class<?> type, String name, String signature,
                Object[] params) {
@@ -52,6 +62,7 @@ public final class MethodCall {
 
     static MethodCall entered(MethodCall call, List<Action> actions) {
         if (call != null) {
+            call.startRecording();
             call.perform(actions);
         }
         return call;
@@ -62,6 +73,7 @@ public final class MethodCall {
             call.myReturnValue = value;
             call.myHasReturnValue = hasValue;
             call.perform(actions);
+            call.endRecording();
         }
     }
 
@@ -69,22 +81,54 @@ public final class MethodCall {
         if (call != null) {
             call.myThrown = thrown;
             call.perform(actions);
+            call.endRecording();
         }
     }
 
+    /** Whether the call fires the listener: not inside another call's actions, of the right instance, counted. */
+    private boolean admit() {
+        if (myTurn == 0) {
+            MethodListener listener = myListener;
+            boolean fires = listener != null && ourCurrent.get()[0] == null && listener.appliesTo(myThis, myClass);
+            myTurn = fires && listener.takeTurn() ? 1 : -1;
+        }
+        return myTurn > 0;
+    }
+
+    private void startRecording() {
+        if (!myListener.recordsInvocations() || !admit()) {
+            return;
+        }
+        int table = ourInvocationsTable;
+        if (table == 0) {
+            table = Callback.createEventTable("RecordMethodInvocation", INVOCATIONS);
+            ourInvocationsTable = table;
+        }
+        myRow = table > 0 ? Callback.createEventTableRow(table) : 0;
+        if (myRow != 0) {
+            Callback.setEventTableStringColumn(table, myRow, METHOD_COLUMN, macro("MethodContext", null));
+            Callback.setEventTableStringColumn(table, myRow, PARAMETERS_COLUMN, describeParams());
+        }
+    }
+
+    private void endRecording() {
+        if (myRow == 0) {
+            return;
+        }
+        int table = ourInvocationsTable;
+        if (myHasReturnValue) {
+            Callback.setEventTableStringColumn(table, myRow, RETURN_VALUE_COLUMN, String.valueOf(myReturnValue));
+        }
+        Callback.closeEventTableRow(table, myRow, false, myThrown == null ? null : myThrown.toString());
+        myRow = 0;
+    }
+
     private void perform(List<Action> actions) {
-        MethodListener listener = myListener;
-        if (actions == null || actions.isEmpty() || listener == null || !listener.appliesTo(myThis, myClass)) {
+        if (actions == null || actions.isEmpty() || !admit()) {
             return;
         }
         MethodCall[] current = ourCurrent.get();
         if (current[0] != null) {
-            return;
-        }
-        if (myTurn == 0) {
-            myTurn = listener.takeTurn() ? 1 : -1;
-        }
-        if (myTurn < 0) {
             return;
         }
         current[0] = this;

@@ -65,6 +65,18 @@ public class MethodListener extends EventListener {
         return null;
     }
 
+    /** Whether a RecordMethodInvocation among the actions makes each call a row. */
+    boolean recordsInvocations() {
+        for (int i = 0; i < PREFIXES.length; i++) {
+            for (Action action : actionsOf(i)) {
+                if (action instanceof RecordMethodInvocationAction) {
+                    return true;
+                }
+            }
+        }
+        return false;
+    }
+
     public boolean hasActions() {
         return !myOnEnterActions.isEmpty() || !myOnReturnActions.isEmpty() || !myOnExceptionActions.isEmpty();
     }
@@ -126,16 +138,18 @@ public class MethodListener extends EventListener {
         pairs.add(TEMPLATE + number);
         pairs.add("$$METHOD_PATTERN$$");
         pairs.add(myMethodPattern);
-        boolean exits = !myOnReturnActions.isEmpty() || !myOnExceptionActions.isEmpty();
+        // A recorded call is one row from entry to exit.
+        boolean recorded = recordsInvocations();
+        boolean exits = recorded || !myOnReturnActions.isEmpty() || !myOnExceptionActions.isEmpty();
         String params = myFillParams ? "" : "_NO_PARAMS";
-        if (!myOnEnterActions.isEmpty()) {
+        if (recorded || !myOnEnterActions.isEmpty()) {
             pairs.add(exits ? "$$ON_ENTER" + params + "$$" : "$$ON_ENTER_VOID" + params + "$$");
             pairs.add("onEnter");
-            if (!myOnReturnActions.isEmpty()) {
+            if (recorded || !myOnReturnActions.isEmpty()) {
                 pairs.add(myFillReturnValue ? "$$ON_RETURN$$" : "$$ON_RETURN_NO_PARAMS$$");
                 pairs.add("onReturn");
             }
-            if (!myOnExceptionActions.isEmpty()) {
+            if (recorded || !myOnExceptionActions.isEmpty()) {
                 pairs.add("$$ON_UNCAUGHT_EXCEPTION" + params + "$$");
                 pairs.add("onUncaughtException");
             }

@@ -3,6 +3,8 @@ package com.corvane.triggers;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.corvane.profile.EventTables;
+import com.corvane.snapshot.SnapshotReader;
 import com.corvane.testing.AgentJvm;
 import com.corvane.testing.ToolRun;
 import java.nio.file.Files;
@@ -90,8 +92,6 @@ class TriggersTest {
         String[][] cases = {
             {"TimerListener delay=10x\n  Empty\n", "", "Cannot parse triggers: wrong duration postfix: 10x"},
             {"  Empty\n", "", "Cannot parse triggers: action line without listener: Empty"},
-            {"MethodListener methodPattern=Idle:main(*)\n  onenter:RecordMethodInvocation\n", "",
-                "RecordMethodInvocation is not available in this agent yet"},
         };
         for (String[] c : cases) {
             Path caseDir = Files.createDirectories(dir.resolve("case" + Arrays.asList(cases).indexOf(c)));
@@ -117,10 +117,13 @@ class TriggersTest {
                 + "MethodListener methodPattern=Shop:nothing(\n"
                 + "  onenter:PrintMessage message=never\n"
                 + "MethodListener methodPattern=Shop:nothing() instanceOf=9x\n"
-                + "  onenter:PrintMessage message=never\n";
+                + "  onenter:PrintMessage message=never\n"
+                + "MethodListener methodPattern=Shop:price(*) fillParams=true fillReturnValue=true\n"
+                + "  onreturn:RecordMethodInvocation\n";
         Path file = Files.writeString(dir.resolve("triggers.txt"), triggers);
-        AgentJvm.Run run = AgentJvm.run(dir, "quiet,triggers=" + file + ",tmpdir=" + dir,
-                System.getProperty("corvane.triggers.classes"), "Shop");
+        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
+        AgentJvm.Run run = AgentJvm.run(dir, "quiet,triggers=" + file + ",tmpdir=" + dir + ",onexit=snapshot,dir="
+                + snapshots, System.getProperty("corvane.triggers.classes"), "Shop");
         assertEquals(0, run.exitCode(), run.out());
         StringBuilder expected = new StringBuilder();
         for (int i = 0; i < 5; i++) {
@@ -136,7 +139,22 @@ class TriggersTest {
         assertTrue(run.log().contains("Invalid method pattern 'Shop:nothing(': invalid pattern syntax, must be "
                 + "<class>:<method>(<params>)\n"), run.log());
         assertTrue(run.log().contains("Invalid instanceOf '9x': invalid Java type name\n"), run.log());
-        assertTrue(run.log().contains("setTriggers: method listeners to register: 4\n"), run.log());
+        assertTrue(run.log().contains("setTriggers: method listeners to register: 5\n"), run.log());
+        // Each call of price a row of the method invocations, from entry to exit.
+        EventTables tables = new EventTables(SnapshotReader.read(AgentJvm.onlyFile(snapshots, "-shutdown.snapshot")));
+        List<String> rows = tables.rows(tables.table("Method Invocations")).stream()
+                .map(r -> r.get("thread") + " " + r.get("Method") + " (" + r.get("Parameters") + ") -> "
+                        + r.get("Return value") + " " + r.get("exception_str"))
+                .collect(Collectors.toList());
+        List<String> recorded = new java.util.ArrayList<>();
+        for (int i = 0; i < 5; i++) {
+            recorded.add("main Shop.price(int, java.lang.String) (" + i + ", apple) -> " + 3 * i + " null");
+        }
+        for (int i = 1; i <= 2; i++) {
+            recorded.add("main Shop.price(int, java.lang.String) (-" + i + ", pear) -> null "
+                    + "java.lang.IllegalArgumentException: negative -" + i);
+        }
+        assertEquals(recorded, rows);
         assertTrue(run.log().contains("setTriggers: method listeners registered\n"), run.log());
     }
 
