@@ -9,6 +9,7 @@
 #include "recording/CpuTracing.h"
 #include "recording/EntryPoints.h"
 #include "recording/Exceptions.h"
+#include "recording/JavaObjectMap.h"
 #include "recording/Monitors.h"
 #include "recording/ObjectEnumerator.h"
 #include "recording/ThreadInfo.h"
@@ -22,7 +23,13 @@ void JNICALL object_free_handler(jvmtiEnv* jvmti, jlong tag) {
     }
 }
 void JNICALL object_free_handler_JVMTI_ClassUnload(jvmtiEnv* jvmti, jlong tag) {}
-void JNICALL object_free_handler_JVMTI_PersistentObjectIDs(jvmtiEnv* jvmti, jlong tag) {}
+void JNICALL object_free_handler_JVMTI_PersistentObjectIDs(jvmtiEnv* jvmti, jlong tag) {
+    try {
+        JavaObjectMap::onObjectFree(tag);
+    } catch (...) {
+        Logger::exceptionCaught(__FILE__, __LINE__);
+    }
+}
 
 // Objects made inside the JVM get no bytecode call.
 void JNICALL vm_object_alloc_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread thread, jobject object,

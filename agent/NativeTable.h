@@ -26,6 +26,7 @@ extern const NativeGroup ourModeControlNatives;      // agent/ModeControl.cpp
 extern const NativeGroup ourMonitorNatives;          // agent/MonitorNatives.cpp
 extern const NativeGroup ourProbeNatives;            // agent/ProbeNatives.cpp
 extern const NativeGroup ourEventTableNatives;       // agent/EventTableNatives.cpp
+extern const NativeGroup ourObjectMapNatives;        // agent/ObjectMapNatives.cpp
 extern const NativeGroup ourSessionNatives;          // agent/SessionNatives.cpp
 extern const NativeGroup ourSnapshotNatives;         // agent/SnapshotNatives.cpp
 extern const NativeGroup ourTracingNatives;          // agent/TracingNatives.cpp

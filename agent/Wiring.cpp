@@ -11,7 +11,9 @@
 #include "instrumentation/InstrumentationJoints.h"
 #include "probes/Probes.h"
 #include "recording/AllocationRecording.h"
+#include "db/EventTableRows.h"
 #include "recording/CountingSupport.h"
+#include "recording/JavaObjectMap.h"
 #include "recording/PlayerEventAdding.h"
 #include "recording/CpuTracing.h"
 #include "recording/ThreadInfo.h"
@@ -53,6 +55,8 @@ void wireAgent() {
 
     // Rows of event tables, played from the threads' streams into the tables.
     PlayerEventAdding::installPlayers();
+    // A deleted row ends the object map entries that point at it.
+    EventTableRows::ourRemoveObjectMapEvent = JavaObjectMap::removeEvent;
 
     // Captures and table streams: in this order, around every write.
     registerSnapshotParticipant(&ourCpuTracingParticipant);
@@ -69,6 +73,7 @@ void wireAgent() {
     addNativeGroup(ourMonitorNatives);
     addNativeGroup(ourProbeNatives);
     addNativeGroup(ourEventTableNatives);
+    addNativeGroup(ourObjectMapNatives);
     addNativeGroup(ourSessionNatives);
     addNativeGroup(ourSnapshotNatives);
     addNativeGroup(ourTracingNatives);

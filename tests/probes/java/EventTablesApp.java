@@ -3,7 +3,8 @@ import java.lang.reflect.Method;
 // Event tables written through the agent's natives, as probes write them:
 // requests (a master table) with their queries (a dependent table) from three
 // threads, one request failing; rows shorter than a table's minimum duration;
-// a message; and descriptions the agent refuses, with their codes.
+// a message; descriptions the agent refuses, with their codes; and object maps
+// from objects to rows, which keep no object alive.
 public class EventTablesApp {
     static Class<?> callback;
 
@@ -72,5 +73,41 @@ public class EventTablesApp {
         }
         System.out.println("refused:" + codes);
         System.out.println("tables: " + String.valueOf(call("getTopEventTableNames")).replace('\n', ','));
+        objectMaps();
+    }
+
+    static void objectMaps() throws Exception {
+        long first = (Long) call("createObjectMap");
+        long second = (Long) call("createObjectMap");
+        Object connection = new Object();
+        Object other = new Object();
+        StringBuilder out = new StringBuilder("maps:");
+        out.append(' ').append(call("objectMapPut", first, connection, 7, false, 0));
+        out.append(' ').append(call("objectMapPut", second, connection, 8, false, 0));
+        out.append(' ').append(call("objectMapGet", first, connection));
+        out.append(' ').append(call("objectMapGet", second, connection));
+        out.append(' ').append(call("objectMapGet", first, other));
+        // Replacing answers the old id; a conditional put that expects another keeps the entry.
+        out.append(' ').append(call("objectMapPut", first, connection, 9, false, 0));
+        out.append(' ').append(call("objectMapPut", first, connection, 10, true, 5));
+        out.append(' ').append(call("objectMapPut", first, connection, 11, true, 9));
+        out.append(' ').append(call("objectMapPut", first, connection, 0, false, 0));
+        out.append(' ').append(call("objectMapGet", first, connection));
+        out.append(' ').append(call("objectGetID", connection).equals(call("objectGetID", connection)));
+        out.append(' ').append(call("isLiveObjectID", call("objectGetID", connection)));
+        System.out.println(out);
+        // A mapped object still goes with the next collections.
+        Object mapped = new byte[1 << 20];
+        call("objectMapPut", second, mapped, 12, false, 0);
+        java.lang.ref.WeakReference<Object> weak = new java.lang.ref.WeakReference<>(mapped);
+        mapped = null;
+        for (int i = 0; i < 20 && weak.get() != null; i++) {
+            System.gc();
+            Thread.sleep(10);
+        }
+        System.out.println("collected while mapped: " + (weak.get() == null));
+        call("deleteObjectMap", first);
+        call("deleteObjectMap", second);
+        call("deleteObjectMap", 0L);
     }
 }

@@ -329,6 +329,21 @@ public final class Callback {
 
     public static native int getStrID(String text);
 
+    // Object maps: objects to event ids, without a reference to the object.
+    public static native long createObjectMap();
+
+    public static native void deleteObjectMap(long map);
+
+    /** The event id mapped to the object, or 0. */
+    public static native int objectMapGet(long map, Object key);
+
+    /** The event id replaced, or 0; with {@code conditional} only when the present one is {@code expected}. */
+    public static native int objectMapPut(long map, Object key, int eventId, boolean conditional, int expected);
+
+    public static native long objectGetID(Object object);
+
+    public static native boolean isLiveObjectID(long id);
+
     public static native void clearEventTables(String names);
 
     public static native void addProbePath(String path);

@@ -16,14 +16,15 @@ import java.util.TreeSet;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
-/** Event tables written through the natives by EventTablesApp, read back from its snapshot. */
+/** Event tables and object maps used through the natives by EventTablesApp; the tables read back from its snapshot. */
 class EventTablesTest {
     static Path run(Path dir, String options) throws Exception {
         Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
         AgentJvm.Run run = AgentJvm.run(dir, "quiet,onexit=snapshot,dir=" + snapshots + options,
                 System.getProperty("corvane.probes.classes"), "EventTablesApp");
         assertEquals(0, run.exitCode(), run.out() + run.log());
-        assertEquals("same table again: true\nrefused: -3 -4 -5 -6 -7 -8\ntables: Requests,Slow,Messages\n", run.out());
+        assertEquals("same table again: true\nrefused: -3 -4 -5 -6 -7 -8\ntables: Requests,Slow,Messages\n"
+                + "maps: 0 0 7 8 0 7 9 9 11 0 true false\ncollected while mapped: true\n", run.out());
         return AgentJvm.onlyFile(snapshots, "-shutdown.snapshot");
     }
 
