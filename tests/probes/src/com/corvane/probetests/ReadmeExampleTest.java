@@ -60,5 +60,7 @@ class ReadmeExampleTest {
         assertTrue(priced.find(), out);
         assertTrue(Integer.parseInt(priced.group(1)) > 0, out);
         assertTrue(out.contains("MyProbe: " + priced.group(1) + " orders priced in "), out);
+        // Each order a row of the probe's own table.
+        assertTrue(out.contains(String.format("%10d  Priced orders%n", Integer.parseInt(priced.group(1)))), out);
     }
 }
