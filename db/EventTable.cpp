@@ -24,16 +24,36 @@ int EventTable::getIntsForType(int type) {
 }
 
 void EventTable::addColumn(const ZString& name, int type) {
+    // Names that the agent fills itself, with the type each must have.
+    static const struct {
+        const char* name;
+        int type;
+        int EventTable::*column;
+    } reserved[] = {
+        {"uptime_ns", EVENT_COLUMN_LONG, &EventTable::myStartTimeColumn},
+        {"uptime_ns.end", EVENT_COLUMN_LONG, &EventTable::myEndTimeColumn},
+        {"exception_str", EVENT_COLUMN_STRING, &EventTable::myExceptionTextColumn},
+        {"thread", EVENT_COLUMN_INT, &EventTable::myThreadColumn},
+        {"frame", EVENT_COLUMN_INT, &EventTable::myFrameColumn},
+    };
     int column = myColumnTypes.getSize();
+    for (const auto& r : reserved) {
+        if (!name.equals(r.name)) continue;
+        KZT_ASSERT(type == r.type && this->*r.column < 0);
+        this->*r.column = column;
+    }
+    if (type == EVENT_COLUMN_FOREIGN_KEY) {
+        // One master a table; the column's name is the master's id.
+        KZT_ASSERT(!myColumnTypes.contains(EVENT_COLUMN_FOREIGN_KEY));
+        bool failed = false;
+        int master = name.parseInt(&failed);
+        myMasterTableId = failed ? -1 : master;
+    }
+    int elements = getIntsForType(type);
     myColumnNames.push(name);
     myColumnTypes.push(type);
     myColumnOffsets.push(myValueCount);
-    myValueCount += getIntsForType(type);
-    if (name.equals("uptime_ns")) myStartTimeColumn = column;
-    else if (name.equals("uptime_ns.end")) myEndTimeColumn = column;
-    else if (name.equals("exception_str")) myExceptionTextColumn = column;
-    else if (name.equals("thread")) myThreadColumn = column;
-    else if (name.equals("frame")) myFrameColumn = column;
+    myValueCount += elements;
 }
 
 int EventTable::checkedOffset(const EventRecord& row, int column, int elements) const {

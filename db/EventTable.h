@@ -24,8 +24,12 @@ class EventTable {
 public:
     EventTable(DB* database, int id, const ZString& name, const ZString& description);
 
-    // Appends a column; reserved names set the matching column index.
+    // Appends a column. A reserved name ("uptime_ns", "uptime_ns.end",
+    // "exception_str", "thread", "frame") must come once with its type, and a
+    // table has one foreign key at most: both are asserted.
     void addColumn(const ZString& name, int type);
+    // The id that the database gives a table once its columns are known.
+    void assignId(int id) { myId = id; }
 
     int getId() const { return myId; }
     const ZString& getName() const { return myName; }

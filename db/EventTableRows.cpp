@@ -3,7 +3,7 @@
 // counted against the limit of their top master table, closed with a
 // duration, deleted. All under ourLock, in the player.
 #include <atomic>
-#include <cstdlib>
+#include <memory>
 
 #include "db/DB.h"
 #include "db/EventTable.h"
@@ -28,10 +28,9 @@ int EventTableRows::nextEventId() {
 
 // A whole decimal number, or `otherwise`.
 static int parseNumber(const ZString& text, int otherwise) {
-    if (text.isEmpty()) return otherwise;
-    char* end = nullptr;
-    long value = strtol(text.c_str(), &end, 10);
-    return *end == '\0' ? (int)value : otherwise;
+    bool failed = false;
+    int value = text.parseInt(&failed);
+    return failed ? otherwise : value;
 }
 
 int EventTableRows::createTableByDescription(const LockHolder& lock, DB* db, const ZString& description) {
@@ -47,30 +46,25 @@ int EventTableRows::createTableByDescription(const LockHolder& lock, DB* db, con
     if (lines.getSize() < 2) return CREATE_NO_SECOND_LINE;
     int columns = parseNumber(lines[1], 0);
     if (columns < 1) return CREATE_BAD_COUNT;
-    ZVectorSafe<ZString> names;
-    ZVector<int> types;
     for (int c = 0; c < columns; c++) {
         int line = 2 + 2 * c;
         if (line >= lines.getSize()) return CREATE_NO_COLUMN_NAME;
         if (line + 1 >= lines.getSize()) return CREATE_NO_COLUMN_TYPE;
-        // A type that is not a number counts as 0.
-        int type = parseNumber(lines[line + 1], 0);
-        if (type > EVENT_COLUMN_LONG_ALT) return CREATE_BAD_TYPE;
-        names.push(lines[line]);
-        types.push(type < 0 ? 0 : type);
+        if (parseNumber(lines[line + 1], 0) > EVENT_COLUMN_LONG_ALT) return CREATE_BAD_TYPE;
     }
+    // The columns are checked before the table takes an id, so that a
+    // refused text uses none up.
+    std::unique_ptr<EventTable> table(new EventTable(db, 0, lines[0], description));
+    for (int c = 0; c < columns; c++) {
+        // A type that is not a number counts as 0.
+        int type = parseNumber(lines[3 + 2 * c], 0);
+        table->addColumn(lines[2 + 2 * c], type < 0 ? EVENT_COLUMN_INT : type);
+    }
+    KZT_ASSERT(table->getStartTimeColumn() >= 0);
     int id = db->allocateEventTableId();
     if (id < 0) return CREATE_NO_ID;
-    EventTable* table = new EventTable(db, id, lines[0], description);
-    for (int c = 0; c < columns; c++) {
-        table->addColumn(names[c], types[c]);
-        if (types[c] == EVENT_COLUMN_FOREIGN_KEY) {
-            KZT_ASSERT(table->getMasterTableId() < 0);
-            table->setMasterTableId(parseNumber(names[c], -1));
-        }
-    }
-    db->installEventTable(id, table);
-    KZT_ASSERT(table->getStartTimeColumn() >= 0);
+    table->assignId(id);
+    db->installEventTable(id, table.release());
     return id;
 }
 
