@@ -6,8 +6,10 @@
 #include "recording/ClassNameTags.h"
 #include "recording/CpuTracing.h"
 #include "recording/EventEncoding.h"
+#include "recording/PlayerEventAdding.h"
 #include "recording/RowsByKey.h"
 #include "recording/StackCapture.h"
+#include "recording/TableWrapper.h"
 #include "recording/ThreadInfo.h"
 #include "services/AgentState.h"
 #include "services/JvmGlue.h"
@@ -20,7 +22,14 @@ bool Monitors::ourEnableMonitorEventProbe = false;
 bool Monitors::ourNoStack = false;
 int64_t Monitors::ourMonitorRecordingStartNs = 0;
 int64_t Monitors::ourMonitorRecordingStopNs = 0;
-MonitorEventTableJoint ourMonitorEventTableJoint = {nullptr, nullptr};
+
+// The rows of each block and of each wait, when asked for.
+static TableWrapper ourBlockTable("Thread block\n4\nuptime_ns\n1\nuptime_ns.end\n1\nthread\n0\nframe\n0\n");
+static TableWrapper ourWaitTable("Thread wait\n4\nuptime_ns\n1\nuptime_ns.end\n1\nthread\n0\nframe\n0\n");
+
+static int getEventTableId(bool contended) {
+    return (contended ? ourBlockTable : ourWaitTable).getId();
+}
 
 // The key of a "monitor" row: waiting TRN, owner TRN, frame, class string index.
 static void fillMonitorRecord(MonitorRecord& record, const RowKey& key) {
@@ -87,8 +96,9 @@ static int getNode(JNIEnv* env, ThreadInfo* thread) {
 void Monitors::monitorEnterImpl(JNIEnv* env, jobject object, bool contended) {
     ThreadInfo* thread = getRecordingThread(env);
     if (thread == nullptr) return;
-    if (ourEnableMonitorEventProbe && ourMonitorEventTableJoint.createRow != nullptr) {
-        thread->setMonitorEventRow(ourMonitorEventTableJoint.createRow(env, thread, contended));
+    if (ourEnableMonitorEventProbe) {
+        int table = getEventTableId(contended);
+        thread->setMonitorEventRow(table > 0 ? PlayerEventAdding::createTableRow(env, table) : 0);
     }
     if (ourDisableMonitorProfilingBranch) return;
     // The owner of a monitor in Object.wait is the waiting thread itself.
@@ -106,9 +116,9 @@ void Monitors::monitorEnteredImpl(JNIEnv* env, jobject object, bool contended) {
     ThreadInfo* thread = getRecordingThread(env);
     if (thread == nullptr) return;
     int row = thread->getMonitorEventRow();
-    if (ourEnableMonitorEventProbe && row != 0 && ourMonitorEventTableJoint.closeRow != nullptr) {
+    if (ourEnableMonitorEventProbe && row != 0) {
         thread->setMonitorEventRow(0);
-        ourMonitorEventTableJoint.closeRow(env, thread, row);
+        PlayerEventAdding::closeTableRow(env, getEventTableId(contended), row, false, nullptr);
     }
     if (ourDisableMonitorProfilingBranch) return;
     int64_t time = getTimeNs();

@@ -4,7 +4,9 @@
 // thread (begin: class, node, time, owner; end: class, node, time); the
 // player pairs them into the "monitor" table. A wait is leaving and
 // re-entering in one measure, owned by the waiting thread itself: that is
-// what tells a wait row from a block row.
+// what tells a wait row from a block row. With "_monitors_probe_enable"
+// each block and each wait is also a row of the event table "Thread block"
+// or "Thread wait", from its start to its end.
 #pragma once
 
 #include <jni.h>
@@ -16,16 +18,6 @@
 #include "foundation/ZString.h"
 
 class ThreadInfo;
-
-// Where the optional branch into the event tables "Thread block" and
-// "Thread wait" plugs in; empty until the event tables' stage fills it.
-struct MonitorEventTableJoint {
-    // The event id of a new row of the table of this kind for the thread, 0 without one.
-    int (*createRow)(JNIEnv* env, ThreadInfo* thread, bool contended);
-    // Closes the row with the present uptime.
-    void (*closeRow)(JNIEnv* env, ThreadInfo* thread, int eventId);
-};
-extern MonitorEventTableJoint ourMonitorEventTableJoint;
 
 class Monitors {
 public:

@@ -6,6 +6,7 @@
 #include "recording/CpuTracing.h"
 #include "recording/EventEncoding.h"
 #include "recording/StackCapture.h"
+#include "recording/TableWrapper.h"
 #include "recording/ThreadInfo.h"
 #include "services/AgentState.h"
 #include "services/Logger.h"
@@ -79,14 +80,10 @@ void PlayerEventAdding::setStringColumn(JNIEnv* env, int tableId, int eventId, i
 }
 
 void PlayerEventAdding::addMessage(JNIEnv* env, ZString* category, ZString* text, ZString* detail) {
+    static TableWrapper messages(MESSAGES_TABLE);
     if (ourMessagesTableIndex == 0) {
-        LockHolder lock(&ourLock, LOCK_SITE);
-        DB* db = ourDB;
-        if (db != nullptr && ourMessagesTableIndex == 0) {
-            int id = EventTableRows::createTableByDescription(lock, db, ZString(MESSAGES_TABLE));
-            if (id > 0) ourMessagesTableIndex = id;
-            else Logger::message(ZString("warning: failed to create the messages table: ") + ZString::fromLong(id));
-        }
+        int id = messages.getId();
+        if (id > 0) ourMessagesTableIndex = id;
     }
     int eventId = ourMessagesTableIndex > 0 ? createTableRow(env, ourMessagesTableIndex) : 0;
     if (eventId == 0) {

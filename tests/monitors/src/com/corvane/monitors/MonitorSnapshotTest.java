@@ -5,6 +5,7 @@ import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.corvane.profile.EventTables;
 import com.corvane.profile.MonitorProfile;
 import com.corvane.profile.MonitorProfile.Entry;
 import com.corvane.profile.Places;
@@ -23,6 +24,7 @@ import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.Map;
+import java.util.TreeMap;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -89,6 +91,44 @@ class MonitorSnapshotTest {
         checkAfterTheLock(profile, true);
         assertTrue(outcome.run().log().contains("Monitor data cleared"), outcome.run().log());
         assertTrue(outcome.run().log().contains("Monitor profiling stopped"), outcome.run().log());
+    }
+
+    @Test
+    void withTheEventProbeEachBlockAndWaitIsARowFromItsStartToItsEnd() throws Exception {
+        Snapshot snapshot = Shapes.run(dir, "monitors,_monitors_probe_enable,_monitors_legacy_disable", PROGRAM)
+                .snapshot();
+        assertEquals(List.of(), MonitorProfile.build(snapshot).entries(), "no rows of the monitor table");
+        EventTables tables = new EventTables(snapshot);
+        Map<String, List<Map<String, Object>>> blocks = byThread(tables, "Thread block");
+        Map<String, List<Map<String, Object>>> waits = byThread(tables, "Thread wait");
+        // A wait's row stands at Object.wait itself, where the waiting thread is.
+        Object[][] expected = {
+            {blocks, "blocker", PROGRAM + ".blockOnce():" + Shapes.line(PROGRAM, "BLOCK-LOCK"), ROUNDS, HOLD_MS},
+            {blocks, "nester", PROGRAM + ".nestOnce():" + Shapes.line(PROGRAM, "BLOCK-INNER"), 1L, HOLD_MS},
+            {blocks, "late", PROGRAM + ".lateOnce():" + Shapes.line(PROGRAM, "BLOCK-ENDING"), 1L, HOLD_MS},
+            {waits, "waiter", "java.lang.Object.wait(long)", 2L, Math.min(TIMED_WAIT_MS, NOTIFY_AFTER_MS)},
+        };
+        for (Object[] e : expected) {
+            @SuppressWarnings("unchecked")
+            List<Map<String, Object>> rows = ((Map<String, List<Map<String, Object>>>) e[0]).get((String) e[1]);
+            assertNotNull(rows, e[1] + " has rows");
+            List<Map<String, Object>> here = rows.stream().filter(r -> r.get("frame").equals(e[2])).toList();
+            assertEquals((long) e[3], here.size(), e[2] + " in " + rows);
+            for (Map<String, Object> row : here) {
+                long ms = (Long) row.get("duration_ns") / 1_000_000;
+                long least = (long) e[4];
+                assertTrue(ms * 10 >= least * 8 && ms <= least + SLACK_MS, row + ": expected about " + least + " ms");
+            }
+        }
+    }
+
+    static Map<String, List<Map<String, Object>>> byThread(EventTables tables, String table) {
+        assertNotNull(tables.table(table), table);
+        Map<String, List<Map<String, Object>>> rows = new TreeMap<>();
+        for (Map<String, Object> row : tables.rows(tables.table(table))) {
+            rows.computeIfAbsent((String) row.get("thread"), t -> new ArrayList<>()).add(row);
+        }
+        return rows;
     }
 
     void check(Snapshot snapshot, boolean withStacks) throws Exception {
