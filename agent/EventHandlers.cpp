@@ -5,6 +5,7 @@
 #include "services/AgentState.h"
 #include "services/Logger.h"
 #include "instrumentation/Instrumentation.h"
+#include "probes/ClassLoadingProbe.h"
 #include "recording/AllocationRecording.h"
 #include "recording/CpuTracing.h"
 #include "recording/EntryPoints.h"
@@ -22,7 +23,13 @@ void JNICALL object_free_handler(jvmtiEnv* jvmti, jlong tag) {
         Logger::exceptionCaught(__FILE__, __LINE__);
     }
 }
-void JNICALL object_free_handler_JVMTI_ClassUnload(jvmtiEnv* jvmti, jlong tag) {}
+void JNICALL object_free_handler_JVMTI_ClassUnload(jvmtiEnv* jvmti, jlong tag) {
+    try {
+        ClassLoadingProbe::onClassUnload(tag);
+    } catch (...) {
+        Logger::exceptionCaught(__FILE__, __LINE__);
+    }
+}
 void JNICALL object_free_handler_JVMTI_PersistentObjectIDs(jvmtiEnv* jvmti, jlong tag) {
     try {
         JavaObjectMap::onObjectFree(tag);
@@ -71,6 +78,7 @@ void JNICALL class_prepare_handler(jvmtiEnv* jvmti, JNIEnv* env, jthread thread,
                 jvmti->Deallocate((unsigned char*)methods);
         }
         if (ourCapabilities.get() & CAPABILITY_ALLOC_BCI) kztInitImpl(env, klass, nullptr, 0, -1, 0, 0);
+        if (ourVmInitCalled) ClassLoadingProbe::onClassPrepare(env, klass);
     } catch (...) {
         Logger::exceptionCaught(__FILE__, __LINE__);
     }

@@ -3,6 +3,7 @@
 // running Java (setting up tracing, redefining the callback class) is done
 // outside it.
 #include "agent/ModeControl.h"
+#include "probes/ClassLoadingProbe.h"
 #include "probes/Probes.h"
 
 #include "services/AgentState.h"
@@ -228,6 +229,7 @@ JNIEXPORT void JNICALL NATIVE(storeTelemetryRecord)(JNIEnv* env, jclass, jintArr
     if (ourOptions.isInternalOption("_crash_in_telemetry")) {
         Logger::error("forced crash (_crash_in_telemetry)", __FILE__, __LINE__);
     }
+    ClassLoadingProbe::flushUnloadedClassesToDB(lock);
     bool threadStates = (ourStatus.get() & STACK_TELEMETRY) != 0;
     TelemetryRecord* row = ourDB->storeTelemetrySample(lock, constants, values, keys, customValues, threadStates);
     if (threadStates) sampleThreadStatesJVMTI(lock, env, row);

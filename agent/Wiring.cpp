@@ -9,6 +9,7 @@
 #include "db/ZMethod.h"
 #include "instrumentation/EmbeddedClass.h"
 #include "instrumentation/InstrumentationJoints.h"
+#include "probes/ClassLoadingProbe.h"
 #include "probes/Probes.h"
 #include "recording/AllocationRecording.h"
 #include "db/EventTableRows.h"
@@ -23,6 +24,7 @@
 #include "snapshot/HeapCapture.h"
 #include "snapshot/TableStream.h"
 
+static const SnapshotParticipant ourClassUnloadParticipant = {ClassLoadingProbe::flushUnloadedClassesToDB, nullptr};
 static const SnapshotParticipant ourCpuTracingParticipant = {CpuTracing::beginCapture, CpuTracing::endCapture};
 static const SnapshotParticipant ourAllocationParticipant = {AllocationRecording::beginCapture, nullptr};
 
@@ -59,6 +61,8 @@ void wireAgent() {
     EventTableRows::ourRemoveObjectMapEvent = JavaObjectMap::removeEvent;
 
     // Captures and table streams: in this order, around every write.
+    // Classes unloaded since the last telemetry sample are rows before the threads' events are played.
+    registerSnapshotParticipant(&ourClassUnloadParticipant);
     registerSnapshotParticipant(&ourCpuTracingParticipant);
     registerSnapshotParticipant(&ourAllocationParticipant);
     // Memory snapshots: object tags carry the generation of their capture.

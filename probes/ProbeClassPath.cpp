@@ -3,6 +3,7 @@
 #include <minizip/unzip.h>
 
 #include "foundation/System.h"
+#include "probes/ClassLoadingProbe.h"
 #include "probes/Probes.h"
 #include "services/AgentState.h"
 #include "services/Logger.h"
@@ -119,6 +120,12 @@ void Probes::createProbeDescriptors(const ZVectorSafe<ZString>& names, PROBE_STA
                                     ProbeCreationResult& result) {
     WantedClasses wanted;
     for (const ZString& name : names) {
+        // The agent's own probe, with no class to look for.
+        if (ClassLoadingProbe::isProbeName(name)) {
+            LockHolder lock(&ourLock, LOCK_SITE);
+            ClassLoadingProbe::createTopProbeByName(lock);
+            continue;
+        }
         wanted.names.push(name);
         wanted.internalNames.push(name.replaceAll(".", "/"));
         wanted.found.push(false);
@@ -155,7 +162,8 @@ void Probes::createProbesAtStart(bool attaching) {
     ZVectorSafe<ZString> names;
     for (int i = 0; i < ourProbe2ActivityMode.getSize(); i++) {
         const ZString& name = ourProbe2ActivityMode.keyAt(i);
-        if (name.startsWith(BUILTIN_PROBE_PACKAGE) && !isShippedBuiltInProbe(name)) continue;
+        bool own = ClassLoadingProbe::isProbeName(name);
+        if (!own && name.startsWith(BUILTIN_PROBE_PACKAGE) && !isShippedBuiltInProbe(name)) continue;
         names.push(name);
     }
     if (names.isEmpty()) return;

@@ -120,7 +120,8 @@ public final class EventTables {
             long value = table.value(row, column);
             Object shown;
             if (column.name().equals("thread")) {
-                shown = Places.threadName(myThreadNames, (int) value);
+                // 0: made by the agent on no thread of the program, such as a class unloaded.
+                shown = value == 0 ? "<unknown>" : Places.threadName(myThreadNames, (int) value);
             } else if (column.name().equals("frame")) {
                 shown = Places.place(mySnapshot, (int) value);
             } else if (column.isString()) {

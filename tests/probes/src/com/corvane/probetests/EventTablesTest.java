@@ -20,7 +20,8 @@ import org.junit.jupiter.api.io.TempDir;
 class EventTablesTest {
     static Path run(Path dir, String options) throws Exception {
         Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
-        AgentJvm.Run run = AgentJvm.run(dir, "quiet,onexit=snapshot,dir=" + snapshots + options,
+        // The built-in probe ClassLoading, off here, would add its table first.
+        AgentJvm.Run run = AgentJvm.run(dir, "quiet,onexit=snapshot,probe_off=.ClassLoading,dir=" + snapshots + options,
                 System.getProperty("corvane.probes.classes"), "EventTablesApp");
         assertEquals(0, run.exitCode(), run.out() + run.log());
         assertEquals("same table again: true\nrefused: -3 -4 -5 -6 -7 -8\ntables: Requests,Slow,Messages\n"
@@ -79,6 +80,24 @@ class EventTablesTest {
         ToolRun missing = ToolRun.of("events", snapshot.toString(), "--table", "Nothing");
         assertEquals(2, missing.code());
         assertTrue(missing.err().contains("no event table \"Nothing\" in " + snapshot), missing.err());
+    }
+
+    @Test
+    void theClassLoadingProbeRecordsAClassLoadedAndUnloaded(@TempDir Path dir) throws Exception {
+        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
+        AgentJvm.Run run = AgentJvm.run(dir, "quiet,onexit=snapshot,dir=" + snapshots,
+                System.getProperty("corvane.probes.classes"), "ClassLoadingApp");
+        assertEquals("own loader: true\nunloaded: true\n", run.out(), run.log());
+        Path snapshot = AgentJvm.onlyFile(snapshots, "-shutdown.snapshot");
+        assertTrue(ToolRun.of("events", snapshot.toString()).out().matches(" +[0-9]+  Class Loading\n"));
+        List<String> rows = ToolRun.of("events", snapshot.toString(), "--table", "Class Loading").out().lines()
+                .filter(line -> line.contains("  Class=ClassLoadingApp$Passing  ")).toList();
+        // Loaded on the main thread where the program asked for it; unloaded by the collector, on no thread.
+        assertEquals(2, rows.size(), rows.toString());
+        assertTrue(rows.get(0).matches("#[0-9]+  thread=main  frame=java\\.lang\\.Class\\.forName.*  Loaded or Unloaded=loaded"),
+                rows.get(0));
+        assertTrue(rows.get(1).matches("#[0-9]+  thread=<unknown>  frame=<no stack>  .*  Loaded or Unloaded=unloaded"),
+                rows.get(1));
     }
 
     @Test
