@@ -31,6 +31,9 @@ public final class Table {
 
     /** A table; with {@code duration} its rows are closed and have an end time and an error. */
     public Table(String name, boolean duration) {
+        if (name == null || name.isEmpty() || name.indexOf('\n') >= 0) {
+            throw new IllegalArgumentException("a table needs a name of one line");
+        }
         myName = name;
         myDuration = duration;
         add("uptime_ns", 1);
@@ -49,16 +52,26 @@ public final class Table {
         return myColumnLines.size() - 1;
     }
 
+    // A column of the probe's own; the names that the agent fills are not for it.
+    private int addOwn(String name, int type) {
+        if (name == null || name.isEmpty() || name.indexOf('\n') >= 0 || name.equals("uptime_ns")
+                || name.equals("uptime_ns.end") || name.equals("thread") || name.equals("frame")
+                || name.equals("exception_str")) {
+            throw new IllegalArgumentException("table " + myName + ": \"" + name + "\" cannot name a column");
+        }
+        return add(name, type);
+    }
+
     public IntColumn intColumn(String name) {
-        return new IntColumn(this, add(name, 0));
+        return new IntColumn(this, addOwn(name, 0));
     }
 
     public LongColumn longColumn(String name) {
-        return new LongColumn(this, add(name, 1));
+        return new LongColumn(this, addOwn(name, 1));
     }
 
     public StringColumn stringColumn(String name) {
-        return new StringColumn(this, add(name, 2));
+        return new StringColumn(this, addOwn(name, 2));
     }
 
     /**
