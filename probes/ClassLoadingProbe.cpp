@@ -57,8 +57,10 @@ void ClassLoadingProbe::onClassPrepare(JNIEnv* env, jclass klass) {
     if (table <= 0) return;
     ZString name = convertClassSignatureToFullName(getClassNameJvmti(klass, __FILE__).c_str());
     addRow(env, table, new ZString(name), "loaded");
+    jvmtiEnv* tags = ourJVMTI_ClassUnload_class2classNameStrID;
+    if (tags == nullptr) return;
     ZString* tag = new ZString(name);
-    if (ourJVMTI_ClassUnload_class2classNameStrID->SetTag(klass, (jlong)(intptr_t)tag) != JVMTI_ERROR_NONE) delete tag;
+    if (tags->SetTag(klass, (jlong)(intptr_t)tag) != JVMTI_ERROR_NONE) delete tag;
 }
 
 void ClassLoadingProbe::onClassUnload(jlong tag) {
