@@ -8,6 +8,7 @@
 #include "services/Options.h"
 #include "foundation/System.h"
 #include "foundation/ZLock.h"
+#include "probes/Probes.h"
 #include "recording/AllocationRecording.h"
 
 static jclass ourClassCoreGlobalRef = nullptr;
@@ -107,6 +108,14 @@ bool agentInit(JNIEnv* env) {
     if (ourIsJava9orNewer && !isAttaching()) {
         retransformEarlyClass(env, "java/io/FileInputStream");
         retransformEarlyClass(env, "java/io/FileOutputStream");
+        // The probe Threads applies to the class of threads, which the JVM
+        // loads long before the agent may instrument anything.
+        bool threads = false;
+        {
+            LockHolder lock(&ourLock, LOCK_SITE);
+            threads = Probes::findTopProbe(lock, ZString(BUILTIN_PROBE_PACKAGE) + "Threads") != nullptr;
+        }
+        if (threads) retransformEarlyClass(env, "java/lang/Thread");
     }
 
     jthread detector = createThread(env, OOME_DETECTOR_THREAD_NAME);

@@ -63,19 +63,26 @@ function(corvane_java_tests_possible var)
 endfunction()
 
 # corvane_snapshot_e2e_test(<name> [PROPERTIES <key>=<value>...] [DEPENDS <target>...]
-#                           [ENVIRONMENT <key>=<value>...]):
+#                           [ENVIRONMENT <key>=<value>...] [LIBRARIES <jar>...]):
 # JUnit tests of tests/<name>/src/, run with the agent library (property
 # corvane.agent) and the project's reader from corvane.jar. Where JVMs with
 # the agent run programs of known shape, tests/<name>/java/ holds them; their
-# class folder reaches the tests as the property corvane.<name>.classes.
+# class folder reaches the tests as the property corvane.<name>.classes, and
+# the LIBRARIES they are built and run with as corvane.<name>.libraries.
 # PROPERTIES are passed on as further ones. The agent's home is a folder of
 # the build (CORVANE_HOME).
 function(corvane_snapshot_e2e_test name)
-  cmake_parse_arguments(ARG "" "" "PROPERTIES;DEPENDS;ENVIRONMENT" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "PROPERTIES;DEPENDS;ENVIRONMENT;LIBRARIES" ${ARGN})
   corvane_java_tests_possible(possible ${name}_e2e)
   if(NOT possible OR NOT TARGET corvane)
     return()
   endif()
+  foreach(library ${ARG_LIBRARIES})
+    if(NOT EXISTS ${library})
+      corvane_missing_dependency("${library} is missing (scripts/install-deps test installs it)" ${name}_e2e)
+      return()
+    endif()
+  endforeach()
   set(junit_console ${CORVANE_JUNIT_CONSOLE})
   set(java ${CORVANE_JAVA_HOME}/bin/java)
   set(javac ${CORVANE_JAVA_HOME}/bin/javac)
@@ -85,11 +92,17 @@ function(corvane_snapshot_e2e_test name)
   set(test_classes ${CMAKE_CURRENT_BINARY_DIR}/classes)
 
   set(built ${test_classes}/.built)
+  # Libraries the programs use, by path (checked above).
+  string(REPLACE ";" ":" libraries "${ARG_LIBRARIES}")
+  set(program_class_path)
+  if(libraries)
+    set(program_class_path -cp ${libraries})
+  endif()
   file(GLOB program_sources CONFIGURE_DEPENDS ${source_dir}/java/*.java)
   if(program_sources)
     add_custom_command(OUTPUT ${program_classes}/.built
       COMMAND ${CMAKE_COMMAND} -E rm -rf ${program_classes}
-      COMMAND ${javac} --release 11 -g -encoding UTF-8 -d ${program_classes} ${program_sources}
+      COMMAND ${javac} --release 11 -g -encoding UTF-8 ${program_class_path} -d ${program_classes} ${program_sources}
       COMMAND ${CMAKE_COMMAND} -E touch ${program_classes}/.built
       DEPENDS ${program_sources}
       COMMENT "Building the programs of the ${name} tests")
@@ -110,7 +123,7 @@ function(corvane_snapshot_e2e_test name)
 
   add_test(NAME ${name}_e2e COMMAND ${java}
     -Dcorvane.java=${java} -Dcorvane.agent=$<TARGET_FILE:corvane> -Dcorvane.${name}.classes=${program_classes}
-    ${extra_properties}
+    -Dcorvane.${name}.libraries=${libraries} ${extra_properties}
     -jar ${junit_console} --disable-banner --disable-ansi-colors --details=tree --fail-if-no-tests
     --class-path ${test_classes}:${cli_jar} --scan-class-path ${test_classes})
   set(environment CORVANE_HOME=${CMAKE_BINARY_DIR}/test-home-${name} ${ARG_ENVIRONMENT})

@@ -146,24 +146,37 @@ void Probes::createProbeDescriptors(const ZVectorSafe<ZString>& names, PROBE_STA
     result.logMissingInnerClassesWarning();
 }
 
-// The runtime archive, first on the probe class path, carries the built-in
-// probes that exist so far; the others are not looked for.
-static bool isShippedBuiltInProbe(const ZString& name) {
-    if (ourProbeClassPathElements.isEmpty()) return false;
+// The classes of the runtime archive, first on the probe class path, in
+// dotted form: the built-in probes that it does not carry are not looked for.
+static ZVectorSafe<ZString> shippedClasses() {
+    ZVectorSafe<ZString> names;
+    if (ourProbeClassPathElements.isEmpty()) return names;
     unzFile archive = unzOpen(ourProbeClassPathElements[0].c_str());
-    if (archive == nullptr) return false;
-    bool shipped = unzLocateFile(archive, (name.replaceAll(".", "/") + ".class").c_str(), 1) == UNZ_OK;
+    if (archive == nullptr) return names;
+    char name[1024];
+    unz_file_info info;
+    for (int more = unzGoToFirstFile(archive); more == UNZ_OK; more = unzGoToNextFile(archive)) {
+        if (unzGetCurrentFileInfo(archive, &info, name, sizeof(name), nullptr, 0, nullptr, 0) != UNZ_OK) break;
+        ZString entry(name);
+        if (entry.endsWith(".class")) names.push(entry.cutPostfix(".class").replaceAll("/", "."));
+    }
     unzClose(archive);
-    return shipped;
+    return names;
 }
 
 void Probes::createProbesAtStart(bool attaching) {
     if (ourProbe2ActivityMode.getSize() == 0) return;
     ZVectorSafe<ZString> names;
+    ZVectorSafe<ZString> shipped;
+    bool shippedRead = false;
     for (int i = 0; i < ourProbe2ActivityMode.getSize(); i++) {
         const ZString& name = ourProbe2ActivityMode.keyAt(i);
         bool own = ClassLoadingProbe::isProbeName(name);
-        if (!own && name.startsWith(BUILTIN_PROBE_PACKAGE) && !isShippedBuiltInProbe(name)) continue;
+        if (!own && name.startsWith(BUILTIN_PROBE_PACKAGE)) {
+            if (!shippedRead) shipped = shippedClasses();
+            shippedRead = true;
+            if (!shipped.contains(name)) continue;
+        }
         names.push(name);
     }
     if (names.isEmpty()) return;

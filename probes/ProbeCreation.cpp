@@ -348,7 +348,8 @@ void Probes::createProbeDescriptor(const ZVector<unsigned char>* bytes, PROBE_ST
             continue;
         }
         descriptor->addMethodPattern(cls, method, parameters, returnPattern, classAnnotation, methodAnnotation, negative);
-        anyClass = anyClass || cls.equals("*");
+        // A method annotation narrows a pattern of every class as much as a class would.
+        anyClass = anyClass || (cls.equals("*") && classAnnotation.isEmpty() && methodAnnotation.isEmpty());
     }
     if (anyClass && !descriptor->isCpuTracingSupport() && descriptor->getRetransformList().isEmpty()) {
         Logger::message(ZString("warning: possible performance issue: probe class pattern is \"*\", none of "

@@ -170,8 +170,12 @@ void ObjectEnumerator::setObjectID(jobject object, int id) {
         return;
     }
     int pureTag = (int)(uint32_t)(uint64_t)tag;
+    // An object that allocation recording did not record (most objects that
+    // the built-in probes map: streams, connections) has nothing to learn the
+    // id; only a recorded one whose entry is gone tells of a fault.
+    if (pureTag < 1) return;
     LockHolder mine(&myLock, LOCK_SITE);
-    JavaObjectInfo* info = pureTag >= 1 && pureTag <= myHighestTag ? myInfos.getPtr(pureTag) : nullptr;
+    JavaObjectInfo* info = pureTag <= myHighestTag ? myInfos.getPtr(pureTag) : nullptr;
     if (info != nullptr && info->myUsed) {
         info->myObjectID = id;
         return;

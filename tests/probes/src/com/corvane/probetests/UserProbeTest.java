@@ -37,7 +37,7 @@ class UserProbeTest {
         AgentJvm.Run run = runApp(dir, "counting", "probeclasspath=%s,probe_on=counting.WorkProbe");
         String sum = group(run.out(), "work 2500 calls, sum (\\d+)");
         assertTrue(run.out().contains("probe: 2500 calls, sum " + sum + "\n"), run.out());
-        assertTrue(run.log().contains("Successfully registered probes: 1\n  Registered: counting.WorkProbe\n"), run.log());
+        assertTrue(run.log().contains("\n  Registered: counting.WorkProbe\n"), run.log());
     }
 
     @Test

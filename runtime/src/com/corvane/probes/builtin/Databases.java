@@ -1,0 +1,140 @@
+package com.corvane.probes.builtin;
+
+import com.corvane.probes.InstanceOf;
+import com.corvane.probes.MethodName;
+import com.corvane.probes.MethodPattern;
+import com.corvane.probes.Param;
+import com.corvane.probes.ReturnValue;
+import com.corvane.probes.This;
+import com.corvane.probes.ThrownException;
+
+/**
+ * Databases through JDBC: as DatabasesLW, and each execution also holds the
+ * number of parameters set and the batch size since the statement last ran,
+ * and for a query the number of rows the program read from its result.
+ */
+public final class Databases {
+    private Databases() {
+    }
+
+    @MethodPattern({"*Driver*:connect(java.lang.String, java.util.Properties) java.sql.Connection",
+            Jdbc.NOT_JDK, Jdbc.NOT_SUN, Jdbc.NOT_COM_SUN, Jdbc.NOT_JDK_INTERNAL})
+    @InstanceOf("java.sql.Driver")
+    public static final class Connect {
+        private Connect() {
+        }
+
+        public static void onEnter() {
+            Jdbc.CONNECTING.enter();
+        }
+
+        public static void onExit(@Param(1) String url, @ReturnValue Object connection, @ThrownException Throwable thrown) {
+            Jdbc.connected(url, connection, thrown);
+        }
+    }
+
+    @MethodPattern({"*DataSource*:getConnection(*) java.sql.Connection",
+            Jdbc.NOT_JDK, Jdbc.NOT_SUN, Jdbc.NOT_COM_SUN, Jdbc.NOT_JDK_INTERNAL})
+    @InstanceOf("javax.sql.DataSource")
+    public static final class DataSourceConnect {
+        private DataSourceConnect() {
+        }
+
+        public static void onEnter() {
+            Jdbc.CONNECTING.enter();
+        }
+
+        public static void onExit(@ReturnValue Object connection, @ThrownException Throwable thrown) {
+            Jdbc.connected(null, connection, thrown);
+        }
+    }
+
+    @MethodPattern({"*Connection*:prepareStatement(java.lang.String*)",
+            "*Connection*:prepareCall(java.lang.String*)", "*Connection*:createStatement(*)",
+            Jdbc.NOT_JDK, Jdbc.NOT_SUN, Jdbc.NOT_COM_SUN, Jdbc.NOT_JDK_INTERNAL})
+    @InstanceOf("java.sql.Connection")
+    public static final class Create {
+        private Create() {
+        }
+
+        public static void onReturn(@This Object connection, @Param(1) String sql, @ReturnValue Object statement) {
+            Jdbc.created(connection, statement, sql);
+        }
+    }
+
+    @MethodPattern({"*Connection*:commit()", "*Connection*:rollback(*)", "*Connection*:close()",
+            Jdbc.NOT_JDK, Jdbc.NOT_SUN, Jdbc.NOT_COM_SUN, Jdbc.NOT_JDK_INTERNAL})
+    @InstanceOf("java.sql.Connection")
+    public static final class Transaction {
+        private Transaction() {
+        }
+
+        public static void onEnter(@This Object connection, @MethodName String method) {
+            Jdbc.executing(null, method, null, Jdbc.CONNECTION_ROWS.get(connection));
+        }
+
+        public static void onExit(@ThrownException Throwable thrown) {
+            Jdbc.executed(null, null, thrown, false);
+        }
+    }
+
+    @MethodPattern({"*Statement*:execute*(*)",
+            Jdbc.NOT_JDK, Jdbc.NOT_SUN, Jdbc.NOT_COM_SUN, Jdbc.NOT_JDK_INTERNAL})
+    @InstanceOf("java.sql.Statement")
+    public static final class Execute {
+        private Execute() {
+        }
+
+        public static void onEnter(@This Object statement, @MethodName String method, @Param(1) Object sql) {
+            Jdbc.executing(statement, method, sql, 0);
+        }
+
+        public static void onExit(@This Object statement, @ReturnValue Object result, @ThrownException Throwable thrown) {
+            Jdbc.executed(statement, result, thrown, true);
+        }
+    }
+
+    @MethodPattern({"*Statement*:set*(int, *)", "*Statement*:addBatch()",
+            Jdbc.NOT_JDK, Jdbc.NOT_SUN, Jdbc.NOT_COM_SUN, Jdbc.NOT_JDK_INTERNAL})
+    @InstanceOf("java.sql.PreparedStatement")
+    public static final class Parameter {
+        private Parameter() {
+        }
+
+        public static void onEnter() {
+            Jdbc.SETTING.enter();
+        }
+
+        public static void onExit(@This Object statement, @MethodName String method) {
+            Jdbc.parameterSet(statement, method.equals("addBatch"));
+        }
+    }
+
+    @MethodPattern({"*Statement*:addBatch(java.lang.String)",
+            Jdbc.NOT_JDK, Jdbc.NOT_SUN, Jdbc.NOT_COM_SUN, Jdbc.NOT_JDK_INTERNAL})
+    @InstanceOf("java.sql.Statement")
+    public static final class Batch {
+        private Batch() {
+        }
+
+        public static void onEnter() {
+            Jdbc.SETTING.enter();
+        }
+
+        public static void onExit(@This Object statement) {
+            Jdbc.parameterSet(statement, true);
+        }
+    }
+
+    @MethodPattern({"*ResultSet*:next() boolean", "*ResultSet*:close()",
+            Jdbc.NOT_JDK, Jdbc.NOT_SUN, Jdbc.NOT_COM_SUN, Jdbc.NOT_JDK_INTERNAL})
+    @InstanceOf("java.sql.ResultSet")
+    public static final class Rows {
+        private Rows() {
+        }
+
+        public static void onReturn(@This Object resultSet, @MethodName String method, @ReturnValue boolean more) {
+            Jdbc.resultRow(resultSet, more && !method.equals("close"));
+        }
+    }
+}

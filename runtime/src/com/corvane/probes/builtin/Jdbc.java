@@ -1,0 +1,210 @@
+package com.corvane.probes.builtin;
+
+import com.corvane.probes.ObjectMap;
+import com.corvane.probes.Table;
+import java.util.Collections;
+import java.util.Map;
+import java.util.WeakHashMap;
+
+/**
+ * The tables of the probes Databases and DatabasesLW: "JDBC Connections",
+ * a row for each connection made, as long as it took to make, and its
+ * dependent table "JDBC Statements", a row for each execution, commit,
+ * rollback and close on the connection.
+ * The light probe fills in the SQL, the kind of call, its time, the error of
+ * a call that fails and the update count; the full one adds the number of
+ * parameters set, the batch size and the rows the program read.
+ */
+final class Jdbc {
+    static final Table CONNECTIONS = new Table("JDBC Connections", true);
+    static final Table.StringColumn URL = CONNECTIONS.stringColumn("URL");
+    static final Table STATEMENTS = new Table("JDBC Statements", true);
+    static final Table.IntColumn CONNECTION = STATEMENTS.dependsOn(CONNECTIONS);
+    static final Table.StringColumn SQL = STATEMENTS.stringColumn("SQL");
+    static final Table.StringColumn KIND = STATEMENTS.stringColumn("Kind");
+    static final Table.IntColumn PARAMETERS = STATEMENTS.intColumn("Parameters");
+    static final Table.IntColumn BATCH = STATEMENTS.intColumn("Batch size");
+    static final Table.LongColumn ROWS = STATEMENTS.longColumn("Rows");
+
+    // Patterns by class name alone ("*Connection*") also meet classes of the
+    // JDK, whose loader cannot see java.sql: the test of the receiver's type
+    // would fail there, so they are left out.
+    static final String NOT_JDK = "-java.*:*(*)";
+    static final String NOT_SUN = "-sun.*:*(*)";
+    static final String NOT_COM_SUN = "-com.sun.*:*(*)";
+    static final String NOT_JDK_INTERNAL = "-jdk.*:*(*)";
+
+    static final ObjectMap CONNECTION_ROWS = new ObjectMap();
+    static final Nesting CONNECTING = new Nesting();
+    static final Nesting EXECUTING = new Nesting();
+    static final Nesting SETTING = new Nesting();
+
+    /** What is known of a statement: its SQL and connection, and what was set since it last ran. */
+    static final class Info {
+        final String mySql;
+        final int myConnectionRow;
+        int myParameters;
+        int myBatch;
+
+        Info(String sql, int connectionRow) {
+            mySql = sql;
+            myConnectionRow = connectionRow;
+        }
+    }
+
+    // Drivers' statements and result sets keep identity equality, so weak maps are identity maps here.
+    private static final Map<Object, Info> ourStatements = Collections.synchronizedMap(new WeakHashMap<Object, Info>());
+    private static final Map<Object, long[]> ourResultSets = Collections.synchronizedMap(new WeakHashMap<Object, long[]>());
+
+    private Jdbc() {
+    }
+
+    /** A connection made, or a failure to make one; the outermost of nested opens only. */
+    static void connected(Object url, Object connection, Throwable thrown) {
+        if (!CONNECTING.exit()) {
+            return;
+        }
+        try {
+            if (url == null && connection != null) {
+                url = ProbeSupport.call(ProbeSupport.call(connection, "getMetaData"), "getURL");
+            }
+            int row = CONNECTIONS.createRow();
+            URL.set(row, ProbeSupport.text(url));
+            // Closed now: the rows of its statements name it as their master.
+            CONNECTIONS.close(row, thrown);
+            if (thrown == null && connection != null) {
+                CONNECTION_ROWS.put(connection, row);
+            }
+        } catch (Throwable e) {
+            // the program's connection stands
+        }
+    }
+
+    /** A statement made by a connection; {@code sql} for a prepared one. */
+    static void created(Object connection, Object statement, String sql) {
+        try {
+            if (statement != null) {
+                ourStatements.put(statement, new Info(sql, CONNECTION_ROWS.get(connection)));
+            }
+        } catch (Throwable e) {
+            // the program's statement stands
+        }
+    }
+
+    /** A call that executes SQL (or commits, or rolls back) entered; {@code sql} when the call names it. */
+    static void executing(Object statement, String kind, Object sql, int connectionRow) {
+        if (!EXECUTING.enter()) {
+            return;
+        }
+        try {
+            Info info = statement == null ? null : ourStatements.get(statement);
+            int row = STATEMENTS.createRow();
+            EXECUTING.setRow(row);
+            if (info != null) {
+                connectionRow = info.myConnectionRow;
+                if (!(sql instanceof String)) {
+                    sql = info.mySql;
+                }
+            }
+            if (connectionRow != 0) {
+                CONNECTION.set(row, connectionRow);
+            }
+            SQL.set(row, sql instanceof String ? ProbeSupport.text(sql) : null);
+            KIND.set(row, kind);
+        } catch (Throwable e) {
+            // the program's call stands
+        }
+    }
+
+    /** The call ends: its update count, or the result set whose rows are to be counted. */
+    static void executed(Object statement, Object result, Throwable thrown, boolean countRows) {
+        if (countRows) {
+            EXECUTING.mark();
+        }
+        countRows = EXECUTING.isMarked();
+        int row = EXECUTING.exitRow();
+        if (row == 0) {
+            return;
+        }
+        try {
+            Info info = statement == null ? null : ourStatements.get(statement);
+            if (info != null) {
+                synchronized (info) {
+                    PARAMETERS.set(row, info.myParameters);
+                    BATCH.set(row, info.myBatch);
+                    info.myParameters = 0;
+                    info.myBatch = 0;
+                }
+            }
+            long updated = updateCount(result);
+            if (updated >= 0) {
+                ROWS.set(row, updated);
+            } else if (countRows && result != null && !(result instanceof Boolean)) {
+                ourResultSets.put(result, new long[] {row, 0});
+            }
+            STATEMENTS.close(row, thrown);
+        } catch (Throwable e) {
+            // the program's call stands
+        }
+    }
+
+    // An update count, the sum of a batch's counts, or -1 for none.
+    private static long updateCount(Object result) {
+        if (result instanceof Integer || result instanceof Long) {
+            return ((Number) result).longValue();
+        }
+        long sum = -1;
+        if (result instanceof int[]) {
+            sum = 0;
+            for (int n : (int[]) result) {
+                sum += Math.max(n, 0);
+            }
+        } else if (result instanceof long[]) {
+            sum = 0;
+            for (long n : (long[]) result) {
+                sum += Math.max(n, 0);
+            }
+        }
+        return sum;
+    }
+
+    /**
+     * A parameter set or a batch entry added to a prepared statement; drivers
+     * set parameters through setters of their own, so the outermost counts.
+     */
+    static void parameterSet(Object statement, boolean batchEntry) {
+        if (!SETTING.exit()) {
+            return;
+        }
+        Info info = statement == null ? null : ourStatements.get(statement);
+        if (info != null) {
+            synchronized (info) {
+                if (batchEntry) {
+                    info.myBatch++;
+                } else {
+                    info.myParameters++;
+                }
+            }
+        }
+    }
+
+    /** The cursor of a result set moved; the last move or its close writes the count. */
+    static void resultRow(Object resultSet, boolean more) {
+        long[] counted = resultSet == null ? null : ourResultSets.get(resultSet);
+        if (counted == null) {
+            return;
+        }
+        try {
+            synchronized (counted) {
+                if (more) {
+                    counted[1]++;
+                    return;
+                }
+            }
+            ourResultSets.remove(resultSet);
+            ROWS.set((int) counted[0], counted[1]);
+        } catch (Throwable e) {
+            // the program's result set stands
+        }
+    }
+}

@@ -1,0 +1,258 @@
+package com.corvane.builtin;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.corvane.profile.EventTables;
+import com.corvane.snapshot.SnapshotReader;
+import com.corvane.testing.AgentJvm;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.Map;
+import java.util.Set;
+import java.util.TreeSet;
+import java.util.function.Predicate;
+import java.util.stream.Collectors;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+/**
+ * The built-in probes on programs of known shape: the JDK's own classes, an
+ * in-memory database through JDBC and JPA, Tomcat and Jetty, the MongoDB
+ * driver, and JUnit and TestNG, each checked row by row through the reader.
+ */
+class BuiltinProbesTest {
+    /** The auto probes that the JDK programs use, switched on. */
+    static final String JDK_PROBES_ON = ",probe_on=.Files,probe_on=.Sockets,probe_on=.DirectoryStreams,probe_on=.JNDI"
+            + ",probe_on=.Sync,probe_on=.AsyncChannels";
+
+    record Tables(EventTables tables, String out) {
+        List<Map<String, Object>> rows(String table) {
+            assertTrue(tables.table(table) != null, "table " + table + " in " + names());
+            return tables.rows(tables.table(table));
+        }
+
+        List<Map<String, Object>> rows(String table, Predicate<Map<String, Object>> which) {
+            return rows(table).stream().filter(which).collect(Collectors.toList());
+        }
+
+        /** The one row of the table that the predicate picks. */
+        Map<String, Object> row(String table, Predicate<Map<String, Object>> which) {
+            List<Map<String, Object>> found = rows(table, which);
+            assertEquals(1, found.size(), table + ": " + found);
+            return found.get(0);
+        }
+
+        Set<String> names() {
+            Set<String> names = new TreeSet<>();
+            tables.list().forEach(t -> names.add((String) t.get("name")));
+            return names;
+        }
+    }
+
+    static Tables run(Path dir, String options, String... program) throws Exception {
+        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
+        String classPath = System.getProperty("corvane.builtin.classes") + ":" + System.getProperty("corvane.builtin.libraries");
+        AgentJvm.Run run = AgentJvm.run(dir, "quiet,onexit=snapshot,dir=" + snapshots + options, classPath, program);
+        assertEquals(0, run.exitCode(), run.out() + run.log());
+        assertEquals(List.of(), AgentJvm.problems(run.log()));
+        return new Tables(new EventTables(SnapshotReader.read(AgentJvm.onlyFile(snapshots, "-shutdown.snapshot"))), run.out());
+    }
+
+    static Predicate<Map<String, Object>> has(String column, Object value) {
+        return row -> value.equals(row.get(column));
+    }
+
+    static long durationMs(Map<String, Object> row) {
+        return (Long) row.get("duration_ns") / 1_000_000;
+    }
+
+    static void assertColumns(Map<String, Object> row, Object... namesAndValues) {
+        for (int i = 0; i < namesAndValues.length; i += 2) {
+            assertEquals(namesAndValues[i + 1], row.get(namesAndValues[i]), namesAndValues[i] + " of " + row);
+        }
+    }
+
+    @Test
+    void jdkProbesRecordFilesSocketsProcessesThreadsFoldersLookupsWaitsAndEvents(@TempDir Path dir) throws Exception {
+        Path work = Files.createDirectories(dir.resolve("work"));
+        Tables t = run(dir, JDK_PROBES_ON, "-Djava.awt.headless=true", "JdkWork", work.toString());
+        assertEquals("entries: 3\nasync read: 100\nexit: 3\ndone\n", t.out());
+        String data = work.resolve("data.bin").toString();
+        // Files: each opening a row, with the bytes, calls and errors of the stream.
+        assertColumns(t.row("Files", has("File", data).and(has("Access", "write"))),
+                "Written bytes", 1051L, "Writes", 3, "Read bytes", 0L, "thread", "main", "exception_str", null);
+        assertColumns(t.row("Files", has("File", data).and(has("Access", "read"))),
+                "Read bytes", 1051L, "Reads", 5, "Written bytes", 0L);
+        assertColumns(t.row("Files", has("File", work.resolve("random.bin").toString())),
+                "Access", "read/write", "Read bytes", 32L, "Reads", 1, "Written bytes", 64L, "Writes", 1);
+        assertTrue(((String) t.row("Files", has("File", work.resolve("missing.bin").toString())).get("exception_str"))
+                .startsWith("java.io.FileNotFoundException: "));
+        String text = work.resolve("text.txt").toString();
+        assertColumns(t.row("Files", has("File", text).and(has("Access", "write"))), "Written bytes", 123L, "Writes", 1);
+        assertColumns(t.row("Files", has("File", text).and(has("Access", "read"))), "Read bytes", 123L);
+        // Sockets: the connecting side read what the accepting side wrote.
+        assertColumns(t.row("Sockets", has("Access", "connect")), "Read bytes", 300L, "Written bytes", 0L, "thread", "main");
+        assertColumns(t.row("Sockets", has("Access", "accept")), "Written bytes", 300L, "thread", "serving");
+        Map<String, Object> process = t.row("Processes", row -> true);
+        assertColumns(process, "Command line", "sh -c exit 3", "Exit code", 3, "thread", "main");
+        assertTrue((Long) process.get("PID") > 0, process.toString());
+        for (String thread : List.of("worker-1", "serving", "waiting")) {
+            assertEquals(List.of("created", "started"), t.rows("Threads", has("Thread", thread).and(has("thread", "main")))
+                    .stream().map(r -> r.get("Event")).collect(Collectors.toList()), thread);
+        }
+        assertEquals(List.of(), t.rows("Threads", row -> ((String) row.get("Thread")).startsWith("KZTAgent")));
+        assertColumns(t.row("Directory Streams", row -> true), "Folder", work.toString(), "Entries", 3);
+        Map<String, Object> lookup = t.row("JNDI Lookups", row -> true);
+        assertEquals("java:comp/env/jdbc/missing", lookup.get("Name"));
+        assertTrue(((String) lookup.get("exception_str")).startsWith("javax.naming.NoInitialContextException"), lookup.toString());
+        // The lock was held 200 ms while "waiting" waited; main waited 50 ms on a condition, once.
+        Map<String, Object> blocked = t.row("Lock Waits", has("thread", "waiting"));
+        assertColumns(blocked, "Kind", "lock", "Lock", "java.util.concurrent.locks.ReentrantLock$NonfairSync");
+        assertTrue(durationMs(blocked) >= 200, blocked.toString());
+        Map<String, Object> await = t.row("Lock Waits", has("thread", "main").and(has("Kind", "await")));
+        assertTrue(durationMs(await) >= 50, await.toString());
+        assertColumns(t.row("Async Channels", row -> true), "Operation", "read", "thread", "main");
+        t.row("AWT Events", has("Event", "java.awt.event.InvocationEvent 1200"));
+    }
+
+    @Test
+    void defaultModesBuiltInProbesNoneAndProbesSwitchedOff(@TempDir Path dir) throws Exception {
+        record Case(String options, Set<String> tables, long bytesRead) {
+        }
+        Set<String> light = Set.of("AWT Events", "Class Loading", "Files", "Processes", "Sockets", "Threads");
+        Set<String> full = new TreeSet<>(light);
+        full.addAll(List.of("Async Channels", "Directory Streams", "JNDI Lookups"));
+        Case[] cases = {
+            // The light probes are on, the full ones wait for CPU profiling, and Sync is off.
+            new Case("", light, 0),
+            // With sampling from the start, the full ones are on too.
+            new Case(",sampling", full, 1051),
+            new Case(",probe_disable=com.corvane.probes.builtin.*", Set.of(), -1),
+            new Case(",probe_off=.FilesLW,probe_off=.Processes,probe_disable=.ClassLoading",
+                    Set.of("AWT Events", "Sockets", "Threads"), -1),
+        };
+        for (Case c : cases) {
+            Path runDir = Files.createDirectories(dir.resolve("run" + c.options().hashCode()));
+            Path work = Files.createDirectories(runDir.resolve("work"));
+            Tables t = run(runDir, c.options(), "-Djava.awt.headless=true", "JdkWork", work.toString());
+            assertEquals(c.tables(), t.names(), c.options());
+            if (c.bytesRead() >= 0) {
+                String data = work.resolve("data.bin").toString();
+                assertEquals(c.bytesRead(), t.row("Files", has("File", data).and(has("Access", "read"))).get("Read bytes"),
+                        c.options());
+            }
+        }
+    }
+
+    @Test
+    void databasesThroughJdbcWithTheLightAndTheFullProbe(@TempDir Path dir) throws Exception {
+        record Case(String options, List<Integer> parameters, long rowsRead) {
+        }
+        for (Case c : new Case[] {new Case("", List.of(0, 0, 0), 0), new Case(",probe_on=.Databases", List.of(2, 6, 1), 8)}) {
+            Path runDir = Files.createDirectories(dir.resolve("run" + c.options().length()));
+            Tables t = run(runDir, c.options(), "JdbcWork");
+            assertEquals("read: 8\nfailed: 42102\nno connection: 90146\n", t.out());
+            Map<String, Object> shop = t.row("JDBC Connections", has("URL", "jdbc:h2:mem:shop"));
+            assertTrue(((String) t.row("JDBC Connections", row -> !row.equals(shop)).get("exception_str"))
+                    .contains("IFEXISTS"));
+            @SuppressWarnings("unchecked")
+            List<Map<String, Object>> statements =
+                    (List<Map<String, Object>>) ((Map<String, Object>) shop.get("dependent")).get("JDBC Statements");
+            List<String> kinds = new ArrayList<>();
+            statements.forEach(s -> kinds.add(s.get("Kind") + " " + s.get("Rows")));
+            assertEquals(List.of("executeUpdate 0", "executeUpdate 1", "executeUpdate 1", "executeUpdate 1", "executeUpdate 1",
+                    "executeUpdate 1", "executeBatch 3", "commit 0", "executeQuery " + c.rowsRead(), "executeUpdate 8",
+                    "rollback 0", "executeQuery 0", "close 0"), kinds, c.options());
+            assertColumns(statements.get(1), "SQL", "insert into item values(?, ?)", "Parameters", c.parameters().get(0));
+            assertColumns(statements.get(6), "Parameters", c.parameters().get(1), "Batch size", c.parameters().get(1) / 2);
+            assertColumns(statements.get(8), "SQL", "select id, name from item where id > ?",
+                    "Parameters", c.parameters().get(2));
+            assertTrue(((String) statements.get(11).get("exception_str")).contains("NOWHERE"), statements.get(11).toString());
+        }
+    }
+
+    @Test
+    void servletRequestsOnTomcatAndJetty(@TempDir Path dir) throws Exception {
+        Tables t = run(dir, ",probe_on=.Servlets", "ServletWork", dir.resolve("tomcat").toString());
+        // The servers log to the same output.
+        assertEquals(List.of("tomcat /app/ok?n=1 200", "tomcat /app/missing 404", "tomcat /app/fail 500", "tomcat /app/ok?n=2 200",
+                "jetty /app/ok?n=1 200", "jetty /app/missing 404", "jetty /app/fail 500", "jetty /app/ok?n=2 200"),
+                t.out().lines().filter(line -> line.matches("(tomcat|jetty) /app/.*")).collect(Collectors.toList()));
+        List<String> requests = new ArrayList<>();
+        for (Map<String, Object> r : t.rows("Servlet Requests")) {
+            String error = (String) r.get("exception_str");
+            requests.add(r.get("Servlet") + " " + r.get("Method") + " " + r.get("URI") + " " + r.get("Query") + " "
+                    + r.get("Status") + " " + r.get("Client") + (error == null ? "" : " " + error));
+        }
+        List<String> expected = new ArrayList<>();
+        for (String servlet : List.of("ServletWork$JakartaServlet", "ServletWork$JavaxServlet")) {
+            expected.addAll(List.of(servlet + " GET /app/ok n=1 200 127.0.0.1", servlet + " GET /app/missing null 404 127.0.0.1",
+                    servlet + " GET /app/fail null 500 127.0.0.1 java.lang.IllegalStateException: failed on purpose",
+                    servlet + " GET /app/ok n=2 200 127.0.0.1"));
+        }
+        assertEquals(expected, requests);
+    }
+
+    @Test
+    void jpaOperationsOfEclipseLinkAndTheMongoDbDriversOperations(@TempDir Path dir) throws Exception {
+        Tables jpa = run(Files.createDirectories(dir.resolve("jpa")), ",probe_on=.JPA_EclipseLink", "JpaWork",
+                "org.eclipse.persistence.jpa.PersistenceProvider");
+        assertEquals("found: item 2\nquery: 3\nfailed: IllegalArgumentException\n", jpa.out());
+        List<String> operations = new ArrayList<>();
+        for (Map<String, Object> r : jpa.rows("JPA Operations")) {
+            assertEquals("EclipseLink", r.get("Provider"));
+            operations.add(r.get("Operation") + " " + r.get("Target") + " " + r.get("Results")
+                    + (r.get("exception_str") == null ? "" : " failed"));
+        }
+        assertEquals(List.of("begin null 0", "persist JpaWork$Item 0", "persist JpaWork$Item 0", "persist JpaWork$Item 0",
+                "commit null 0", "find JpaWork$Item 0", "getResultList select i from JpaWork$Item i order by i.id 3",
+                "begin null 0", "find JpaWork$Item 0", "remove JpaWork$Item 0", "rollback null 0",
+                "createQuery select x from Nothing x 0 failed"), operations);
+
+        record Case(String probe, String countFilter) {
+        }
+        for (Case c : new Case[] {new Case("MongoDBLW", null), new Case("MongoDB", "{ \"name\" : \"pen\" }")}) {
+            Tables mongo = run(Files.createDirectories(dir.resolve(c.probe())), ",probe_on=." + c.probe(), "MongoWork");
+            assertEquals("count: no server here\ninsert: no server here\n", mongo.out());
+            List<String> rows = new ArrayList<>();
+            for (Map<String, Object> r : mongo.rows("MongoDB Operations")) {
+                rows.add(r.get("Operation") + " " + r.get("Namespace") + " " + r.get("Filter") + " " + r.get("exception_str"));
+            }
+            assertEquals(List.of("Count shop.items " + c.countFilter() + " java.lang.IllegalStateException: no server here",
+                    "Insert shop.items null java.lang.IllegalStateException: no server here"), rows, c.probe());
+        }
+    }
+
+    @Test
+    void testsOfJUnitFourJUnitFiveAndTestNgWithTheirResults(@TempDir Path dir) throws Exception {
+        Tables t = run(dir, "", "TestsWork");
+        assertEquals("junit 4: 4 run, 2 failed\ntestng: 3\n", t.out());
+        record Case(String table, String test, String result) {
+        }
+        Case[] cases = {
+            new Case("JUnit Tests", "TestsWork$Four.passes", "passed"),
+            new Case("JUnit Tests", "TestsWork$Four.fails", "failed"),
+            new Case("JUnit Tests", "TestsWork$Four.throwsAnError", "error"),
+            new Case("JUnit Tests", "TestsWork$Four.givesUp", "skipped"),
+            new Case("JUnit Tests", "TestsWork$Five.passes", "passed"),
+            new Case("JUnit Tests", "TestsWork$Five.fails", "failed"),
+            new Case("JUnit Tests", "TestsWork$Five.givesUp", "skipped"),
+            new Case("TestNG Tests", "TestsWork$WithTestNG.passes", "passed"),
+            new Case("TestNG Tests", "TestsWork$WithTestNG.fails", "failed"),
+            new Case("TestNG Tests", "TestsWork$WithTestNG.throwsAnError", "error"),
+            new Case("TestNG Tests", "TestsWork$WithTestNG.givesUp", "skipped"),
+        };
+        for (Case c : cases) {
+            Map<String, Object> row = t.row(c.table(), has("Test", c.test()));
+            assertColumns(row, "Result", c.result(), "thread", "main");
+            assertEquals(c.result().equals("passed"), row.get("exception_str") == null, row.toString());
+        }
+        // A repeated test is a row a repetition.
+        assertEquals(2, t.rows("JUnit Tests", has("Test", "TestsWork$Five.repeated").and(has("Result", "passed"))).size());
+        assertEquals(9, t.rows("JUnit Tests").size());
+        assertEquals(4, t.rows("TestNG Tests").size());
+    }
+}
