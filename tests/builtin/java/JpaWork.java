@@ -21,7 +21,8 @@ import javax.sql.DataSource;
  * back, and a query that fails.
  */
 public class JpaWork {
-    @javax.persistence.Entity
+    @javax.persistence.Entity(name = "Item")
+    @javax.persistence.Table(name = "ITEM")
     public static class Item {
         @Id
         public int id;
@@ -45,6 +46,14 @@ public class JpaWork {
         settings.put("eclipselink.ddl-generation", "create-tables");
         settings.put("eclipselink.weaving", "false");
         settings.put("eclipselink.logging.level", "OFF");
+        settings.put("hibernate.hbm2ddl.auto", "create");
+        settings.put("hibernate.connection.driver_class", "org.h2.Driver");
+        settings.put("hibernate.connection.url", "jdbc:h2:mem:jpa;DB_CLOSE_DELAY=-1");
+        settings.put("hibernate.connection.username", "sa");
+        settings.put("hibernate.dialect", "org.hibernate.dialect.H2Dialect");
+        settings.put("openjpa.jdbc.SynchronizeMappings", "buildSchema");
+        settings.put("openjpa.RuntimeUnenhancedClasses", "supported");
+        settings.put("openjpa.Log", "none");
         javax.persistence.spi.PersistenceProvider provider =
                 (javax.persistence.spi.PersistenceProvider) Class.forName(args[0]).getDeclaredConstructor().newInstance();
         EntityManagerFactory factory = provider.createContainerEntityManagerFactory(new Unit(), settings);
@@ -56,7 +65,7 @@ public class JpaWork {
         manager.getTransaction().commit();
         manager.clear();
         System.out.println("found: " + manager.find(Item.class, 2).name);
-        List<?> all = manager.createQuery("select i from JpaWork$Item i order by i.id").getResultList();
+        List<?> all = manager.createQuery("select i from Item i order by i.id").getResultList();
         System.out.println("query: " + all.size());
         manager.getTransaction().begin();
         manager.remove(manager.find(Item.class, 1));

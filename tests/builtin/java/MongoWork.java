@@ -1,54 +1,30 @@
-import com.mongodb.MongoNamespace;
-import com.mongodb.ReadPreference;
-import com.mongodb.WriteConcern;
-import com.mongodb.binding.ReadBinding;
-import com.mongodb.binding.WriteBinding;
-import com.mongodb.bulk.InsertRequest;
-import com.mongodb.operation.CountOperation;
-import com.mongodb.operation.InsertOperation;
-import java.lang.reflect.Proxy;
-import java.util.Collections;
-import org.bson.BsonDocument;
-import org.bson.BsonString;
+import com.mongodb.MongoClient;
+import com.mongodb.MongoClientOptions;
+import com.mongodb.ServerAddress;
+import com.mongodb.client.MongoCollection;
+import com.mongodb.client.model.Filters;
+import org.bson.Document;
 
 /**
- * Two operations of the MongoDB driver, a count with a filter and an insert,
- * run on a binding that has no server to give them: each fails when it asks
- * for a connection.
+ * Two operations of the MongoDB driver against the port given, where no
+ * server listens: a count with a filter and an insert, each of which fails
+ * once the driver gives up looking for the server.
  */
 public class MongoWork {
     public static void main(String[] args) {
-        MongoNamespace items = new MongoNamespace("shop.items");
-        BsonDocument pen = new BsonDocument("name", new BsonString("pen"));
+        MongoClientOptions options = MongoClientOptions.builder().serverSelectionTimeout(300).build();
+        MongoClient client = new MongoClient(new ServerAddress("127.0.0.1", Integer.parseInt(args[0])), options);
+        MongoCollection<Document> items = client.getDatabase("shop").getCollection("items");
         try {
-            new CountOperation(items).filter(pen).execute(binding(ReadBinding.class));
-        } catch (IllegalStateException expected) {
-            System.out.println("count: " + expected.getMessage());
+            items.count(Filters.eq("name", "pen"));
+        } catch (RuntimeException expected) {
+            System.out.println("count: " + expected.getClass().getSimpleName());
         }
         try {
-            new InsertOperation(items, true, WriteConcern.ACKNOWLEDGED, Collections.singletonList(new InsertRequest(pen)))
-                    .execute(binding(WriteBinding.class));
-        } catch (IllegalStateException expected) {
-            System.out.println("insert: " + expected.getMessage());
+            items.insertOne(new Document("name", "pen"));
+        } catch (RuntimeException expected) {
+            System.out.println("insert: " + expected.getClass().getSimpleName());
         }
-    }
-
-    static <T> T binding(Class<T> type) {
-        return type.cast(Proxy.newProxyInstance(MongoWork.class.getClassLoader(), new Class<?>[] {type}, (proxy, method, args) -> {
-            switch (method.getName()) {
-                case "getReadPreference":
-                    return ReadPreference.primary();
-                case "getSessionContext":
-                    return com.mongodb.internal.connection.NoOpSessionContext.INSTANCE;
-                case "retain":
-                    return proxy;
-                case "getCount":
-                    return 1;
-                case "release":
-                    return null;
-                default:
-                    throw new IllegalStateException("no server here");
-            }
-        }));
+        client.close();
     }
 }

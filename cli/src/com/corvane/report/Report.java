@@ -6,6 +6,7 @@ import com.corvane.profile.EventTables;
 import com.corvane.profile.ExceptionProfile;
 import com.corvane.profile.HotSpot;
 import com.corvane.profile.MonitorProfile;
+import com.corvane.profile.ProbeProfile;
 import com.corvane.profile.Profile;
 import com.corvane.profile.Summary;
 import com.corvane.profile.ThreadProfile;
@@ -55,9 +56,58 @@ public final class Report {
             report.put("exceptions", exceptions(exceptions, limits.hotSpots()));
         }
         if (!snapshot.eventTables().isEmpty()) {
-            report.put("eventTables", eventTables(new EventTables(snapshot)));
+            EventTables tables = new EventTables(snapshot);
+            probeSections(report, tables, limits.hotSpots());
+            report.put("eventTables", eventTables(tables));
         }
         return report;
+    }
+
+    /**
+     * What the built-in probes recorded, grouped: database statements by SQL
+     * text (slowest and most frequent), web requests by URI, I/O by file and
+     * by address (most bytes first). A section is there when its table is.
+     */
+    private static void probeSections(Map<String, Object> report, EventTables tables, int limit) {
+        List<ProbeProfile.Group> statements = ProbeProfile.groups(tables, "JDBC Statements", "SQL", "Kind");
+        if (!statements.isEmpty()) {
+            Map<String, Object> section = new LinkedHashMap<>();
+            section.put("slowest", groups(statements, limit));
+            section.put("mostFrequent", groups(ProbeProfile.mostFrequent(statements), limit));
+            report.put("databaseStatements", section);
+        }
+        List<ProbeProfile.Group> requests = ProbeProfile.groups(tables, "Servlet Requests", "URI", null);
+        if (!requests.isEmpty()) {
+            report.put("webRequests", groups(requests, limit));
+        }
+        Map<String, Object> io = new LinkedHashMap<>();
+        for (String[] kind : new String[][] {{"files", "Files", "File"}, {"sockets", "Sockets", "Address"}}) {
+            List<ProbeProfile.Group> streams = ProbeProfile.groups(tables, kind[1], kind[2], null);
+            if (!streams.isEmpty()) {
+                io.put(kind[0], groups(ProbeProfile.mostBytes(streams), limit));
+            }
+        }
+        if (!io.isEmpty()) {
+            report.put("io", io);
+        }
+    }
+
+    private static List<Map<String, Object>> groups(List<ProbeProfile.Group> groups, int limit) {
+        List<Map<String, Object>> rows = new ArrayList<>();
+        for (ProbeProfile.Group g : groups.subList(0, Math.min(limit, groups.size()))) {
+            Map<String, Object> r = new LinkedHashMap<>();
+            r.put("key", g.key());
+            r.put("count", g.count());
+            r.put("timeNs", g.timeNs());
+            r.put("maxNs", g.maxNs());
+            r.put("errors", g.errors());
+            if (g.readBytes() + g.writtenBytes() > 0) {
+                r.put("readBytes", g.readBytes());
+                r.put("writtenBytes", g.writtenBytes());
+            }
+            rows.add(r);
+        }
+        return rows;
     }
 
     /** Each event table with its row count and, where rows have durations, the slowest three. */

@@ -60,6 +60,20 @@ public final class TextReport {
         if (exceptions != null) {
             exceptions(exceptions);
         }
+        Map<String, Object> statements = (Map<String, Object>) report.get("databaseStatements");
+        if (statements != null) {
+            groups((List<Object>) statements.get("slowest"), "Database statements, the most time first", "SQL");
+            groups((List<Object>) statements.get("mostFrequent"), "Database statements, the most often run first", "SQL");
+        }
+        List<Object> requests = (List<Object>) report.get("webRequests");
+        if (requests != null) {
+            groups(requests, "Web requests by URI, the most time first", "URI");
+        }
+        Map<String, Object> io = (Map<String, Object>) report.get("io");
+        if (io != null) {
+            streams((List<Object>) io.get("files"), "I/O by file, the most bytes first", "file");
+            streams((List<Object>) io.get("sockets"), "I/O by address, the most bytes first", "address");
+        }
         List<Object> eventTables = (List<Object>) report.get("eventTables");
         if (eventTables != null) {
             eventTables(eventTables);
@@ -67,6 +81,35 @@ public final class TextReport {
         Map<String, Object> heap = (Map<String, Object>) report.get("heap");
         if (heap != null) {
             heap(heap);
+        }
+    }
+
+    @SuppressWarnings("unchecked")
+    private void groups(List<Object> groups, String title, String what) {
+        myOut.println();
+        myOut.println(title + ":");
+        myOut.printf(Locale.ROOT, "  %8s %12s %12s %7s  %s%n", "count", "time ms", "longest ms", "failed", what);
+        for (Object item : groups) {
+            Map<String, Object> g = (Map<String, Object>) item;
+            myOut.printf(Locale.ROOT, "  %,8d %12s %12s %,7d  %s%n", (Long) g.get("count"), millis((Long) g.get("timeNs")),
+                    millis((Long) g.get("maxNs")), (Long) g.get("errors"), g.get("key"));
+        }
+    }
+
+    @SuppressWarnings("unchecked")
+    private void streams(List<Object> groups, String title, String what) {
+        if (groups == null) {
+            return;
+        }
+        myOut.println();
+        myOut.println(title + ":");
+        myOut.printf(Locale.ROOT, "  %8s %14s %14s %12s %7s  %s%n", "opened", "read bytes", "written bytes", "I/O ms",
+                "failed", what);
+        for (Object item : groups) {
+            Map<String, Object> g = (Map<String, Object>) item;
+            myOut.printf(Locale.ROOT, "  %,8d %,14d %,14d %12s %,7d  %s%n", (Long) g.get("count"),
+                    (Long) g.getOrDefault("readBytes", 0L), (Long) g.getOrDefault("writtenBytes", 0L),
+                    millis((Long) g.get("timeNs")), (Long) g.get("errors"), g.get("key"));
         }
     }
 

@@ -39,6 +39,10 @@ public final class JPA_EclipseLink {
         private Create() {
         }
 
+        public static void onEnter() {
+            JpaOperations.CREATING.enter();
+        }
+
         public static void onExit(@MethodName String method, @Param(1) Object text, @ReturnValue Object query,
                 @ThrownException Throwable thrown) {
             JpaOperations.queryCreated(PROVIDER, method, query, text, thrown);

@@ -21,6 +21,8 @@ final class JpaOperations {
     static final Table.StringColumn TARGET = OPERATIONS.myTable.stringColumn("Target");
     static final Table.IntColumn RESULTS = OPERATIONS.myTable.intColumn("Results");
     static final Nesting NESTING = new Nesting();
+    // Providers make a query through their own makers of queries.
+    static final Nesting CREATING = new Nesting();
     // Query objects keep identity equality, so a weak map is an identity map here.
     private static final Map<Object, String> ourQueries = Collections.synchronizedMap(new WeakHashMap<Object, String>());
 
@@ -76,7 +78,11 @@ final class JpaOperations {
 
     /** A query made from a text, to be named by it when it runs; one that cannot be made is a row with the error. */
     static void queryCreated(String provider, String operation, Object query, Object text, Throwable thrown) {
+        boolean outermost = CREATING.exit();
         if (thrown != null) {
+            if (!outermost) {
+                return;
+            }
             entered(provider, operation, text);
             exited(null, thrown);
         } else if (query != null && text instanceof String) {

@@ -1,6 +1,7 @@
 package com.corvane.probes.builtin;
 
 import com.corvane.probes.MethodPattern;
+import com.corvane.probes.Param;
 import com.corvane.probes.This;
 import com.corvane.probes.ThrownException;
 
@@ -8,7 +9,13 @@ import com.corvane.probes.ThrownException;
  * MongoDB through its Java driver: as MongoDBLW, and each row also holds the
  * filter of the operations that have one.
  */
-@MethodPattern({"com.mongodb.operation.*Operation:execute(com.mongodb.binding.ReadBinding)",
+// The executor of a client hands each operation to the cluster (and fails
+// when no server answers); the operations run themselves on a binding.
+@MethodPattern({"com.mongodb.*:execute(com.mongodb.operation.ReadOperation*)",
+        "com.mongodb.*:execute(com.mongodb.operation.WriteOperation*)",
+        "com.mongodb.*:execute(com.mongodb.internal.operation.ReadOperation*)",
+        "com.mongodb.*:execute(com.mongodb.internal.operation.WriteOperation*)",
+        "com.mongodb.operation.*Operation:execute(com.mongodb.binding.ReadBinding)",
         "com.mongodb.operation.*Operation:execute(com.mongodb.binding.WriteBinding)",
         "com.mongodb.internal.operation.*Operation:execute(com.mongodb.internal.binding.ReadBinding)",
         "com.mongodb.internal.operation.*Operation:execute(com.mongodb.internal.binding.WriteBinding)"})
@@ -16,8 +23,8 @@ public final class MongoDB {
     private MongoDB() {
     }
 
-    public static void onEnter(@This Object operation) {
-        MongoOperations.entered(operation, true);
+    public static void onEnter(@This Object target, @Param(1) Object argument) {
+        MongoOperations.entered(target, argument, true);
     }
 
     public static void onExit(@ThrownException Throwable thrown) {

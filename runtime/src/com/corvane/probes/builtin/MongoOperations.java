@@ -7,9 +7,15 @@ final class MongoOperations {
     private MongoOperations() {
     }
 
-    /** An operation object of the driver: its kind is its class's name without "Operation". */
-    static void entered(Object operation, boolean full) {
-        String name = operation == null ? null : operation.getClass().getSimpleName();
+    /**
+     * An operation of the driver, run by itself (the target) or handed to an
+     * executor (the argument): its kind is its class's name without
+     * "Operation".
+     */
+    static void entered(Object target, Object argument, boolean full) {
+        Object operation = isOperation(argument) ? argument : target;
+        String name = operation == null ? null : operation.getClass().getName();
+        name = name == null ? null : name.substring(name.lastIndexOf('.') + 1);
         if (name != null && name.endsWith("Operation")) {
             name = name.substring(0, name.length() - "Operation".length());
         }
@@ -22,4 +28,17 @@ final class MongoOperations {
         }
         OPERATIONS.entered(name, namespace, full ? ProbeSupport.call(operation, "getFilter") : null, full);
     }
+
+    private static boolean isOperation(Object value) {
+        for (String type : OPERATION_TYPES) {
+            if (ProbeSupport.isA(value, type)) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    private static final String[] OPERATION_TYPES = {"com.mongodb.operation.ReadOperation",
+        "com.mongodb.operation.WriteOperation", "com.mongodb.internal.operation.ReadOperation",
+        "com.mongodb.internal.operation.WriteOperation"};
 }

@@ -6,6 +6,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import com.corvane.profile.EventTables;
 import com.corvane.snapshot.SnapshotReader;
 import com.corvane.testing.AgentJvm;
+import com.corvane.testing.ToolRun;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
@@ -28,7 +29,19 @@ class BuiltinProbesTest {
     static final String JDK_PROBES_ON = ",probe_on=.Files,probe_on=.Sockets,probe_on=.DirectoryStreams,probe_on=.JNDI"
             + ",probe_on=.Sync,probe_on=.AsyncChannels";
 
-    record Tables(EventTables tables, String out) {
+    record Tables(EventTables tables, String out, Path snapshot) {
+        /** The lines of `corvane report` on the snapshot from the section with the title to the next blank line. */
+        List<String> reportSection(String title) {
+            List<String> lines = ToolRun.of("report", snapshot.toString()).out().lines().collect(Collectors.toList());
+            int at = lines.indexOf(title + ":");
+            assertTrue(at >= 0, title + " in\n" + String.join("\n", lines));
+            List<String> section = new ArrayList<>();
+            for (int i = at + 2; i < lines.size() && !lines.get(i).isEmpty(); i++) {
+                section.add(lines.get(i).trim().replaceAll(" +", " "));
+            }
+            return section;
+        }
+
         List<Map<String, Object>> rows(String table) {
             assertTrue(tables.table(table) != null, "table " + table + " in " + names());
             return tables.rows(tables.table(table));
@@ -58,7 +71,8 @@ class BuiltinProbesTest {
         AgentJvm.Run run = AgentJvm.run(dir, "quiet,onexit=snapshot,dir=" + snapshots + options, classPath, program);
         assertEquals(0, run.exitCode(), run.out() + run.log());
         assertEquals(List.of(), AgentJvm.problems(run.log()));
-        return new Tables(new EventTables(SnapshotReader.read(AgentJvm.onlyFile(snapshots, "-shutdown.snapshot"))), run.out());
+        Path snapshot = AgentJvm.onlyFile(snapshots, "-shutdown.snapshot");
+        return new Tables(new EventTables(SnapshotReader.read(snapshot)), run.out(), snapshot);
     }
 
     static Predicate<Map<String, Object>> has(String column, Object value) {
@@ -116,6 +130,11 @@ class BuiltinProbesTest {
         assertTrue(durationMs(await) >= 50, await.toString());
         assertColumns(t.row("Async Channels", row -> true), "Operation", "read", "thread", "main");
         t.row("AWT Events", has("Event", "java.awt.event.InvocationEvent 1200"));
+        // The report sums each file's streams: opened twice, as many bytes read as written.
+        List<String> io = t.reportSection("I/O by file, the most bytes first");
+        assertTrue(io.stream().anyMatch(line -> line.matches("2 1,051 1,051 [0-9.]+ 0 " + data)), String.join("\n", io));
+        assertTrue(t.reportSection("I/O by address, the most bytes first").stream()
+                .anyMatch(line -> line.matches("1 0 300 [0-9.]+ 0 Socket\\[addr=/127\\.0\\.0\\.1,port=[0-9]+,localport=[0-9]+\\]")));
     }
 
     @Test
@@ -171,6 +190,9 @@ class BuiltinProbesTest {
             assertColumns(statements.get(8), "SQL", "select id, name from item where id > ?",
                     "Parameters", c.parameters().get(2));
             assertTrue(((String) statements.get(11).get("exception_str")).contains("NOWHERE"), statements.get(11).toString());
+            // Six runs of the insert, five single and one batch, are the statement run most often.
+            assertTrue(t.reportSection("Database statements, the most often run first").get(0)
+                    .matches("6 [0-9.]+ [0-9.]+ 0 insert into item values\\(\\?, \\?\\)"), c.options());
         }
     }
 
@@ -194,35 +216,76 @@ class BuiltinProbesTest {
                     servlet + " GET /app/ok n=2 200 127.0.0.1"));
         }
         assertEquals(expected, requests);
+        List<String> byUri = t.reportSection("Web requests by URI, the most time first");
+        assertEquals(List.of("2 2", "2 0", "4 0"), byUri.stream().map(line -> line.split(" ")).sorted((a, b) -> a[4].compareTo(b[4]))
+                .map(w -> w[0] + " " + w[3]).collect(Collectors.toList()), String.join("\n", byUri));
     }
 
     @Test
-    void jpaOperationsOfEclipseLinkAndTheMongoDbDriversOperations(@TempDir Path dir) throws Exception {
-        Tables jpa = run(Files.createDirectories(dir.resolve("jpa")), ",probe_on=.JPA_EclipseLink", "JpaWork",
-                "org.eclipse.persistence.jpa.PersistenceProvider");
-        assertEquals("found: item 2\nquery: 3\nfailed: IllegalArgumentException\n", jpa.out());
-        List<String> operations = new ArrayList<>();
-        for (Map<String, Object> r : jpa.rows("JPA Operations")) {
-            assertEquals("EclipseLink", r.get("Provider"));
-            operations.add(r.get("Operation") + " " + r.get("Target") + " " + r.get("Results")
-                    + (r.get("exception_str") == null ? "" : " failed"));
+    void jpaOperationsOfEclipseLinkAndHibernateAndTheMongoDbDriversOperations(@TempDir Path dir) throws Exception {
+        record Provider(String probe, String name, String providerClass) {
         }
-        assertEquals(List.of("begin null 0", "persist JpaWork$Item 0", "persist JpaWork$Item 0", "persist JpaWork$Item 0",
-                "commit null 0", "find JpaWork$Item 0", "getResultList select i from JpaWork$Item i order by i.id 3",
-                "begin null 0", "find JpaWork$Item 0", "remove JpaWork$Item 0", "rollback null 0",
-                "createQuery select x from Nothing x 0 failed"), operations);
+        for (Provider p : new Provider[] {
+                new Provider("JPA_EclipseLink", "EclipseLink", "org.eclipse.persistence.jpa.PersistenceProvider"),
+                new Provider("JPA_Hibernate", "Hibernate", "org.hibernate.ejb.HibernatePersistence")}) {
+            Tables jpa = run(Files.createDirectories(dir.resolve(p.probe())), ",probe_on=." + p.probe(), "JpaWork",
+                    p.providerClass());
+            assertTrue(jpa.out().endsWith("found: item 2\nquery: 3\nfailed: IllegalArgumentException\n"), jpa.out());
+            List<String> operations = new ArrayList<>();
+            for (Map<String, Object> r : jpa.rows("JPA Operations")) {
+                assertEquals(p.name(), r.get("Provider"));
+                operations.add(r.get("Operation") + " " + r.get("Target") + " " + r.get("Results")
+                        + (r.get("exception_str") == null ? "" : " failed"));
+            }
+            assertEquals(List.of("begin null 0", "persist JpaWork$Item 0", "persist JpaWork$Item 0", "persist JpaWork$Item 0",
+                    "commit null 0", "find JpaWork$Item 0", "getResultList select i from Item i order by i.id 3",
+                    "begin null 0", "find JpaWork$Item 0", "remove JpaWork$Item 0", "rollback null 0",
+                    "createQuery select x from Nothing x 0 failed"), operations, p.name());
+        }
 
         record Case(String probe, String countFilter) {
         }
         for (Case c : new Case[] {new Case("MongoDBLW", null), new Case("MongoDB", "{ \"name\" : \"pen\" }")}) {
-            Tables mongo = run(Files.createDirectories(dir.resolve(c.probe())), ",probe_on=." + c.probe(), "MongoWork");
-            assertEquals("count: no server here\ninsert: no server here\n", mongo.out());
+            int closedPort;
+            try (java.net.ServerSocket socket = new java.net.ServerSocket(0)) {
+                closedPort = socket.getLocalPort();
+            }
+            Tables mongo = run(Files.createDirectories(dir.resolve(c.probe())), ",probe_on=." + c.probe(), "MongoWork",
+                    String.valueOf(closedPort));
+            assertTrue(mongo.out().contains("count: MongoTimeoutException\n")
+                    && mongo.out().contains("insert: MongoTimeoutException\n"), mongo.out());
             List<String> rows = new ArrayList<>();
             for (Map<String, Object> r : mongo.rows("MongoDB Operations")) {
-                rows.add(r.get("Operation") + " " + r.get("Namespace") + " " + r.get("Filter") + " " + r.get("exception_str"));
+                rows.add(r.get("Operation") + " " + r.get("Namespace") + " " + r.get("Filter") + " "
+                        + ((String) r.get("exception_str")).startsWith("com.mongodb.MongoTimeoutException: "));
             }
-            assertEquals(List.of("Count shop.items " + c.countFilter() + " java.lang.IllegalStateException: no server here",
-                    "Insert shop.items null java.lang.IllegalStateException: no server here"), rows, c.probe());
+            assertEquals(List.of("Count shop.items " + c.countFilter() + " true", "MixedBulkWrite shop.items null true"), rows,
+                    c.probe());
+        }
+    }
+
+    @Test
+    void cassandraAndHBaseOperationsOnClassesOfTheirClientsNames(@TempDir Path dir) throws Exception {
+        record Case(String options, String keyspace, String pen, String list) {
+        }
+        for (Case c : new Case[] {new Case("", "null", "null", "null"),
+                new Case(",probe_on=.Cassandra,probe_on=.HBase", "shop", "pen", "3 requests")}) {
+            Tables t = run(Files.createDirectories(dir.resolve("run" + c.options().length())), c.options(), "ClientsWork");
+            assertEquals("statement: no host available\nget: region offline\n", t.out());
+            List<String> rows = new ArrayList<>();
+            for (String[] table : new String[][] {{"Cassandra Statements", "Statement", "Keyspace"},
+                    {"HBase Operations", "Table", "Row"}}) {
+                for (Map<String, Object> r : t.rows(table[0])) {
+                    rows.add(r.get("Operation") + " " + r.get(table[1]) + " " + r.get(table[2]) + " " + r.get("exception_str"));
+                }
+            }
+            assertEquals(List.of("execute select * from items " + c.keyspace() + " null",
+                    "execute select * from prices null null",
+                    "execute select fail " + c.keyspace() + " java.lang.IllegalStateException: no host available",
+                    "get items " + c.pen() + " null", "put items " + (c.pen().equals("null") ? "null" : "ink") + " null",
+                    "put items " + c.list() + " null",
+                    "get items " + (c.pen().equals("null") ? "null" : "fail") + " java.lang.IllegalStateException: region offline"),
+                    rows, c.options());
         }
     }
 
