@@ -265,13 +265,13 @@ class BuiltinProbesTest {
     }
 
     @Test
-    void cassandraAndHBaseOperationsOnClassesOfTheirClientsNames(@TempDir Path dir) throws Exception {
+    void cassandraHBaseAndDataNucleusOperationsOnClassesOfTheirNames(@TempDir Path dir) throws Exception {
         record Case(String options, String keyspace, String pen, String list) {
         }
         for (Case c : new Case[] {new Case("", "null", "null", "null"),
-                new Case(",probe_on=.Cassandra,probe_on=.HBase", "shop", "pen", "3 requests")}) {
+                new Case(",probe_on=.Cassandra,probe_on=.HBase,probe_on=.JPA_DataNucleus", "shop", "pen", "3 requests")}) {
             Tables t = run(Files.createDirectories(dir.resolve("run" + c.options().length())), c.options(), "ClientsWork");
-            assertEquals("statement: no host available\nget: region offline\n", t.out());
+            assertEquals("statement: no host available\nget: region offline\nfound: pen\nremove: not managed: ink\n", t.out());
             List<String> rows = new ArrayList<>();
             for (String[] table : new String[][] {{"Cassandra Statements", "Statement", "Keyspace"},
                     {"HBase Operations", "Table", "Row"}}) {
@@ -286,6 +286,16 @@ class BuiltinProbesTest {
                     "put items " + c.list() + " null",
                     "get items " + (c.pen().equals("null") ? "null" : "fail") + " java.lang.IllegalStateException: region offline"),
                     rows, c.options());
+            if (!c.options().isEmpty()) {
+                List<String> operations = new ArrayList<>();
+                for (Map<String, Object> r : t.rows("JPA Operations")) {
+                    operations.add(r.get("Provider") + " " + r.get("Operation") + " " + r.get("Target")
+                            + (r.get("exception_str") == null ? "" : " " + r.get("exception_str")));
+                }
+                assertEquals(List.of("DataNucleus begin null", "DataNucleus persist pen", "DataNucleus flush null",
+                        "DataNucleus commit null", "DataNucleus find java.lang.String",
+                        "DataNucleus remove ink java.lang.IllegalArgumentException: not managed: ink"), operations);
+            }
         }
     }
 
