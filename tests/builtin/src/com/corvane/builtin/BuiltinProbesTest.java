@@ -222,15 +222,20 @@ class BuiltinProbesTest {
     }
 
     @Test
-    void jpaOperationsOfEclipseLinkAndHibernateAndTheMongoDbDriversOperations(@TempDir Path dir) throws Exception {
-        record Provider(String probe, String name, String providerClass) {
+    void jpaOperationsOfThreeProvidersAndTheMongoDbDriversOperations(@TempDir Path dir) throws Exception {
+        // OpenJPA persists a subclass of its own making and fails a query with an error class of its own.
+        record Provider(String probe, String name, String providerClass, String removed, String error) {
         }
         for (Provider p : new Provider[] {
-                new Provider("JPA_EclipseLink", "EclipseLink", "org.eclipse.persistence.jpa.PersistenceProvider"),
-                new Provider("JPA_Hibernate", "Hibernate", "org.hibernate.ejb.HibernatePersistence")}) {
+                new Provider("JPA_EclipseLink", "EclipseLink", "org.eclipse.persistence.jpa.PersistenceProvider",
+                        "JpaWork$Item", "IllegalArgumentException"),
+                new Provider("JPA_Hibernate", "Hibernate", "org.hibernate.ejb.HibernatePersistence", "JpaWork$Item",
+                        "IllegalArgumentException"),
+                new Provider("JPA_OpenJPA", "OpenJPA", "org.apache.openjpa.persistence.PersistenceProviderImpl",
+                        "org.apache.openjpa.enhance.JpaWork$Item$pcsubclass", "ArgumentException")}) {
             Tables jpa = run(Files.createDirectories(dir.resolve(p.probe())), ",probe_on=." + p.probe(), "JpaWork",
                     p.providerClass());
-            assertTrue(jpa.out().endsWith("found: item 2\nquery: 3\nfailed: IllegalArgumentException\n"), jpa.out());
+            assertTrue(jpa.out().endsWith("found: item 2\nquery: 3\nfailed: " + p.error() + "\n"), jpa.out());
             List<String> operations = new ArrayList<>();
             for (Map<String, Object> r : jpa.rows("JPA Operations")) {
                 assertEquals(p.name(), r.get("Provider"));
@@ -239,7 +244,7 @@ class BuiltinProbesTest {
             }
             assertEquals(List.of("begin null 0", "persist JpaWork$Item 0", "persist JpaWork$Item 0", "persist JpaWork$Item 0",
                     "commit null 0", "find JpaWork$Item 0", "getResultList select i from Item i order by i.id 3",
-                    "begin null 0", "find JpaWork$Item 0", "remove JpaWork$Item 0", "rollback null 0",
+                    "begin null 0", "find JpaWork$Item 0", "remove " + p.removed() + " 0", "rollback null 0",
                     "createQuery select x from Nothing x 0 failed"), operations, p.name());
         }
 
