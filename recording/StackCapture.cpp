@@ -1,5 +1,7 @@
 #include "recording/StackCapture.h"
 
+#include <cstring>
+
 #include "db/DB.h"
 #include "db/SignatureNames.h"
 #include "db/ZFrameStorage.h"
@@ -157,17 +159,31 @@ int NodeStackCapture::getMethodById(JNIEnv* env, jmethodID methodId) {
     });
 }
 
-int NodeStackCapture::readCurrentStack(int maxDepth) {
+int NodeStackCapture::readCurrentStack(JNIEnv* env, int maxDepth, jvmtiError* error) {
+    // Both kinds of frame take 16 bytes: the asynchronous walk writes into the
+    // buffer, and each frame is turned into a JVMTI frame in place.
+    static_assert(sizeof(AsyncCallFrame) == sizeof(jvmtiFrameInfo), "frames of one size");
+    AsyncCallFrame* async = reinterpret_cast<AsyncCallFrame*>(myFrameBuffer);
+    int read = AsyncCallTrace::readCurrentThread(env, maxDepth, async);
+    for (int i = 0; i < read; i++) {
+        AsyncCallFrame frame;
+        memcpy(&frame, &async[i], sizeof frame);
+        myFrameBuffer[i].method = frame.myMethodId;
+        myFrameBuffer[i].location = frame.myLineOrLocation < 0 ? -1 : frame.myLineOrLocation;
+    }
+    if (read >= 0) return read;
     jint count = 0;
-    check_JVMTI_error(ourJVMTI->GetStackTrace(nullptr, 0, maxDepth, myFrameBuffer, &count));
-    return count;
+    *error = ourJVMTI->GetStackTrace(nullptr, 0, maxDepth, myFrameBuffer, &count);
+    return *error == JVMTI_ERROR_NONE ? count : 0;
 }
 
 // Bottom up. A frame whose method flags, masked by `mask`, are not `wanted`
 // is left out; with `dropLine` so is the line at which the frame below it
 // called on.
 int NodeStackCapture::walkCurrentStack(JNIEnv* env, int mask, int wanted, bool dropLine, bool lines, int* lastLine) {
-    int count = readCurrentStack(MAX_STACK_DEPTH);
+    jvmtiError error = JVMTI_ERROR_NONE;
+    int count = readCurrentStack(env, MAX_STACK_DEPTH, &error);
+    check_JVMTI_error(error);
     int node = 0;
     int line = 0;
     for (int i = count - 1; i >= 0; i--) {
@@ -203,8 +219,8 @@ int NodeStackCapture::fillCurrentNodeJvmti_forTracing(JNIEnv* env, bool lines) {
 // allocates counts for the wrapper, the method that the program called.
 int NodeStackCapture::getTopMethodIndex(JNIEnv* env) {
     const int depth = 4;
-    jint count = 0;
-    if (ourJVMTI->GetStackTrace(nullptr, 0, depth, myFrameBuffer, &count) != JVMTI_ERROR_NONE || count < 1) return 0;
+    jvmtiError error = JVMTI_ERROR_NONE;
+    int count = readCurrentStack(env, depth, &error);
     for (int i = 0; i < count; i++) {
         int method = getMethodById(env, myFrameBuffer[i].method);
         if ((ZMethod::getFlags(method) & METHOD_FLAG_INVISIBLE) == 0) return method;

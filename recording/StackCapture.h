@@ -11,6 +11,7 @@
 #include "db/ZNodeTree.h"
 #include "foundation/ZLock.h"
 #include "foundation/ZMap.h"
+#include "services/AsyncCallTrace.h"
 
 // A method and a bytecode location: the key of the line caches.
 struct MethodAndLocation {
@@ -24,12 +25,6 @@ struct MethodAndLocation {
 inline int32_t zmap_hashCode(const MethodAndLocation& key) {
     return (int32_t)((uint32_t)key.myMethod + (uint32_t)key.myLocation);
 }
-
-// One frame of an asynchronously taken stack: a line or location, and the method.
-struct AsyncCallFrame {
-    jint myLineOrLocation;
-    jmethodID myMethodId;
-};
 
 class StackCapture {
 public:
@@ -74,8 +69,10 @@ public:
     int getTopMethodIndex(JNIEnv* env);
 
 private:
-    // GetStackTrace of the current thread into the buffer; the frame count.
-    int readCurrentStack(int maxDepth);
+    // The current thread's frames into the buffer, by the JVM's asynchronous
+    // walk where it can, else by GetStackTrace, whose error goes to `error`;
+    // the frame count.
+    int readCurrentStack(JNIEnv* env, int maxDepth, jvmtiError* error);
     int walkCurrentStack(JNIEnv* env, int mask, int wanted, bool dropLine, bool lines, int* lastLine);
 
     ZNodeTree* myTree;
