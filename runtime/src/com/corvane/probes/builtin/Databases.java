@@ -70,7 +70,7 @@ public final class Databases {
         }
 
         public static void onEnter(@This Object connection, @MethodName String method) {
-            Jdbc.executing(null, method, null, Jdbc.CONNECTION_ROWS.get(connection));
+            Jdbc.executing(null, method, null, Jdbc.connectionRow(connection));
         }
 
         public static void onExit(@ThrownException Throwable thrown) {

@@ -1,6 +1,5 @@
 package com.corvane.probes.builtin;
 
-import com.corvane.probes.ObjectMap;
 import com.corvane.probes.Table;
 import java.util.Collections;
 import java.util.Map;
@@ -34,7 +33,6 @@ final class Jdbc {
     static final String NOT_COM_SUN = "-com.sun.*:*(*)";
     static final String NOT_JDK_INTERNAL = "-jdk.*:*(*)";
 
-    static final ObjectMap CONNECTION_ROWS = new ObjectMap();
     static final Nesting CONNECTING = new Nesting();
     static final Nesting EXECUTING = new Nesting();
     static final Nesting SETTING = new Nesting();
@@ -52,7 +50,12 @@ final class Jdbc {
         }
     }
 
-    // Drivers' statements and result sets keep identity equality, so weak maps are identity maps here.
+    // Drivers' connections, statements and result sets keep identity
+    // equality, so weak maps are identity maps here. Not the agent's object
+    // map: a connection is looked up at each statement and close, and on a
+    // fast database the tag lookups and the agent-wide lock of that map cost
+    // more than the statement.
+    private static final Map<Object, Integer> ourConnectionRows = Collections.synchronizedMap(new WeakHashMap<Object, Integer>());
     private static final Map<Object, Info> ourStatements = Collections.synchronizedMap(new WeakHashMap<Object, Info>());
     private static final Map<Object, long[]> ourResultSets = Collections.synchronizedMap(new WeakHashMap<Object, long[]>());
 
@@ -73,10 +76,21 @@ final class Jdbc {
             // Closed now: the rows of its statements name it as their master.
             CONNECTIONS.close(row, thrown);
             if (thrown == null && connection != null) {
-                CONNECTION_ROWS.put(connection, row);
+                ourConnectionRows.put(connection, row);
             }
         } catch (Throwable e) {
             // the program's connection stands
+        }
+    }
+
+    /** The row of a connection, 0 when it was made before the probe or failed. */
+    static int connectionRow(Object connection) {
+        try {
+            Integer row = connection == null ? null : ourConnectionRows.get(connection);
+            return row == null ? 0 : row;
+        } catch (Throwable e) {
+            // a connection whose hash code fails has no row
+            return 0;
         }
     }
 
@@ -84,7 +98,7 @@ final class Jdbc {
     static void created(Object connection, Object statement, String sql) {
         try {
             if (statement != null) {
-                ourStatements.put(statement, new Info(sql, CONNECTION_ROWS.get(connection)));
+                ourStatements.put(statement, new Info(sql, connectionRow(connection)));
             }
         } catch (Throwable e) {
             // the program's statement stands
