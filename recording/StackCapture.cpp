@@ -159,15 +159,15 @@ int NodeStackCapture::getMethodById(JNIEnv* env, jmethodID methodId) {
     });
 }
 
-int NodeStackCapture::readCurrentStack(JNIEnv* env, int maxDepth, jvmtiError* error) {
+int NodeStackCapture::readCurrentStack(JNIEnv* env, int maxDepth, bool async, jvmtiError* error) {
     // Both kinds of frame take 16 bytes: the asynchronous walk writes into the
     // buffer, and each frame is turned into a JVMTI frame in place.
     static_assert(sizeof(AsyncCallFrame) == sizeof(jvmtiFrameInfo), "frames of one size");
-    AsyncCallFrame* async = reinterpret_cast<AsyncCallFrame*>(myFrameBuffer);
-    int read = AsyncCallTrace::readCurrentThread(env, maxDepth, async);
+    AsyncCallFrame* frames = reinterpret_cast<AsyncCallFrame*>(myFrameBuffer);
+    int read = async ? AsyncCallTrace::readCurrentThread(env, maxDepth, frames) : -1;
     for (int i = 0; i < read; i++) {
         AsyncCallFrame frame;
-        memcpy(&frame, &async[i], sizeof frame);
+        memcpy(&frame, &frames[i], sizeof frame);
         myFrameBuffer[i].method = frame.myMethodId;
         myFrameBuffer[i].location = frame.myLineOrLocation < 0 ? -1 : frame.myLineOrLocation;
     }
@@ -182,7 +182,7 @@ int NodeStackCapture::readCurrentStack(JNIEnv* env, int maxDepth, jvmtiError* er
 // called on.
 int NodeStackCapture::walkCurrentStack(JNIEnv* env, int mask, int wanted, bool dropLine, bool lines, int* lastLine) {
     jvmtiError error = JVMTI_ERROR_NONE;
-    int count = readCurrentStack(env, MAX_STACK_DEPTH, &error);
+    int count = readCurrentStack(env, MAX_STACK_DEPTH, true, &error);
     check_JVMTI_error(error);
     int node = 0;
     int line = 0;
@@ -217,10 +217,12 @@ int NodeStackCapture::fillCurrentNodeJvmti_forTracing(JNIEnv* env, bool lines) {
 
 // A wrapped native runs under its prefixed name below its wrapper: what it
 // allocates counts for the wrapper, the method that the program called.
+// Object counting asks from the JVM's allocation sampling callback, where the
+// asynchronous walk finds no walkable frame: JVMTI at once.
 int NodeStackCapture::getTopMethodIndex(JNIEnv* env) {
     const int depth = 4;
     jvmtiError error = JVMTI_ERROR_NONE;
-    int count = readCurrentStack(env, depth, &error);
+    int count = readCurrentStack(env, depth, false, &error);
     for (int i = 0; i < count; i++) {
         int method = getMethodById(env, myFrameBuffer[i].method);
         if ((ZMethod::getFlags(method) & METHOD_FLAG_INVISIBLE) == 0) return method;
