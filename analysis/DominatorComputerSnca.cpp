@@ -1,8 +1,14 @@
 #include "analysis/DominatorComputerSnca.h"
 
 #include <cstring>
+#include <memory>
 
 #include "services/Logger.h"
+
+// How many nodes ahead the semidominator loop fetches the pairs of the
+// predecessors: far enough for the memory's latency at a few hundred
+// nanoseconds a node.
+static const int SEMI_PREFETCH_DISTANCE = 32;
 
 static void logLine(const char* text, int64_t value) {
     ZString line(text);
@@ -17,41 +23,49 @@ void SemiNca::collectRoots(const int* roots, int rootCount, ZVector<int>& distin
     }
 }
 
-int SemiNca::depthFirstSearchDom(RefTable& graph, const ZVector<int>& roots, int* ordinal, int* parentAndCursor) {
+int SemiNca::depthFirstSearchDom(RefTable& graph, const ZVector<int>& roots, int* ordinal, int* stack,
+                                 int* parentOrdinal) {
     int n = graph.getSize();
     const int* sc = graph.getStartAndCount();
     memset(ordinal, 0xff, sizeof(int) * (size_t)n);
+    // Whether a node was reached, a bit a node: the search asks this once
+    // for every reference, and the bits stay in the cache where the
+    // ordinals would not.
+    std::unique_ptr<uint64_t[]> reached(new uint64_t[((size_t)n + 63) / 64]());
+    auto isReached = [&reached](int v) { return (reached[(uint32_t)v >> 6] >> (v & 63)) & 1; };
+    auto markReached = [&reached](int v) { reached[(uint32_t)v >> 6] |= (uint64_t)1 << (v & 63); };
     ordinal[0] = 0;
-    parentAndCursor[0] = 0;
+    parentOrdinal[0] = 0;
+    markReached(0);
     int next = 1;
     for (int r = 0; r < roots.getSize(); r++) {
         int root = roots[r];
-        if (ordinal[root] >= 0) continue;
-        ordinal[root] = next++;
-        parentAndCursor[2 * (int64_t)root] = 0;
-        parentAndCursor[2 * (int64_t)root + 1] = 0;
-        // The path from the root is kept in the parents: no stack of our own.
-        int v = root;
-        while (v != 0) {
-            int* state = parentAndCursor + 2 * (int64_t)v;
-            int k = state[1];
+        if (isReached(root)) continue;
+        markReached(root);
+        ordinal[root] = next;
+        parentOrdinal[next] = 0;
+        // The path lies in `stack`, which stays in the cache; the ordinal of
+        // its top node is at hand, and that of the node below is its parent's.
+        int top = 0;
+        int topOrdinal = next++;
+        stack[0] = root;
+        stack[1] = 0;
+        while (top >= 0) {
+            int v = stack[2 * (int64_t)top];
+            int k = stack[2 * (int64_t)top + 1];
             int count = sc[2 * (int64_t)v + 1];
             int found = -1;
             if (k == 0 && count > 0) {
-                // First visit: the search will look at these targets' numbers.
+                // First visit: the search will look at these targets' references.
                 int available;
                 const int* targets = graph.getRefsChunk(v, 0, available);
-                for (int j = 0; j < available && j < 16; j++) {
-                    __builtin_prefetch(ordinal + targets[j]);
-                    __builtin_prefetch(sc + 2 * (int64_t)targets[j]);
-                }
+                for (int j = 0; j < available && j < 16; j++) __builtin_prefetch(sc + 2 * (int64_t)targets[j]);
             }
             while (k < count && found < 0) {
                 int available;
                 const int* targets = graph.getRefsChunk(v, k, available);
                 for (int j = 0; j < available; j++) {
-                    if (j + 8 < available) __builtin_prefetch(ordinal + targets[j + 8]);
-                    if (ordinal[targets[j]] < 0) {
+                    if (!isReached(targets[j])) {
                         found = targets[j];
                         k += j + 1;
                         break;
@@ -60,24 +74,22 @@ int SemiNca::depthFirstSearchDom(RefTable& graph, const ZVector<int>& roots, int
                 if (found < 0) k += available;
             }
             if (found < 0) {
-                v = state[0];
+                top--;
+                topOrdinal = parentOrdinal[topOrdinal];
                 continue;
             }
-            state[1] = k;
-            ordinal[found] = next++;
-            parentAndCursor[2 * (int64_t)found] = v;
-            parentAndCursor[2 * (int64_t)found + 1] = 0;
+            stack[2 * (int64_t)top + 1] = k;
+            markReached(found);
+            ordinal[found] = next;
+            parentOrdinal[next] = topOrdinal;
+            topOrdinal = next++;
+            top++;
+            stack[2 * (int64_t)top] = found;
+            stack[2 * (int64_t)top + 1] = 0;
             __builtin_prefetch(sc + 2 * (int64_t)found);
-            v = found;
         }
     }
     return next;
-}
-
-void SemiNca::parentsByOrdinal(int n, const int* ordinal, int* parentAndCursor) {
-    for (int v = 0; v < n; v++) {
-        parentAndCursor[2 * (int64_t)ordinal[v] + 1] = ordinal[parentAndCursor[2 * (int64_t)v]];
-    }
 }
 
 void SemiNca::compressPath(int i, int v, int* ancestorAndLabel, ZVector<int, 1024>& stack) {
@@ -132,7 +144,7 @@ DominatorComputerSnca::DominatorComputerSnca(int n, RefTable* graph, const int* 
     KZT_ASSERT(n >= 1 && graph->getSize() == n && idom->getSize() >= n);
 }
 
-void DominatorComputerSnca::renumberGraph(const int* ordinal) {
+void DominatorComputerSnca::renumberTargets(const int* ordinal) {
     BigIntArray64& area = myGraph->getMainArea();
     int64_t used = myGraph->getNextFree();
     for (int64_t position = 0; position < used; position += BigIntArray64::BLOCK_SIZE) {
@@ -141,56 +153,70 @@ void DominatorComputerSnca::renumberGraph(const int* ordinal) {
         int64_t end = used - position < BigIntArray64::BLOCK_SIZE ? used - position : BigIntArray64::BLOCK_SIZE;
         for (int64_t j = 0; j < end; j++) block[j] = ordinal[block[j]];
     }
-    int* sc = myGraph->getStartAndCount();
-    BigIntArray64Presized renumbered("da_sc", 2 * (int64_t)myN);
-    int* out = renumbered.getData();
+    const int* sc = myGraph->getStartAndCount();
+    for (int v = 0; v < myN; v++) {
+        int start = sc[2 * (int64_t)v];
+        if (start >= 0) continue;
+        int* extra = myGraph->getExtraArray(-start);
+        int count = sc[2 * (int64_t)v + 1];
+        for (int j = 0; extra != nullptr && j < count; j++) extra[j] = ordinal[extra[j]];
+    }
+}
+
+template <typename Visit>
+void DominatorComputerSnca::forEachStretch(const int* ordinal, Visit visit) {
+    const int* sc = myGraph->getStartAndCount();
     for (int v = 0; v < myN; v++) {
         int start = sc[2 * (int64_t)v];
         int count = sc[2 * (int64_t)v + 1];
-        if (start < 0) {
-            int* extra = myGraph->getExtraArray(-start);
-            for (int j = 0; extra != nullptr && j < count; j++) extra[j] = ordinal[extra[j]];
+        int u = ordinal[v];
+        for (int k = 0; k < count;) {
+            int available;
+            const int* targets = myGraph->getRefsChunk(v, k, available);
+            // The main area lies node after node: what follows in the block
+            // belongs to the next nodes.
+            int lookAhead = 0;
+            if (start >= 0) {
+                lookAhead = BigIntArray64::BLOCK_SIZE - (int)(((int64_t)start + k) & BigIntArray64::BLOCK_MASK);
+            }
+            if (lookAhead < available) lookAhead = available;
+            visit(u, targets, available, lookAhead);
+            k += available;
         }
-        int64_t k = 2 * (int64_t)ordinal[v];
-        out[k] = start;
-        out[k + 1] = count;
     }
-    myGraph->replaceStartAndCount(&renumbered);
 }
 
-RefTable* DominatorComputerSnca::computeBRT(const ZVector<int>& roots, const int* ordinal, int* cursor) {
+RefTable* DominatorComputerSnca::computeBRT(const ZVector<int>& roots, const int* ordinal, int* cursor,
+                                            int* smallest) {
     RefTable* brt = new RefTable("brt", myN);
     int* counts = brt->getStartAndCount();
-    // Predecessor counts, from the last node to the first; the virtual root
-    // precedes every root.
-    for (int u = myN - 1; u >= 0; u--) {
-        int count = myGraph->getRefCount(u);
-        for (int k = 0; k < count;) {
-            int available;
-            const int* targets = myGraph->getRefsChunk(u, k, available);
-            for (int j = 0; j < available; j++) {
-                if (j + 8 < available) __builtin_prefetch(counts + 2 * (int64_t)targets[j + 8] + 1);
-                counts[2 * (int64_t)targets[j] + 1]++;
+    // Until the table is filled, the start of each node holds the smallest
+    // source below it plus one, 0 for none: one cache line takes both.
+    forEachStretch(ordinal, [counts](int u, const int* targets, int available, int lookAhead) {
+        for (int j = 0; j < available; j++) {
+            if (j + 16 < lookAhead) __builtin_prefetch(counts + 2 * (int64_t)targets[j + 16]);
+            int t = targets[j];
+            if (t < u) {
+                counts[2 * (int64_t)t + 1]++;
+            } else if (t > u) {
+                int& slot = counts[2 * (int64_t)t];
+                if (slot == 0 || u + 1 < slot) slot = u + 1;
             }
-            k += available;
         }
+    });
+    for (int r = 0; r < roots.getSize(); r++) counts[2 * (int64_t)ordinal[roots[r]]] = 1;
+    for (int t = 0; t < myN; t++) {
+        int source = counts[2 * (int64_t)t];
+        smallest[t] = source == 0 ? t : source - 1;
     }
-    for (int r = 0; r < roots.getSize(); r++) counts[2 * (int64_t)ordinal[roots[r]] + 1]++;
     SemiNca::ReversedGraphFiller filler(*brt, cursor);
-    for (int r = 0; r < roots.getSize(); r++) filler.add(ordinal[roots[r]], 0);
-    for (int u = 0; u < myN; u++) {
-        int count = myGraph->getRefCount(u);
-        for (int k = 0; k < count;) {
-            int available;
-            const int* targets = myGraph->getRefsChunk(u, k, available);
-            for (int j = 0; j < available; j++) {
-                if (j + 16 < available) filler.prefetch(targets[j + 16]);
-                if (j + 8 < available) filler.prefetchPlace(targets[j + 8]);
-                filler.add(targets[j], u);
-            }
-            k += available;
+    forEachStretch(ordinal, [&filler](int u, const int* targets, int available, int lookAhead) {
+        for (int j = 0; j < available; j++) {
+            if (j + 24 < lookAhead) filler.prefetch(targets[j + 24]);
+            if (j + 12 < lookAhead && targets[j + 12] < u) filler.prefetchPlace(targets[j + 12]);
+            if (targets[j] < u) filler.add(targets[j], u);
         }
-    }
+    });
     return brt;
 }
 
@@ -204,29 +230,25 @@ void DominatorComputerSnca::compute() {
     SemiNca::collectRoots(myRoots, myRootCount, roots);
     {
         BigIntArray64Presized da2("da_2", 2 * (int64_t)n);
-        int reached = SemiNca::depthFirstSearchDom(*myGraph, roots, ordinal, da2.getData());
+        int reached = SemiNca::depthFirstSearchDom(*myGraph, roots, ordinal, da2.getData(), idom);
         logLine("_dcc: 1: n=", reached);
         KZT_ASSERT(reached == n);
-        int* parents = da2.getData();
-        SemiNca::parentsByOrdinal(n, ordinal, parents);
-        for (int k = 0; k < n; k++) idom[k] = parents[2 * (int64_t)k + 1];
     }
-    renumberGraph(ordinal);
-
-    RefTable* brt;
-    {
-        BigIntArray64Presized cursor("da_2", n);
-        brt = computeBRT(roots, ordinal, cursor.getData());
-    }
-    myGraph->release();
+    renumberTargets(ordinal);
 
     BigIntArray64Presized da3("da_3", n);
     int* semi = da3.getData();
+    RefTable* brt;
+    {
+        BigIntArray64Presized cursor("da_2", n);
+        brt = computeBRT(roots, ordinal, cursor.getData(), semi);
+    }
+    myGraph->release();
+
     {
         BigIntArray64Presized da4("da_4", 2 * (int64_t)n);
         int* ancestorAndLabel = da4.getData();
         for (int i = 0; i < n; i++) {
-            semi[i] = i;
             ancestorAndLabel[2 * (int64_t)i] = idom[i];
             ancestorAndLabel[2 * (int64_t)i + 1] = i;
         }
@@ -235,8 +257,8 @@ void DominatorComputerSnca::compute() {
         BigIntArray64& brtArea = brt->getMainArea();
         for (int i = n - 1; i >= 1; i--) {
             // Fetch the pairs of the predecessors of a node some way ahead.
-            if (i > 8) {
-                int j = i - 8;
+            if (i > SEMI_PREFETCH_DISTANCE) {
+                int j = i - SEMI_PREFETCH_DISTANCE;
                 int start = brtSc[2 * (int64_t)j];
                 int ahead = brtSc[2 * (int64_t)j + 1];
                 if (start >= 0 && ahead > 0) {
@@ -250,7 +272,7 @@ void DominatorComputerSnca::compute() {
                 }
             }
             int count = brtSc[2 * (int64_t)i + 1];
-            int s = i;
+            int s = semi[i];
             for (int k = 0; k < count;) {
                 int available;
                 const int* predecessors = brt->getRefsChunk(i, k, available);

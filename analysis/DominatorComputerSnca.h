@@ -21,13 +21,12 @@ public:
     // The distinct roots, in their first order.
     static void collectRoots(const int* roots, int rootCount, ZVector<int>& distinct);
     // Numbers the nodes in depth-first preorder from the virtual root:
-    // ordinal[node]; parentAndCursor holds two ints per node, its parent in
-    // the graph's numbering and the search's place among its references.
-    // Returns the count of nodes reached.
-    static int depthFirstSearchDom(RefTable& graph, const ZVector<int>& roots, int* ordinal, int* parentAndCursor);
-    // After the search: the parent of the node with ordinal k, as an
-    // ordinal, goes to parentAndCursor[2 * k + 1], where the cursors were.
-    static void parentsByOrdinal(int n, const int* ordinal, int* parentAndCursor);
+    // ordinal[node], and parentOrdinal[k] is the ordinal of the parent of
+    // the node numbered k (0, the virtual root, for the roots). `stack`
+    // holds two ints per node, the path of the search: node and its place
+    // among its references. Returns the count of nodes reached.
+    static int depthFirstSearchDom(RefTable& graph, const ZVector<int>& roots, int* ordinal, int* stack,
+                                   int* parentOrdinal);
 
     // Step 5 for node i over some of its predecessors (in depth-first
     // numbers): the smallest semidominator candidate they give. Ancestor and
@@ -35,12 +34,19 @@ public:
     // step up a path costs one cache line.
     static int semiDominator(int i, const int* predecessors, int count, int* ancestorAndLabel,
                              ZVector<int, 1024>& stack) {
+        // A predecessor numbered below i is not processed yet: its label is
+        // still its own number, so its memory need not be touched.
         int semi = i;
         for (int k = 0; k < count; k++) {
-            if (k + 8 < count) __builtin_prefetch(ancestorAndLabel + 2 * (int64_t)predecessors[k + 8]);
+            if (k + 8 < count && predecessors[k + 8] > i) {
+                __builtin_prefetch(ancestorAndLabel + 2 * (int64_t)predecessors[k + 8]);
+            }
             int v = predecessors[k];
-            if (v > i) compressPath(i, v, ancestorAndLabel, stack);
-            int candidate = ancestorAndLabel[2 * (int64_t)v + 1];
+            int candidate = v;
+            if (v > i) {
+                compressPath(i, v, ancestorAndLabel, stack);
+                candidate = ancestorAndLabel[2 * (int64_t)v + 1];
+            }
             if (candidate < semi) semi = candidate;
         }
         return semi;
@@ -105,11 +111,22 @@ public:
     void compute();
 
 private:
-    // The reversed graph in depth-first numbers, with the virtual root's
-    // edges to the roots; `cursor` is scratch of n ints.
-    RefTable* computeBRT(const ZVector<int>& roots, const int* ordinal, int* cursor);
-    // Rewrites myGraph in depth-first numbers.
-    void renumberGraph(const int* ordinal);
+    // The reversed graph in depth-first numbers, holding only the edges
+    // that come from a higher number: a predecessor numbered below a node
+    // counts for its semidominator by its number alone, so only the
+    // smallest of those is kept, in `smallest` (n ints; the node itself
+    // when it has none; 0 for the roots, which the virtual root precedes).
+    // `cursor` is scratch of n ints.
+    RefTable* computeBRT(const ZVector<int>& roots, const int* ordinal, int* cursor, int* smallest);
+    // Rewrites the targets of myGraph in depth-first numbers; the nodes keep
+    // their places, so that the graph is still read in the order it lies in.
+    void renumberTargets(const int* ordinal);
+    // Calls visit(source, targets, count, lookAhead) for every stretch of
+    // the references of every node, in the order they lie in memory, with
+    // the node's depth-first number; lookAhead tells how many ints after
+    // `targets` may still be read (as hints for prefetching).
+    template <typename Visit>
+    void forEachStretch(const int* ordinal, Visit visit);
 
     int myN;
     RefTable* myGraph;

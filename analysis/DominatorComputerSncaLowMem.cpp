@@ -63,14 +63,13 @@ void DominatorComputerSnca_LowMem::compute() {
         BigIntArray64Presized da2("da_2", 2 * (int64_t)n);
         logPhase("_dcc: dfsd: 3 begin");
         logPhase("_dcc: dfsd: 4 begin");
-        int reached = SemiNca::depthFirstSearchDom(*myGraph, roots, da1->getData(), da2.getData());
+        // The parents, by ordinal, in the result array until they are in their file.
+        int reached = SemiNca::depthFirstSearchDom(*myGraph, roots, da1->getData(), da2.getData(), idom);
         logPhase("_dcc: dfsd: 4 end");
         logValue("_dcc: 1: n=", reached);
         KZT_ASSERT(reached == n);
-        int* parents = da2.getData();
-        SemiNca::parentsByOrdinal(n, da1->getData(), parents);
         std::unique_ptr<IntFileWriter> writer(parentFile.openForWriting());
-        for (int k = 0; k < n; k++) writer->writeInt(parents[2 * (int64_t)k + 1]);
+        for (int k = 0; k < n; k++) writer->writeInt(idom[k]);
         if (!writer->close()) failFatal((ZString("Write error: ") + parentFile.getPath()).c_str(), __FILE__, __LINE__);
         logPhase("_dcc: dfsd: 3 end");
     }

@@ -3,6 +3,7 @@
 // messages for bad input files.
 #include <functional>
 
+#include "analysis/DominatorComputerSnca.h"
 #include "analysis/NewDominatorSupport.h"
 #include "foundation/Failure.h"
 #include "unit/analysis/GraphSupport.h"
@@ -133,6 +134,23 @@ TEST_F(DominatorStepTest, ShapesAgreeWithTheDefinition) {
         EXPECT_EQ(expected, dominatorsIterative(g)) << shape.name;
         EXPECT_EQ(expected, run(g, "snca")) << shape.name;
         EXPECT_EQ(expected, run(g, "low_mem")) << shape.name;
+    }
+}
+
+// Nodes whose references lie outside the main area (in arrays of their own,
+// as past two billion references) are read and renumbered alike.
+TEST(DominatorComputerTest, ReferencesOutsideTheMainArea) {
+    for (const Shape& shape : shapes()) {
+        Graph g = shape.make();
+        RefTable graph("t", g.n, 40);
+        for (int v = 1; v < g.n; v++) {
+            graph.createRefs(v, (int)g.succ[v].size());
+            for (size_t k = 0; k < g.succ[v].size(); k++) graph.setRef(v, (int)k, g.succ[v][k]);
+        }
+        BigIntArray64Presized idom("idom", g.n);
+        DominatorComputerSnca(g.n, &graph, g.roots.data(), (int)g.roots.size(), &idom).compute();
+        std::vector<int> got(idom.getData(), idom.getData() + g.n);
+        EXPECT_EQ(dominatorsByRemoval(g), got) << shape.name;
     }
 }
 
