@@ -31,6 +31,7 @@ public:
         memset(&myFunctions, 0, sizeof(myFunctions));
         myFunctions.Deallocate = deallocate;
         myFunctions.GetStackTrace = getStackTrace;
+        myFunctions.GetFrameLocation = getFrameLocation;
         myFunctions.GetLineNumberTable = getLineNumberTable;
         myFunctions.GetMethodName = getMethodName;
         myFunctions.GetMethodDeclaringClass = getMethodDeclaringClass;
@@ -153,6 +154,14 @@ private:
         int n = 0;
         for (size_t i = start; i < stack.size() && n < max; i++) frames[n++] = stack[i];
         *count = n;
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getFrameLocation(jvmtiEnv*, jthread, jint depth, jmethodID* method,
+                                               jlocation* location) {
+        const std::vector<jvmtiFrameInfo>& stack = ourCurrent()->stack;
+        if (depth < 0 || (size_t)depth >= stack.size()) return JVMTI_ERROR_NO_MORE_FRAMES;
+        *method = stack[depth].method;
+        *location = stack[depth].location;
         return JVMTI_ERROR_NONE;
     }
     static jvmtiError JNICALL getLineNumberTable(jvmtiEnv*, jmethodID method, jint* count,
