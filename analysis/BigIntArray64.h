@@ -91,14 +91,6 @@ public:
         myData[index] = value;
     }
     void release();
-    void swap(BigIntArray64Presized& other) {
-        int64_t size = mySize;
-        int* data = myData;
-        mySize = other.mySize;
-        myData = other.myData;
-        other.mySize = size;
-        other.myData = data;
-    }
 
 private:
     int64_t mySize;

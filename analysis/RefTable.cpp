@@ -126,12 +126,6 @@ void RefTable::initReferenceIterator(ReferenceIterator& iterator, int object) co
     iterator.myEnd = extra != nullptr ? extra + sc[1] : nullptr;
 }
 
-void RefTable::replaceStartAndCount(BigIntArray64Presized* replacement) {
-    if (replacement->getSize() != myStartAndCount.getSize()) failFatal("assertion failed", __FILE__, __LINE__);
-    myStartAndCount.swap(*replacement);
-    replacement->release();
-}
-
 const int* RefTable::getRefsChunk(int object, int from, int& available) const {
     const int* sc = myStartAndCount.getData() + 2 * (int64_t)object;
     int rest = sc[1] - from;

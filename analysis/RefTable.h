@@ -70,9 +70,6 @@ public:
     int getExtraCount() const { return myExtraRefs.getSize() - 1; }
     // The array of an extra entry (minus a negative start), or null.
     int* getExtraArray(int entry) { return myExtraRefs[entry]; }
-    // Replaces the start and count column by one of the same size (a
-    // renumbering of the objects); the old one is freed.
-    void replaceStartAndCount(BigIntArray64Presized* replacement);
     int64_t getAllocatedBytes() const;
     // Frees all references and the start and count column.
     void release();
