@@ -159,12 +159,12 @@ int NodeStackCapture::getMethodById(JNIEnv* env, jmethodID methodId) {
     });
 }
 
-int NodeStackCapture::readCurrentStack(JNIEnv* env, int maxDepth, bool async, jvmtiError* error) {
+int NodeStackCapture::readCurrentStack(JNIEnv* env, int maxDepth, jvmtiError* error) {
     // Both kinds of frame take 16 bytes: the asynchronous walk writes into the
     // buffer, and each frame is turned into a JVMTI frame in place.
     static_assert(sizeof(AsyncCallFrame) == sizeof(jvmtiFrameInfo), "frames of one size");
     AsyncCallFrame* frames = reinterpret_cast<AsyncCallFrame*>(myFrameBuffer);
-    int read = async ? AsyncCallTrace::readCurrentThread(env, maxDepth, frames) : -1;
+    int read = AsyncCallTrace::readCurrentThread(env, maxDepth, frames);
     for (int i = 0; i < read; i++) {
         AsyncCallFrame frame;
         memcpy(&frame, &frames[i], sizeof frame);
@@ -182,7 +182,7 @@ int NodeStackCapture::readCurrentStack(JNIEnv* env, int maxDepth, bool async, jv
 // called on.
 int NodeStackCapture::walkCurrentStack(JNIEnv* env, int mask, int wanted, bool dropLine, bool lines, int* lastLine) {
     jvmtiError error = JVMTI_ERROR_NONE;
-    int count = readCurrentStack(env, MAX_STACK_DEPTH, true, &error);
+    int count = readCurrentStack(env, MAX_STACK_DEPTH, &error);
     check_JVMTI_error(error);
     int node = 0;
     int line = 0;
@@ -221,15 +221,18 @@ int NodeStackCapture::fillCurrentNodeJvmti_forTracing(JNIEnv* env, bool lines) {
 // asynchronous walk finds no walkable frame: JVMTI at once.
 int NodeStackCapture::getTopMethodIndex(JNIEnv* env) {
     // Mostly the top frame is the one: one frame is far less to walk.
+    // When it is not, the frames below it are read, up to the fourth.
     jmethodID top = nullptr;
     jlocation location = 0;
+    int from = 0;
     if (ourJVMTI->GetFrameLocation(nullptr, 0, &top, &location) == JVMTI_ERROR_NONE && top != nullptr) {
         int method = getMethodById(env, top);
         if ((ZMethod::getFlags(method) & METHOD_FLAG_INVISIBLE) == 0) return method;
+        from = 1;
     }
     const int depth = 4;
-    jvmtiError error = JVMTI_ERROR_NONE;
-    int count = readCurrentStack(env, depth, false, &error);
+    jint count = 0;
+    if (ourJVMTI->GetStackTrace(nullptr, from, depth - from, myFrameBuffer, &count) != JVMTI_ERROR_NONE) return 0;
     for (int i = 0; i < count; i++) {
         int method = getMethodById(env, myFrameBuffer[i].method);
         if ((ZMethod::getFlags(method) & METHOD_FLAG_INVISIBLE) == 0) return method;

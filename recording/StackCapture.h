@@ -70,9 +70,9 @@ public:
 
 private:
     // The current thread's frames into the buffer, by the JVM's asynchronous
-    // walk where it can (when `async`), else by GetStackTrace, whose error
+    // walk where it can, else by GetStackTrace, whose error
     // goes to `error`; the frame count.
-    int readCurrentStack(JNIEnv* env, int maxDepth, bool async, jvmtiError* error);
+    int readCurrentStack(JNIEnv* env, int maxDepth, jvmtiError* error);
     int walkCurrentStack(JNIEnv* env, int mask, int wanted, bool dropLine, bool lines, int* lastLine);
 
     ZNodeTree* myTree;
