@@ -214,7 +214,9 @@ public final class Profile {
             }
             List<Integer> missing = new ArrayList<>();
             int current = index;
-            int frameCount = mySnapshot.tables().frames.liveCount();
+            // A chain longer than the table has rows loops. Counting the live
+            // rows here, once a frame, made large trees quadratic.
+            int frameCount = mySnapshot.tables().frames.entries().size();
             while (!myFrames.containsKey(current)) {
                 missing.add(current);
                 if (missing.size() > frameCount + 1) {
