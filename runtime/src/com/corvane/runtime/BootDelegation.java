@@ -2,16 +2,20 @@ package com.corvane.runtime;
 
 import java.lang.reflect.Array;
 import java.lang.reflect.Field;
+import java.util.Arrays;
 import java.util.Map;
 
 /**
- * After an attach the runtime classes sit on the boot class path, but some
- * containers' class loaders ask the boot loader only for packages on their
- * own lists. This adds "com.corvane" to those lists where they can be
- * reached; what is missing or refuses is logged and left.
+ * The runtime classes sit on the boot class path, but some containers' class
+ * loaders ask the boot loader only for packages on their own lists, and a
+ * rewritten class of theirs would then fail to find {@code Callback}. This
+ * adds "com.corvane" to those lists: after an attach to the containers that
+ * run, and from the start through the AgentLoadingSupport probe as they come
+ * up. What is missing or refuses is logged and left.
  */
-final class BootDelegation {
+public final class BootDelegation {
     private static final String PACKAGE = "com.corvane";
+    private static final String JBOSS_SYSTEM_PACKAGES = "jboss.modules.system.pkgs";
 
     private BootDelegation() {
     }
@@ -83,19 +87,40 @@ final class BootDelegation {
                 return;
             }
             for (Object felix : ((Map<?, ?>) sources).keySet()) {
-                if (felix == null || !felix.getClass().getName().equals("org.apache.felix.framework.Felix")) {
-                    continue;
+                if (felix != null && felix.getClass().getName().equals("org.apache.felix.framework.Felix")) {
+                    addToFelix(felix);
                 }
-                Field packages = field(felix.getClass(), "m_bootPkgs");
-                Field wildcards = field(felix.getClass(), "m_bootPkgWildcards");
-                packages.set(felix, insertFirstElement(insertFirstElement(packages.get(felix), PACKAGE + "."),
-                        PACKAGE));
-                wildcards.set(felix, insertFirstElement(insertFirstElement(wildcards.get(felix), true), false));
             }
+        } catch (Throwable e) {
+            Callback.messageToLogFile("warning: Felix: cannot add boot delegation: " + e);
+        }
+    }
+
+    /** Puts the runtime's packages in front of the boot packages of one framework. */
+    public static void addToFelix(Object felix) {
+        try {
+            Field packages = field(felix.getClass(), "m_bootPkgs");
+            Field wildcards = field(felix.getClass(), "m_bootPkgWildcards");
+            packages.set(felix, insertFirstElement(insertFirstElement(packages.get(felix), PACKAGE + "."), PACKAGE));
+            wildcards.set(felix, insertFirstElement(insertFirstElement(wildcards.get(felix), true), false));
             Callback.messageToLogFile("Felix: boot delegation of " + PACKAGE + " added");
         } catch (Throwable e) {
             Callback.messageToLogFile("warning: Felix: cannot add boot delegation: " + e);
         }
+    }
+
+    /**
+     * Adds the runtime's package to the system packages that JBoss Modules
+     * reads when its module class initializes.
+     */
+    public static void addToJBossSystemPackages() {
+        String current = System.getProperty(JBOSS_SYSTEM_PACKAGES);
+        if (current == null || current.trim().isEmpty()) {
+            System.setProperty(JBOSS_SYSTEM_PACKAGES, PACKAGE);
+        } else if (!Arrays.asList(current.split(",")).contains(PACKAGE)) {
+            System.setProperty(JBOSS_SYSTEM_PACKAGES, current + "," + PACKAGE);
+        }
+        Callback.messageToLogFile("JBoss: boot delegation of " + PACKAGE + " added");
     }
 
     /** A copy of the array with {@code element} in front. */

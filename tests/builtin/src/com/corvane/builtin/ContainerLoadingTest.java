@@ -1,0 +1,89 @@
+package com.corvane.builtin;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.corvane.profile.HotSpot;
+import com.corvane.profile.Profile;
+import com.corvane.snapshot.SnapshotReader;
+import com.corvane.testing.AgentJvm;
+import java.io.IOException;
+import java.io.OutputStream;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.List;
+import java.util.Map;
+import java.util.jar.Attributes;
+import java.util.jar.JarEntry;
+import java.util.jar.JarOutputStream;
+import java.util.jar.Manifest;
+import java.util.stream.Collectors;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+/**
+ * Module containers whose class loaders ask the boot loader only for the
+ * packages on their own lists: an OSGi framework and JBoss Modules, both
+ * from Debian. The agent starts with the JVM, so their classes are rewritten
+ * to call the runtime; they must run as without the agent, and be traced.
+ */
+class ContainerLoadingTest {
+    static final String JAVA = "/usr/share/java/";
+
+    @Test
+    void anOsgiBundleRunsAndIsTraced(@TempDir Path dir) throws Exception {
+        Manifest manifest = manifest(Map.of("Bundle-ManifestVersion", "2", "Bundle-SymbolicName", "bundled",
+                "Bundle-Version", "1.0.0", "Bundle-Activator", "bundled.BundleWork", "Import-Package", "org.osgi.framework"));
+        Path bundle = jar(dir.resolve("bundle.jar"), manifest, "bundled");
+        String classPath = System.getProperty("corvane.builtin.classes") + ":" + JAVA + "org.apache.felix.framework.jar";
+        Map<String, Long> calls = tracedRun(dir, "Felix: boot delegation of com.corvane added", classPath, "FelixHost",
+                bundle.toString(), dir.resolve("storage").toString());
+        assertEquals(1L, calls.get("bundled.BundleWork.start(org.osgi.framework.BundleContext)"), calls.toString());
+        assertEquals(1L, calls.get("bundled.BundleWork.work(int)"), calls.toString());
+    }
+
+    @Test
+    void aJBossModuleRunsAndIsTraced(@TempDir Path dir) throws Exception {
+        Path module = Files.createDirectories(dir.resolve("modules/moduled/main"));
+        jar(module.resolve("moduled.jar"), manifest(Map.of()), "moduled");
+        Files.writeString(module.resolve("module.xml"), "<module xmlns=\"urn:jboss:module:1.9\" name=\"moduled\">\n"
+                + "  <main-class name=\"moduled.ModuleWork\"/>\n"
+                + "  <resources><resource-root path=\"moduled.jar\"/></resources>\n</module>\n");
+        Map<String, Long> calls = tracedRun(dir, "JBoss: boot delegation of com.corvane added", ".", "-jar",
+                JAVA + "jboss-modules.jar", "-mp", dir.resolve("modules").toString(), "moduled");
+        assertEquals(1L, calls.get("moduled.ModuleWork.main(java.lang.String[])"), calls.toString());
+        assertEquals(1L, calls.get("moduled.ModuleWork.work(int)"), calls.toString());
+    }
+
+    /** Runs the program traced from the start; the calls of its methods, by name. */
+    static Map<String, Long> tracedRun(Path dir, String logLine, String classPath, String... program) throws Exception {
+        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
+        AgentJvm.Run run = AgentJvm.run(dir, "tracing,onexit=snapshot,dir=" + snapshots, classPath, program);
+        assertEquals(0, run.exitCode(), run.out());
+        assertTrue(run.out().contains(" work 4950"), run.out());
+        assertTrue(run.log().contains(logLine), run.log());
+        Profile profile = Profile.build(SnapshotReader.read(AgentJvm.onlyFile(snapshots, "-shutdown.snapshot")));
+        return profile.hotSpots().stream().collect(Collectors.toMap(HotSpot::name, HotSpot::invocations, Long::sum));
+    }
+
+    static Manifest manifest(Map<String, String> attributes) {
+        Manifest manifest = new Manifest();
+        manifest.getMainAttributes().put(Attributes.Name.MANIFEST_VERSION, "1.0");
+        attributes.forEach((key, value) -> manifest.getMainAttributes().putValue(key, value));
+        return manifest;
+    }
+
+    /** A jar of the program classes in one package. */
+    static Path jar(Path file, Manifest manifest, String packageName) throws IOException {
+        Path classes = Path.of(System.getProperty("corvane.builtin.classes"), packageName);
+        try (JarOutputStream out = new JarOutputStream(Files.newOutputStream(file), manifest);
+             var files = Files.list(classes)) {
+            for (Path found : files.collect(Collectors.toList())) {
+                out.putNextEntry(new JarEntry(packageName + "/" + found.getFileName()));
+                Files.copy(found, (OutputStream) out);
+                out.closeEntry();
+            }
+        }
+        return file;
+    }
+}
