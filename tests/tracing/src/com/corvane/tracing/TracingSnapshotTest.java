@@ -20,6 +20,8 @@ import java.util.TreeMap;
 import java.util.TreeSet;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
+import org.junit.jupiter.params.ParameterizedTest;
+import org.junit.jupiter.params.provider.ValueSource;
 
 /**
  * Real JVMs with the agent, rewritten classes and tracing: what the snapshot
@@ -70,12 +72,14 @@ class TracingSnapshotTest {
         return CallTree.of(snapshot, thread.tfiIndex());
     }
 
-    @Test
-    void aProgramOfKnownShapeIsRecordedExactly(@TempDir Path dir) throws Exception {
+    // Without exception events the frames that an exception unwinds are told by a probe instead.
+    @ParameterizedTest
+    @ValueSource(strings = {"", ",exceptions=disable"})
+    void aProgramOfKnownShapeIsRecordedExactly(String exceptions, @TempDir Path dir) throws Exception {
         Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
         Path settings = Files.writeString(dir.resolve("tracing.txt"), "walltime=*\nadaptive=false\n");
         AgentJvm.Run run = runJava(dir, "tracing,onexit=snapshot,dir=" + snapshots + ",deadthreadlimit=" + DEAD_THREAD_LIMIT
-                + ",tracing_settings_path=" + settings, "TracedShapes");
+                + ",tracing_settings_path=" + settings + exceptions, "TracedShapes");
         assertEquals(0, run.exitCode(), run.out());
         assertTrue(run.out().contains("done "), run.out());
         assertEquals(List.of(), tracingWarnings(run.log()), "the player met no disorder");
