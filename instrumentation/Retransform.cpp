@@ -41,6 +41,11 @@ void retransformClassesWithLargeMethods(JNIEnv* env) {
 }
 
 void retransformClassesLoadedBeforeAgentAttached(JNIEnv* env) {
+    // The attach loads Callback before the classes are tagged, and tracing
+    // redefines it just before this runs. A retransform would hand it back
+    // to the JVM as first loaded, with the idle stubs, and nothing would be
+    // recorded.
+    static const ZString callback = ZString(CALLBACK_CLASS).replaceAll("/", ".");
     ChosenClasses chosen;
     {
         LockHolder holder(&ourLock, LOCK_SITE);
@@ -48,7 +53,9 @@ void retransformClassesLoadedBeforeAgentAttached(JNIEnv* env) {
         if (tags == nullptr) return;
         chooseLoadedClasses(env, chosen, [tags](jclass klass, const ZString& name) {
             jlong tag = 0;
-            if (tags->GetTag(klass, &tag) != JVMTI_ERROR_NONE || tag != 1 || shouldNeverRetransform(name)) return false;
+            if (tags->GetTag(klass, &tag) != JVMTI_ERROR_NONE || tag != 1 || name.equals(callback) ||
+                shouldNeverRetransform(name))
+                return false;
             tags->SetTag(klass, 0);
             return true;
         });
