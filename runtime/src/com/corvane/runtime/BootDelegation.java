@@ -10,8 +10,8 @@ import java.util.Map;
  * loaders ask the boot loader only for packages on their own lists, and a
  * rewritten class of theirs would then fail to find {@code Callback}. This
  * adds "com.corvane" to those lists: after an attach to the containers that
- * run, and from the start through the AgentLoadingSupport probe as they come
- * up. What is missing or refuses is logged and left.
+ * run, and through the AgentLoadingSupport probe as they come up or look
+ * a package up. What is missing or refuses is logged and left.
  */
 public final class BootDelegation {
     private static final String PACKAGE = "com.corvane";
@@ -96,8 +96,13 @@ public final class BootDelegation {
         }
     }
 
-    /** Puts the runtime's packages in front of the boot packages of one framework. */
-    public static void addToFelix(Object felix) {
+    /** True for the runtime's own packages, which a container's class loader must take from the boot loader. */
+    public static boolean isRuntimePackage(String packageName) {
+        return packageName != null && (packageName.equals(PACKAGE) || packageName.startsWith(PACKAGE + "."));
+    }
+
+    // Puts the runtime's packages in front of the boot packages of one framework.
+    private static void addToFelix(Object felix) {
         try {
             Field packages = field(felix.getClass(), "m_bootPkgs");
             Field wildcards = field(felix.getClass(), "m_bootPkgWildcards");
