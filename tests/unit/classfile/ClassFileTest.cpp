@@ -2,7 +2,6 @@
 
 #include "ClassBuilder.h"
 
-
 // iload_0; ifne +5; iconst_1; ireturn; iconst_0; ireturn, with a frame at 6.
 static Bytes branchingClass(int major) {
     ClassBuilder b;
@@ -247,29 +246,19 @@ TEST(ClassFile, AnnotationsMatchByTypeDescriptor) {
     // One class attribute: two annotations, the first with a nested
     // annotation, an array and an enum among its pairs.
     Bytes body;
-    putU2(body, 2);
-    putU2(body, first);
-    putU2(body, 3);
-    putU2(body, element);
+    putU2(body, {2, first, 3, element});
     body.push_back('@');
-    putU2(body, first);
-    putU2(body, 0);
-    putU2(body, element);
+    putU2(body, {first, 0, element});
     body.push_back('[');
     putU2(body, 2);
     body.push_back('I');
     putU2(body, element);
     body.push_back('s');
-    putU2(body, element);
-    putU2(body, element);
+    putU2(body, {element, element});
     body.push_back('e');
-    putU2(body, first);
-    putU2(body, element);
-    putU2(body, second);
-    putU2(body, 0);
+    putU2(body, {first, element, second, 0});
     bytes.resize(bytes.size() - 2);
-    putU2(bytes, 1);
-    putU2(bytes, visible);
+    putU2(bytes, {1, visible});
     putU4(bytes, (uint32_t)body.size());
     append(bytes, body);
     auto cf = parseClass(bytes);
