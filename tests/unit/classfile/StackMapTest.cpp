@@ -2,7 +2,6 @@
 
 #include "ClassBuilder.h"
 
-
 static VerificationType type(int tag, int data = -1) { return VerificationType(tag, data); }
 
 static StackMapFrame frame(int offset, std::vector<VerificationType> locals, std::vector<VerificationType> stack = {}) {
@@ -20,15 +19,8 @@ static Bytes encode(const StackMapFrame& f, const StackMapFrame& prev) {
 }
 
 static bool sameFrame(const StackMapFrame& a, const StackMapFrame& b) {
-    if (a.getOffset() != b.getOffset()) return false;
-    if (a.getLocals().getSize() != b.getLocals().getSize() || a.getStack().getSize() != b.getStack().getSize()) return false;
-    for (int i = 0; i < a.getLocals().getSize(); i++) {
-        if (!VerificationType::isSameType(a.getLocals()[i], b.getLocals()[i])) return false;
-    }
-    for (int i = 0; i < a.getStack().getSize(); i++) {
-        if (!VerificationType::isSameType(a.getStack()[i], b.getStack()[i])) return false;
-    }
-    return true;
+    return a.getOffset() == b.getOffset() && VerificationType::compare(a.getLocals(), b.getLocals()) == 0 &&
+           VerificationType::compare(a.getStack(), b.getStack()) == 0;
 }
 
 TEST(StackMapFrame, EncodesInTheShortestFormAndDecodesBack) {
