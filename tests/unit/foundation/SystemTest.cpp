@@ -201,8 +201,7 @@ TEST(Files, FoldersAndNames) {
     FileSearch::listFiles((dir.path + "/a").c_str(), names);
     names.sort();
     ASSERT_EQ(2, names.getSize());
-    EXPECT_STREQ("b", names[0].c_str());
-    EXPECT_STREQ("f.txt", names[1].c_str());
+    EXPECT_EQ(std::string("b f.txt"), std::string(names[0].c_str()) + " " + names[1].c_str());
     EXPECT_FALSE(FileSearch::isDirectory(dir.file("a/f.txt").c_str()));
 
     EXPECT_STREQ("f.txt", getFileName(ZString("/x/y/f.txt")).c_str());
