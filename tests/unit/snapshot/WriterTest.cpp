@@ -8,7 +8,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cmath>
 #include <string>
 #include <thread>
 
@@ -18,6 +17,7 @@
 #include "snapshot/FileBackedSocketWriter.h"
 #include "snapshot/SnapshotWriter.h"
 #include "snapshot/SocketWriter.h"
+#include "TempFile.h"
 
 namespace {
 
@@ -28,21 +28,6 @@ std::vector<uint8_t> readAll(int fd) {
     while ((count = read(fd, piece, sizeof(piece))) > 0) bytes.insert(bytes.end(), piece, piece + count);
     return bytes;
 }
-
-class TempFile {
-public:
-    TempFile() {
-        char pattern[] = "/tmp/corvane-writer-XXXXXX";
-        fd = mkstemp(pattern);
-        path = pattern;
-    }
-    ~TempFile() {
-        if (fd >= 0) close(fd);
-        unlink(path.c_str());
-    }
-    int fd;
-    std::string path;
-};
 
 void writeEveryPut(AbstractWriter& w) {
     w.writeByte(0x81);
