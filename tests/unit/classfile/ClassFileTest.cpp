@@ -105,21 +105,6 @@ TEST(ClassFile, LongTakesTwoSlots) {
     EXPECT_EQ(longIndex + 2, again->findOrCreateIntInfo(7));
 }
 
-TEST(ClassFile, Utf8LookupFindsTheLowerOfEqualEntries) {
-    ClassBuilder b;
-    int first = b.utf8("twice");
-    b.duplicateUtf8("twice");
-    b.method("m", "()V").code = {0xb1};
-    auto cf = parseClass(b.build());
-    EXPECT_EQ(first, cf->findOrCreateUtf8(ZString("twice")));
-    EXPECT_EQ(first, cf->findOrCreateUtf8(ZString("twice")));
-    int size = cf->getConstantPool()->getSize();
-    EXPECT_EQ(size, cf->findOrCreateUtf8(ZString("new text")));
-    EXPECT_EQ(size, cf->findOrCreateUtf8(ZString("new text")));
-    int stringIndex = cf->findOrCreateStringInfo(ZString("new text"));
-    EXPECT_EQ(stringIndex, cf->findOrCreateStringInfo(ZString("new text")));
-}
-
 TEST(ClassFile, MacroMethodsAreRemovedAndTheirNamesBlanked) {
     ClassBuilder b;
     b.method("$$template$$", "()V").code = {0xb1};
