@@ -170,6 +170,13 @@ inline Bytes writeClass(ClassFile& cf) {
     return Bytes(out.getElements(), out.getElements() + out.getSize());
 }
 
+// The offsets of a method's stack map frames, the initial frame's -1 first.
+inline std::vector<int> frameOffsets(CodeAttribute* code) {
+    std::vector<int> offsets;
+    for (int i = 0; i < code->getFrames().getSize(); i++) offsets.push_back(code->getFrames()[i]->getOffset());
+    return offsets;
+}
+
 inline bool operator==(const char* text, const ZString& s) { return s.equals(text); }
 inline void PrintTo(const ZString& s, std::ostream* os) { *os << '"' << s.c_str() << '"'; }
 
