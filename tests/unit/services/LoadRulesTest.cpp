@@ -32,8 +32,7 @@ TEST_F(FullOptions, JoinsPreOptionsAndPostAndTrimsEveryOuterComma) {
 // whatever their version; old IBM by its version or its class version.
 TEST(JvmRecognition, RefusedJvms) {
     struct Case {
-        const char* vendor;
-        const char* version;
+        const char *vendor, *version;
         int jvmti;
         bool ibm;
         const char* classVersion;
