@@ -216,7 +216,8 @@ TEST_F(DBTest, ThreadFrameIndexMapsPairsAndMergesFinishedThreads) {
     EXPECT_EQ((std::vector<int>{g, 1, 700}), row(oldest700));
     EXPECT_EQ((std::vector<int64_t>{g, 7, 7}), cpu(oldest700));
     AllocInfoRecord* alloc = db->getAllocInfoTable()->getPtr(oldest700, false);
-    EXPECT_EQ((std::vector<int64_t>{3, 300, 0}), (std::vector<int64_t>{alloc->myObjectCount, alloc->mySize, alloc->mySummedAge}));
+    EXPECT_EQ((std::vector<int64_t>{3, 300, 0}),
+              (std::vector<int64_t>{alloc->myObjectCount, alloc->mySize, alloc->mySummedAge}));
     // The thread's own rows are deleted and stay in the stream; its map is gone.
     EXPECT_EQ(-1, tfi->getTFI(lock, 2, 10, false));
     EXPECT_EQ(-g, db->getThreadFrameTable()->getRecordModificationStamp(i700));
