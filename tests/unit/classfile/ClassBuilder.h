@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <map>
 #include <ostream>
 #include <memory>
@@ -17,6 +18,9 @@ typedef std::vector<uint8_t> Bytes;
 inline void putU2(Bytes& b, int v) {
     b.push_back((uint8_t)(v >> 8));
     b.push_back((uint8_t)v);
+}
+inline void putU2(Bytes& b, std::initializer_list<int> values) {
+    for (int v : values) putU2(b, v);
 }
 inline void putU4(Bytes& b, uint32_t v) {
     putU2(b, (int)(v >> 16));
@@ -45,11 +49,7 @@ public:
 
     int utf8(const std::string& s) {
         auto it = myUtf8.find(s);
-        if (it != myUtf8.end()) return it->second;
-        Bytes e{1};
-        putU2(e, (int)s.size());
-        e.insert(e.end(), s.begin(), s.end());
-        return myUtf8[s] = add(e);
+        return it != myUtf8.end() ? it->second : (myUtf8[s] = duplicateUtf8(s));
     }
     // A second, equal Utf8 entry, which utf8() would not make.
     int duplicateUtf8(const std::string& s) {
@@ -91,48 +91,35 @@ public:
         int thisClass = cls(name);
         int superClass = cls("java/lang/Object");
         Bytes body;
-        putU2(body, 0x0021);
-        putU2(body, thisClass);
-        putU2(body, superClass);
-        putU2(body, 0);  // interfaces
-        putU2(body, 0);  // fields
-        putU2(body, (int)myMethods.size());
+        putU2(body, {0x0021, thisClass, superClass, 0, 0, (int)myMethods.size()});  // no interfaces, no fields
         for (MethodSpec& m : myMethods) {
-            putU2(body, m.access);
-            putU2(body, utf8(m.name));
-            putU2(body, utf8(m.descriptor));
+            putU2(body, {m.access, utf8(m.name), utf8(m.descriptor)});
             if (!m.withCode) {
                 putU2(body, 0);
                 continue;
             }
             putU2(body, 1);
             Bytes code;
-            putU2(code, m.maxStack);
-            putU2(code, m.maxLocals);
+            putU2(code, {m.maxStack, m.maxLocals});
             putU4(code, (uint32_t)m.code.size());
             append(code, m.code);
             putU2(code, (int)m.exceptions.size());
-            for (auto& e : m.exceptions) {
+            for (auto& e : m.exceptions)
                 for (int v : e) putU2(code, v);
-            }
             int attributes = (m.lines.empty() ? 0 : 1) + (m.locals.empty() ? 0 : 1) + (m.withStackMap ? 1 : 0);
             putU2(code, attributes);
             if (!m.lines.empty()) {
                 putU2(code, utf8("LineNumberTable"));
                 putU4(code, 2 + 4 * (uint32_t)m.lines.size());
                 putU2(code, (int)m.lines.size());
-                for (auto& l : m.lines) {
-                    putU2(code, l.first);
-                    putU2(code, l.second);
-                }
+                for (auto& l : m.lines) putU2(code, {l.first, l.second});
             }
             if (!m.locals.empty()) {
                 putU2(code, utf8("LocalVariableTable"));
                 putU4(code, 2 + 10 * (uint32_t)m.locals.size());
                 putU2(code, (int)m.locals.size());
-                for (auto& v : m.locals) {
+                for (auto& v : m.locals)
                     for (int x : v) putU2(code, x);
-                }
             }
             if (m.withStackMap) {
                 putU2(code, utf8("StackMapTable"));
@@ -145,9 +132,7 @@ public:
         }
         putU2(body, 0);  // class attributes
         Bytes out{0xCA, 0xFE, 0xBA, 0xBE};
-        putU2(out, 0);
-        putU2(out, major);
-        putU2(out, myCount);
+        putU2(out, {0, major, myCount});
         append(out, myPool);
         append(out, body);
         return out;
@@ -183,6 +168,13 @@ inline Bytes writeClass(ClassFile& cf) {
     DataOutput dout(out);
     cf.writeClass(dout);
     return Bytes(out.getElements(), out.getElements() + out.getSize());
+}
+
+// The offsets of a method's stack map frames, the initial frame's -1 first.
+inline std::vector<int> frameOffsets(CodeAttribute* code) {
+    std::vector<int> offsets;
+    for (int i = 0; i < code->getFrames().getSize(); i++) offsets.push_back(code->getFrames()[i]->getOffset());
+    return offsets;
 }
 
 inline bool operator==(const char* text, const ZString& s) { return s.equals(text); }

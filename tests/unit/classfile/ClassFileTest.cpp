@@ -2,7 +2,6 @@
 
 #include "ClassBuilder.h"
 
-
 // iload_0; ifne +5; iconst_1; ireturn; iconst_0; ireturn, with a frame at 6.
 static Bytes branchingClass(int major) {
     ClassBuilder b;
@@ -106,21 +105,6 @@ TEST(ClassFile, LongTakesTwoSlots) {
     EXPECT_EQ(longIndex + 2, again->findOrCreateIntInfo(7));
 }
 
-TEST(ClassFile, Utf8LookupFindsTheLowerOfEqualEntries) {
-    ClassBuilder b;
-    int first = b.utf8("twice");
-    b.duplicateUtf8("twice");
-    b.method("m", "()V").code = {0xb1};
-    auto cf = parseClass(b.build());
-    EXPECT_EQ(first, cf->findOrCreateUtf8(ZString("twice")));
-    EXPECT_EQ(first, cf->findOrCreateUtf8(ZString("twice")));
-    int size = cf->getConstantPool()->getSize();
-    EXPECT_EQ(size, cf->findOrCreateUtf8(ZString("new text")));
-    EXPECT_EQ(size, cf->findOrCreateUtf8(ZString("new text")));
-    int stringIndex = cf->findOrCreateStringInfo(ZString("new text"));
-    EXPECT_EQ(stringIndex, cf->findOrCreateStringInfo(ZString("new text")));
-}
-
 TEST(ClassFile, MacroMethodsAreRemovedAndTheirNamesBlanked) {
     ClassBuilder b;
     b.method("$$template$$", "()V").code = {0xb1};
@@ -219,8 +203,7 @@ TEST(ClassFile, CopiedCodeKeepsItsTableRaw) {
     Bytes once = writeClass(*cf);
     EXPECT_EQ(once, writeClass(*cf));
     auto again = parseClass(once);
-    ASSERT_EQ(2, again->getMethods()[1]->getCodeAttribute()->getFrames().getSize());
-    EXPECT_EQ(6, again->getMethods()[1]->getCodeAttribute()->getFrames()[1]->getOffset());
+    EXPECT_EQ((std::vector<int>{-1, 6}), frameOffsets(again->getMethods()[1]->getCodeAttribute()));
 }
 
 TEST(ClassFile, ParameterTypesComeFromTheDescriptor) {
@@ -247,29 +230,19 @@ TEST(ClassFile, AnnotationsMatchByTypeDescriptor) {
     // One class attribute: two annotations, the first with a nested
     // annotation, an array and an enum among its pairs.
     Bytes body;
-    putU2(body, 2);
-    putU2(body, first);
-    putU2(body, 3);
-    putU2(body, element);
+    putU2(body, {2, first, 3, element});
     body.push_back('@');
-    putU2(body, first);
-    putU2(body, 0);
-    putU2(body, element);
+    putU2(body, {first, 0, element});
     body.push_back('[');
     putU2(body, 2);
     body.push_back('I');
     putU2(body, element);
     body.push_back('s');
-    putU2(body, element);
-    putU2(body, element);
+    putU2(body, {element, element});
     body.push_back('e');
-    putU2(body, first);
-    putU2(body, element);
-    putU2(body, second);
-    putU2(body, 0);
+    putU2(body, {first, element, second, 0});
     bytes.resize(bytes.size() - 2);
-    putU2(bytes, 1);
-    putU2(bytes, visible);
+    putU2(bytes, {1, visible});
     putU4(bytes, (uint32_t)body.size());
     append(bytes, body);
     auto cf = parseClass(bytes);

@@ -2,7 +2,6 @@
 
 #include "ClassBuilder.h"
 
-
 // The index answers as a scan from 1 would: the first of equal entries,
 // entries appended later, and texts changed by a patch.
 TEST(ConstantPoolIndex, FindsTheFirstOfEqualEntriesAndAppendedOnes) {
@@ -33,6 +32,8 @@ TEST(ConstantPoolIndex, FindsTheFirstOfEqualEntriesAndAppendedOnes) {
     EXPECT_EQ(size + 2, cf->findOrCreateLongInfo(7));  // an Integer 7 is no Long 7
     EXPECT_EQ(size + 4, cf->findOrCreateUtf8(ZString("")));
     EXPECT_EQ(size + 4, cf->findOrCreateUtf8(ZString("")));
+    int stringIndex = cf->findOrCreateStringInfo(ZString(""));
+    EXPECT_EQ(stringIndex, cf->findOrCreateStringInfo(ZString("")));
 
     int nameAndType = cf->findOrCreateNameAndType(longA, longB);
     int ref = cf->findOrCreateMethodRef(aClass, longA, longB);

@@ -96,20 +96,16 @@ TEST_F(DBTest, FramesAreFoundByCodePointAndLinkedAsSiblings) {
     EXPECT_NE(fb10, fb11);  // two call lines, two frames
     EXPECT_EQ(fb10, ZFrameStorage::getChild(lock, fa, b, 10));
 
-    FrameRecord* parent = db->getFrameTable()->getPtr(fa, false);
-    EXPECT_EQ(0, parent->myParent);
-    EXPECT_EQ(a, parent->myCodePoint);
-    EXPECT_EQ(fb10, parent->myFirstChild);
-    EXPECT_EQ(g, parent->myStamp);
-    FrameRecord* first = db->getFrameTable()->getPtr(fb10, false);
-    EXPECT_EQ(fb11, first->myNextSibling);
-    EXPECT_EQ(g, first->myStamp);
-    FrameRecord* second = db->getFrameTable()->getPtr(fb11, false);
-    EXPECT_EQ(fa, second->myParent);
-    EXPECT_EQ(-1, second->myNextSibling);
-    EXPECT_EQ(-1, second->myFirstChild);
+    // Stamp, parent, code point, first child, next sibling.
+    auto row = [&](int frame) {
+        FrameRecord* r = db->getFrameTable()->getPtr(frame, false);
+        return std::vector<int>{r->myStamp, r->myParent, r->myCodePoint, r->myFirstChild, r->myNextSibling};
+    };
+    EXPECT_EQ((std::vector<int>{g, 0, a, fb10, -1}), row(fa));
+    EXPECT_EQ((std::vector<int>{g, fa, CodePointStorage::getCodePoint(lock, b, 10), -1, fb11}), row(fb10));
+    EXPECT_EQ((std::vector<int>{g, fa, CodePointStorage::getCodePoint(lock, b, 11), -1, -1}), row(fb11));
     EXPECT_EQ(b, ZFrameStorage::getMethodByFrame(fb11));
-    EXPECT_EQ(11, CodePointStorage::getLine(second->myCodePoint));
+    EXPECT_EQ(11, CodePointStorage::getLine(row(fb11)[2]));
 
     // Later lookups change nothing.
     int since = db->getCurrentGeneration();
@@ -193,10 +189,12 @@ TEST_F(DBTest, ThreadFrameIndexMapsPairsAndMergesFinishedThreads) {
     int oldest10 = tfi->getTFI(lock, 1, 10, true);
     EXPECT_EQ(i10, tfi->getTFI(lock, 2, 10, true));
     EXPECT_EQ(i10, tfi->getTFI(lock, 2, 10, false));
-    ThreadFrameRecord* row = db->getThreadFrameTable()->getPtr(i700, false);
-    EXPECT_EQ(2, row->myTFIIndex);
-    EXPECT_EQ(700, row->myFrame);
-    EXPECT_EQ(1, row->myStamp);
+    // Stamp, thread, frame.
+    auto row = [&](int index) {
+        ThreadFrameRecord* r = db->getThreadFrameTable()->getPtr(index, false);
+        return std::vector<int>{r->myStamp, r->myTFIIndex, r->myFrame};
+    };
+    EXPECT_EQ((std::vector<int>{1, 2, 700}), row(i700));
 
     *db->getCpuProfilingTable()->getPtr(i10, true) = CpuProfilingRecord{1, 100, 1};
     *db->getCpuProfilingTable()->getPtr(i700, true) = CpuProfilingRecord{1, 7, 7};
@@ -206,25 +204,20 @@ TEST_F(DBTest, ThreadFrameIndexMapsPairsAndMergesFinishedThreads) {
     int g = db->getCurrentGeneration();
     tfi->changeThread(lock, 2, 1);
 
-    CpuProfilingRecord* merged = db->getCpuProfilingTable()->getPtr(oldest10, false);
-    EXPECT_EQ(105, merged->myTime);
-    EXPECT_EQ(3, merged->myInvocations);
-    EXPECT_EQ(g, merged->myStamp);
+    auto cpu = [&](int index) {
+        CpuProfilingRecord* r = db->getCpuProfilingTable()->getPtr(index, false);
+        return std::vector<int64_t>{r->myStamp, r->myTime, r->myInvocations};
+    };
+    EXPECT_EQ((std::vector<int64_t>{g, 105, 3}), cpu(oldest10));
     // Frame 10 went first and released its index, which the merged row of
     // frame 700 then took (the pool is last-in first-out).
     int oldest700 = tfi->getTFI(lock, 1, 700, false);
     EXPECT_EQ(i10, oldest700);
-    ThreadFrameRecord* mergedRow = db->getThreadFrameTable()->getPtr(oldest700, false);
-    EXPECT_EQ(1, mergedRow->myTFIIndex);
-    EXPECT_EQ(700, mergedRow->myFrame);
-    EXPECT_EQ(g, mergedRow->myStamp);
-    CpuProfilingRecord* merged700 = db->getCpuProfilingTable()->getPtr(oldest700, false);
-    EXPECT_EQ(7, merged700->myTime);
-    EXPECT_EQ(g, merged700->myStamp);
+    EXPECT_EQ((std::vector<int>{g, 1, 700}), row(oldest700));
+    EXPECT_EQ((std::vector<int64_t>{g, 7, 7}), cpu(oldest700));
     AllocInfoRecord* alloc = db->getAllocInfoTable()->getPtr(oldest700, false);
-    EXPECT_EQ(3, alloc->myObjectCount);
-    EXPECT_EQ(300, alloc->mySize);
-    EXPECT_EQ(0, alloc->mySummedAge);
+    EXPECT_EQ((std::vector<int64_t>{3, 300, 0}),
+              (std::vector<int64_t>{alloc->myObjectCount, alloc->mySize, alloc->mySummedAge}));
     // The thread's own rows are deleted and stay in the stream; its map is gone.
     EXPECT_EQ(-1, tfi->getTFI(lock, 2, 10, false));
     EXPECT_EQ(-g, db->getThreadFrameTable()->getRecordModificationStamp(i700));

@@ -2,6 +2,9 @@
 // each invalid one, and the readable descriptor forms they are matched with.
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 #include "db/SignatureNames.h"
 #include "db/SignatureUtil.h"
 #include "foundation/System.h"
@@ -20,13 +23,7 @@ Parsed parse(const char* pattern) {
 
 TEST(MethodPattern, ValidPatternsInTheirNormalForm) {
     struct Case {
-        const char* pattern;
-        const char* cls;
-        const char* method;
-        const char* signature;
-        const char* returnType;
-        const char* classAnnotation;
-        const char* methodAnnotation;
+        const char *pattern, *cls, *method, *signature, *returnType, *classAnnotation, *methodAnnotation;
     } cases[] = {
         {"java.io.File:delete()", "java.io.File", "delete", "()", "*", "", ""},
         {"java.io.File:delete( )", "java.io.File", "delete", "()", "*", "", ""},
@@ -51,20 +48,18 @@ TEST(MethodPattern, ValidPatternsInTheirNormalForm) {
     for (const Case& c : cases) {
         Parsed p = parse(c.pattern);
         EXPECT_EQ("", p.error) << c.pattern;
-        EXPECT_EQ(c.cls, p.cls) << c.pattern;
-        EXPECT_EQ(c.method, p.method) << c.pattern;
-        EXPECT_EQ(c.signature, p.signature) << c.pattern;
-        EXPECT_EQ(c.returnType, p.returnType) << c.pattern;
-        EXPECT_EQ(c.classAnnotation, p.classAnnotation) << c.pattern;
-        EXPECT_EQ(c.methodAnnotation, p.methodAnnotation) << c.pattern;
+        EXPECT_EQ((std::vector<std::string>{c.cls, c.method, c.signature, c.returnType, c.classAnnotation,
+                                            c.methodAnnotation}),
+                  (std::vector<std::string>{p.cls, p.method, p.signature, p.returnType, p.classAnnotation,
+                                            p.methodAnnotation}))
+            << c.pattern;
     }
 }
 
 TEST(MethodPattern, EachInvalidPatternHasItsExactMessage) {
     const char* syntax = "invalid pattern syntax, must be <class>:<method>(<params>)";
     struct Case {
-        const char* pattern;
-        const char* error;
+        const char *pattern, *error;
     } cases[] = {
         {"java.io.File.delete()", syntax},
         {"a.B:m)(", syntax},
@@ -126,9 +121,7 @@ TEST(MethodPattern, NameRules) {
 
 TEST(MethodPattern, DescriptorConversions) {
     struct Case {
-        const char* descriptor;
-        const char* parameters;
-        const char* returnType;
+        const char *descriptor, *parameters, *returnType;
     } cases[] = {
         {"(ILjava/lang/String;[J)V", "(int, java.lang.String, long[])", "void"},
         {"()Ljava/lang/Object;", "()", "java.lang.Object"},

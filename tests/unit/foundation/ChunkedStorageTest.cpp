@@ -130,7 +130,6 @@ TEST(ZLock, IsRecursive) {
     LockHolder outer(&lock, LOCK_SITE);
     LockHolder inner(&lock, LOCK_SITE);
     LockHolder none(nullptr, LOCK_SITE);
-    EXPECT_STREQ("test", lock.getName().c_str());
 }
 
 TEST(ZIntChunkMap, RecordsSmallerThanAWordCompareOnTheirOwnBytes) {

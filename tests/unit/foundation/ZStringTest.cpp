@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <string>
+#include <vector>
 
 #include "foundation/Failure.h"
 #include "foundation/ZString.h"
@@ -95,21 +97,13 @@ TEST(ZString, ReplaceAllDoesNotRescan) {
 
 TEST(ZString, SplitDropsEmptyTokensAndAppends) {
     ZVectorSafe<ZString> tokens;
-    ZString("a,,b,").split(",", tokens);
-    ASSERT_EQ(2, tokens.getSize());
-    EXPECT_STREQ("a", tokens[0].c_str());
-    EXPECT_STREQ("b", tokens[1].c_str());
-    ZString(",,,").split(",", tokens);
-    EXPECT_EQ(2, tokens.getSize());
-    ZString("a").split(",", tokens);
-    EXPECT_EQ(3, tokens.getSize());
-    EXPECT_STREQ("a", tokens[2].c_str());
+    for (const char* text : {"a,,b,", ",,,", "a"}) ZString(text).split(",", tokens);
     ZString("x;y z").split("; ", tokens);
-    EXPECT_EQ(6, tokens.getSize());
     ZString("a,b").split("", tokens);
-    EXPECT_STREQ("a,b", tokens.peek().c_str());
     ZString("").split(",", tokens);
-    EXPECT_EQ(7, tokens.getSize());
+    std::vector<std::string> all;
+    for (int i = 0; i < tokens.getSize(); i++) all.push_back(tokens[i].c_str());
+    EXPECT_EQ((std::vector<std::string>{"a", "b", "a", "x", "y", "z", "a,b"}), all);
 }
 
 TEST(ZString, TrimKeepsNulAndHighBytes) {

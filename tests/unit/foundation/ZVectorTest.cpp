@@ -4,6 +4,8 @@
 #include "foundation/ZString.h"
 #include "foundation/ZVector.h"
 
+#include <string>
+
 TEST(ZVector, EleventhPushMovesToHeapWithDoubleCapacity) {
     ZVector<int, 10> v;
     for (int i = 0; i < 10; i++) EXPECT_EQ(i, v.push(i));
@@ -56,11 +58,10 @@ TEST(ZVector, CopiesAreIndependent) {
     c.push(99);
     c = a;
     a.set(0, -1);
-    EXPECT_EQ(25, b.getSize());
-    EXPECT_EQ(0, b[0]);
-    EXPECT_EQ(25, c.getSize());
-    EXPECT_EQ(0, c[0]);
-    EXPECT_EQ(24, c[24]);
+    for (ZVector<int>* copy : {&b, &c}) {
+        ASSERT_EQ(25, copy->getSize());
+        for (int i = 0; i < 25; i++) EXPECT_EQ(i, (*copy)[i]);
+    }
 }
 
 TEST(ZVectorSafe, StringsSurviveGrowthRemovalAndCopy) {
@@ -82,11 +83,10 @@ TEST(ZVectorSafe, SortPushAllPushOnce) {
     for (const char* w : words) v.push(ZString(w));
     v.sort();
     ASSERT_EQ(12, v.getSize());
-    EXPECT_STREQ("\xe9t\xe9", v[0].c_str());  // negative as a signed byte
-    EXPECT_STREQ("Zebra", v[1].c_str());
-    EXPECT_STREQ("apple", v[2].c_str());
-    EXPECT_STREQ("apple", v[3].c_str());
-    for (int i = 1; i < v.getSize(); i++) EXPECT_LE(v[i - 1].compareTo(v[i]), 0);
+    std::string sorted;
+    for (int i = 0; i < v.getSize(); i++) sorted += std::string(v[i].c_str()) + " ";
+    // The first is negative as a signed byte.
+    EXPECT_EQ("\xe9t\xe9 Zebra apple apple banana cherry date fig grape kiwi lime pear ", sorted);
 
     EXPECT_FALSE(v.pushOnce(ZString("fig")));
     EXPECT_TRUE(v.pushOnce(ZString("plum")));

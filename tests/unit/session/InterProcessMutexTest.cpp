@@ -29,15 +29,18 @@ protected:
     }
     void TearDown() override {
         alarm(0);
-        int id = shmget(key, 0, 0);
-        if (id >= 0) shmctl(id, IPC_RMID, nullptr);
+        for (key_t used : {key, key + 1, key + 2}) {
+            int id = shmget(used, 0, 0);
+            if (id >= 0) shmctl(id, IPC_RMID, nullptr);
+        }
     }
-    volatile int* ownerWord() { return (volatile int*)createSharedMemoryUnix(key, sizeof(int)); }
+    volatile int* shared(int offset, size_t size) { return (volatile int*)createSharedMemoryUnix(key + offset, size); }
+    volatile int* ownerWord() { return shared(0, sizeof(int)); }
 
     key_t key;
 };
 
-// Runs `body` in a child process and returns its exit status.
+// Runs `body` in a child process.
 template <typename F>
 pid_t startChild(F body) {
     pid_t child = fork();
@@ -68,35 +71,33 @@ TEST_F(InterProcessMutexTest, WordHoldsTheOwnersPid) {
 
 TEST_F(InterProcessMutexTest, SecondProcessWaitsForTheHolder) {
     InterProcessMutex mutex(key);
-    volatile int* shared = (volatile int*)createSharedMemoryUnix(key + 1, 2 * sizeof(int));
-    ASSERT_NE(nullptr, shared);
-    shared[0] = 0;  // set by the parent just before it unlocks
+    volatile int* released = shared(1, sizeof(int));
+    ASSERT_NE(nullptr, released);
+    *released = 0;  // set by the parent just before it unlocks
     mutex.lock();
     pid_t child = startChild([&] {
         InterProcessMutex childMutex(key);
         childMutex.lock();
-        int sawRelease = shared[0];
+        int sawRelease = *released;
         childMutex.unlock();
         return sawRelease == 1 ? 0 : 1;
     });
     z_sleep_ms(350);
-    shared[0] = 1;
+    *released = 1;
     mutex.unlock();
     EXPECT_EQ(0, waitForExit(child));
-    int id = shmget(key + 1, 0, 0);
-    if (id >= 0) shmctl(id, IPC_RMID, nullptr);
 }
 
 // The holder is killed with SIGKILL while it holds the lock.
 TEST_F(InterProcessMutexTest, KilledHolderIsReplaced) {
     volatile int* word = ownerWord();
     ASSERT_NE(nullptr, word);
-    pid_t child = fork();
-    if (child == 0) {
+    pid_t child = startChild([&] {
         InterProcessMutex childMutex(key);
         childMutex.lock();
         for (;;) pause();
-    }
+        return 0;
+    });
     while (*word != child) z_sleep_ms(5);
     kill(child, SIGKILL);
     int status = 0;
@@ -116,7 +117,7 @@ TEST_F(InterProcessMutexTest, LiveHolderIsNotReplaced) {
     volatile int* word = ownerWord();
     ASSERT_NE(nullptr, word);
     *word = 1;  // init never dies
-    volatile int* acquired = (volatile int*)createSharedMemoryUnix(key + 2, sizeof(int));
+    volatile int* acquired = shared(2, sizeof(int));
     ASSERT_NE(nullptr, acquired);
     *acquired = 0;
     pid_t child = startChild([&] {
@@ -131,8 +132,6 @@ TEST_F(InterProcessMutexTest, LiveHolderIsNotReplaced) {
     *word = 0;
     EXPECT_EQ(0, waitForExit(child));
     EXPECT_EQ(1, *acquired);
-    int id = shmget(key + 2, 0, 0);
-    if (id >= 0) shmctl(id, IPC_RMID, nullptr);
 }
 
 TEST_F(InterProcessMutexTest, UnavailableSegmentMakesANoOpMutex) {

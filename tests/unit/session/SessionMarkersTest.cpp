@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include "foundation/System.h"
 #include "session/InterProcessMutex.h"
@@ -33,10 +34,10 @@ protected:
     SessionMarker* slots() {
         return (SessionMarker*)createSharedMemoryUnix(markersKey, MARKER_SLOT_COUNT * sizeof(SessionMarker));
     }
-    static ZVector<int> freePorts(int from, int to) {
+    static std::vector<int> freePorts(int from, int to, bool checkMarkers = true) {
         ZVector<int> ports;
-        fillFreePorts(ports, from, to);
-        return ports;
+        fillFreePorts(ports, from, to, checkMarkers);
+        return std::vector<int>(ports.getElements(), ports.getElements() + ports.getSize());
     }
 
     key_t markersKey;
@@ -71,22 +72,13 @@ TEST_F(SessionMarkersTest, NamesUpTo46BytesStayWholeLongerOnesAreCut) {
 }
 
 TEST_F(SessionMarkersTest, PortsOfLiveMarkersAreTakenFromTheFreeRange) {
-    ZVector<int> all = freePorts(10001, 10004);
-    EXPECT_EQ(4, all.getSize());
-
+    const std::vector<int> all = {10001, 10002, 10003, 10004};
+    EXPECT_EQ(all, freePorts(10001, 10004));
     createMarker(0, AGENT_ROLE, ZString("idle"));
-    EXPECT_EQ(4, freePorts(10001, 10004).getSize()) << "port 0 takes nothing";
-
+    EXPECT_EQ(all, freePorts(10001, 10004)) << "port 0 takes nothing";
     createMarker(10002, AGENT_ROLE, ZString("app"));
-    ZVector<int> ports = freePorts(10001, 10004);
-    ASSERT_EQ(3, ports.getSize());
-    EXPECT_EQ(10001, ports[0]);
-    EXPECT_EQ(10003, ports[1]);
-    EXPECT_EQ(10004, ports[2]);
-
-    ZVector<int> unchecked;
-    fillFreePorts(unchecked, 10001, 10004, false);
-    EXPECT_EQ(4, unchecked.getSize());
+    EXPECT_EQ((std::vector<int>{10001, 10003, 10004}), freePorts(10001, 10004));
+    EXPECT_EQ(all, freePorts(10001, 10004, false));
 }
 
 TEST_F(SessionMarkersTest, MaskSelectsTheMarkers) {
@@ -116,8 +108,7 @@ TEST_F(SessionMarkersTest, ADeadProcessesSlotIsClearedAndReused) {
     ASSERT_EQ(dead, table[deadSlot].myPid);
     EXPECT_EQ("crashed", std::string(getSessionNameFromMarker(dead).c_str())) << "reading clears nothing";
 
-    ZVector<int> ports = freePorts(10003, 10003);
-    EXPECT_EQ(1, ports.getSize()) << "a dead marker's port is free";
+    EXPECT_EQ(std::vector<int>{10003}, freePorts(10003, 10003)) << "a dead marker's port is free";
     EXPECT_EQ(0, table[deadSlot].myPid);
     EXPECT_EQ(0, table[deadSlot].myPort);
     EXPECT_EQ("", std::string(getSessionNameFromMarker(dead).c_str()));
@@ -153,7 +144,7 @@ TEST_F(SessionMarkersTest, WithoutTheSegmentNothingIsMarkedAndEveryPortIsFree) {
     ZVector<int> pids;
     fillMarked(-1, pids);
     EXPECT_EQ(0, pids.getSize());
-    EXPECT_EQ(3, freePorts(10001, 10003).getSize());
+    EXPECT_EQ((std::vector<int>{10001, 10002, 10003}), freePorts(10001, 10003));
     EXPECT_EQ("", std::string(getSessionNameFromMarker(z_getpid()).c_str()));
 }
 

@@ -32,8 +32,6 @@ TEST_F(DBTest, TablesStandInTheirSlotsWithTheirNamesAndFirstIndices) {
     }
     EXPECT_EQ(nullptr, db->getTable(FIXED_TABLE_COUNT));
     EXPECT_EQ(nullptr, db->getTable(-1));
-    EXPECT_EQ(ourMethodTable, db->getMethodTable());
-    EXPECT_EQ(ourFrameTable, db->getFrameTable());
     EXPECT_EQ(1, db->getThreadTable()->peekNextIndex());
     EXPECT_EQ(1, db->getCurrentGeneration());
     EXPECT_THROW(DB(0), KZTRuntimeException);

@@ -8,7 +8,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cmath>
 #include <string>
 #include <thread>
 
@@ -18,6 +17,7 @@
 #include "snapshot/FileBackedSocketWriter.h"
 #include "snapshot/SnapshotWriter.h"
 #include "snapshot/SocketWriter.h"
+#include "TempFile.h"
 
 namespace {
 
@@ -28,21 +28,6 @@ std::vector<uint8_t> readAll(int fd) {
     while ((count = read(fd, piece, sizeof(piece))) > 0) bytes.insert(bytes.end(), piece, piece + count);
     return bytes;
 }
-
-class TempFile {
-public:
-    TempFile() {
-        char pattern[] = "/tmp/corvane-writer-XXXXXX";
-        fd = mkstemp(pattern);
-        path = pattern;
-    }
-    ~TempFile() {
-        if (fd >= 0) close(fd);
-        unlink(path.c_str());
-    }
-    int fd;
-    std::string path;
-};
 
 void writeEveryPut(AbstractWriter& w) {
     w.writeByte(0x81);
@@ -62,14 +47,8 @@ void readEveryPut(StreamReader& r, bool oid32) {
     EXPECT_EQ(0x1234, r.readShort());
     EXPECT_EQ(-2, r.readInt());
     EXPECT_EQ(0x0102030405060708LL, r.readLong());
-    int32_t floatBits = r.readInt();
-    float f;
-    memcpy(&f, &floatBits, 4);
-    EXPECT_EQ(1.5f, f);
-    int64_t doubleBits = r.readLong();
-    double d;
-    memcpy(&d, &doubleBits, 8);
-    EXPECT_EQ(-2.25, d);
+    EXPECT_EQ(0x3FC00000, r.readInt());  // 1.5f
+    EXPECT_EQ((int64_t)0xC002000000000000ULL, r.readLong());  // -2.25
     if (oid32) EXPECT_EQ(0x22334455, r.readInt());
     else EXPECT_EQ(0x1122334455LL, r.readLong());
     EXPECT_EQ("hé", r.readString());
@@ -140,33 +119,26 @@ TEST(AbstractWriter, PrimitivesBySignature) {
     EXPECT_THROW(w.writePrimitive(1, 'L'), KZTRuntimeException);
     EXPECT_THROW(w.writePrimitives(nullptr, 'V', 1), KZTRuntimeException);
 
-    for (const char* p = signatures; *p != 0; p++) {
-        EXPECT_EQ(std::string("11224488").at(p - signatures) - '0', AbstractWriter::getPrimitiveSize(*p));
-    }
+    for (const char* p = signatures; *p != 0; p++)
+        EXPECT_EQ("11224488"[p - signatures] - '0', AbstractWriter::getPrimitiveSize(*p)) << *p;
     EXPECT_EQ(-1, AbstractWriter::getPrimitiveSize('L'));
 
-    jvalue v;
-    v.j = 0;
-    v.b = -3;
-    EXPECT_EQ(-3, AbstractWriter::jvalueAsLong('B', v));
-    v.c = 0xFFFF;
-    EXPECT_EQ(0xFFFF, AbstractWriter::jvalueAsLong('C', v));
-    v.s = -4;
-    EXPECT_EQ(-4, AbstractWriter::jvalueAsLong('S', v));
-    v.i = -5;
-    EXPECT_EQ(-5, AbstractWriter::jvalueAsLong('I', v));
-    v.f = -1.0f;
-    EXPECT_EQ((int64_t)(int32_t)0xBF800000, AbstractWriter::jvalueAsLong('F', v));
-    v.d = 2.0;
-    EXPECT_EQ(0x4000000000000000LL, AbstractWriter::jvalueAsLong('D', v));
-    v.j = 1LL << 40;
-    EXPECT_EQ(1LL << 40, AbstractWriter::jvalueAsLong('J', v));
-    v.j = 0;
-    v.z = 1;
-    EXPECT_EQ(1, AbstractWriter::jvalueAsLong('Z', v));
-    v.z = 2;
-    EXPECT_EQ(0, AbstractWriter::jvalueAsLong('Z', v));
-    EXPECT_EQ(0, AbstractWriter::jvalueAsLong('L', v));
+    auto asLong = [](char signature, void (*set)(jvalue&)) {
+        jvalue v;
+        v.j = 0;
+        set(v);
+        return AbstractWriter::jvalueAsLong(signature, v);
+    };
+    EXPECT_EQ(-3, asLong('B', [](jvalue& v) { v.b = -3; }));
+    EXPECT_EQ(0xFFFF, asLong('C', [](jvalue& v) { v.c = 0xFFFF; }));
+    EXPECT_EQ(-4, asLong('S', [](jvalue& v) { v.s = -4; }));
+    EXPECT_EQ(-5, asLong('I', [](jvalue& v) { v.i = -5; }));
+    EXPECT_EQ((int64_t)(int32_t)0xBF800000, asLong('F', [](jvalue& v) { v.f = -1.0f; }));
+    EXPECT_EQ(0x4000000000000000LL, asLong('D', [](jvalue& v) { v.d = 2.0; }));
+    EXPECT_EQ(1LL << 40, asLong('J', [](jvalue& v) { v.j = 1LL << 40; }));
+    EXPECT_EQ(1, asLong('Z', [](jvalue& v) { v.z = 1; }));
+    EXPECT_EQ(0, asLong('Z', [](jvalue& v) { v.z = 2; }));
+    EXPECT_EQ(0, asLong('L', [](jvalue& v) { v.z = 2; }));
 
     // Arrays element by element, in the writer's order.
     int16_t shorts[] = {1, -2};
