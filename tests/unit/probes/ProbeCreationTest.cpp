@@ -1,7 +1,8 @@
 // Probe classes compiled by javac, valid and broken: what each becomes, and
 // every error line exactly as its author reads it.
+#include <deque>
+
 #include "ProbesTestSupport.h"
-#include "unit/services/LoggerCapture.h"
 
 namespace {
 
@@ -122,7 +123,6 @@ protected:
 
     void SetUp() override {
         ProbesTest::SetUp();
-        fs::create_directories(myWork);
         fs::create_symlink(ourCompiled / "classes", myWork / "classes");
     }
 
@@ -133,12 +133,16 @@ protected:
         return errorsOf(result);
     }
 
-    ProbeDescriptor* valid(const std::string& name, ProbeCreationResult& result) {
+    // The one descriptor of a valid case, null (and the test failed) otherwise.
+    ProbeDescriptor* valid(const std::string& name) {
+        ProbeCreationResult& result = myResults.emplace_back();
         create("cases/" + name, result);
         EXPECT_TRUE(result.isOK()) << errorsOf(result);
         EXPECT_EQ(1, result.getDescriptors().getSize()) << name;
         return result.getDescriptors().isEmpty() ? nullptr : result.getDescriptors()[0];
     }
+
+    std::deque<ProbeCreationResult> myResults;
 
     static fs::path ourCompiled;
 };
@@ -236,8 +240,7 @@ TEST_F(ProbeCreationTest, AClassWithoutPatternsIsScannedAndNothingElse) {
 }
 
 TEST_F(ProbeCreationTest, EveryParameterKindInTheDescriptor) {
-    ProbeCreationResult result;
-    ProbeDescriptor* d = valid("Full", result);
+    ProbeDescriptor* d = valid("Full");
     ASSERT_NE(nullptr, d);
     EXPECT_EQ(ZString("cases/Full"), d->getClassSignature());
     EXPECT_EQ(ZString("a/Root"), d->getInstanceOf());
@@ -280,40 +283,25 @@ TEST_F(ProbeCreationTest, EveryParameterKindInTheDescriptor) {
 }
 
 TEST_F(ProbeCreationTest, ReturnTypesAndThisRestrictions) {
-    {
-        ProbeCreationResult result;
-        ProbeDescriptor* d = valid("Replacing", result);
-        ASSERT_NE(nullptr, d);
+    if (ProbeDescriptor* d = valid("Replacing")) {
         EXPECT_TRUE(d->isOnExit());
         EXPECT_TRUE(d->hasReturnValue());
         EXPECT_EQ(ZString("Ljava/lang/String;"), d->getCallbackReturnType());
         EXPECT_EQ(d->getReturnDescriptor(), d->getExceptionDescriptor());
     }
-    {
-        ProbeCreationResult result;
-        ProbeDescriptor* d = valid("ThisOfClass", result);
-        ASSERT_NE(nullptr, d);
+    if (ProbeDescriptor* d = valid("ThisOfClass")) {
         EXPECT_EQ(ZString("java/lang/String"), d->getInstanceOf()) << "@This of a class type restricts like @InstanceOf";
         EXPECT_EQ(ZString("java.lang.String"), d->getRetransformList()[0]);
     }
-    {
-        ProbeCreationResult result;
-        ProbeDescriptor* d = valid("ThisObject", result);
-        ASSERT_NE(nullptr, d);
+    if (ProbeDescriptor* d = valid("ThisObject")) {
         EXPECT_TRUE(d->getInstanceOf().isEmpty());
         EXPECT_TRUE(d->getRetransformList().isEmpty());
     }
-    {
-        ProbeCreationResult result;
-        ProbeDescriptor* d = valid("EnterResultInHandler", result);
-        ASSERT_NE(nullptr, d);
+    if (ProbeDescriptor* d = valid("EnterResultInHandler")) {
         EXPECT_TRUE(d->usesOnEnterResult());
     }
-    {
-        // A void onReturn beside an int onUncaughtException is accepted on purpose.
-        ProbeCreationResult result;
-        ProbeDescriptor* d = valid("VoidReturnValueException", result);
-        ASSERT_NE(nullptr, d);
+    // A void onReturn beside an int onUncaughtException is accepted on purpose.
+    if (ProbeDescriptor* d = valid("VoidReturnValueException")) {
         EXPECT_EQ(ZString("I"), d->getCallbackReturnType());
         EXPECT_FALSE(d->hasReturnValue());
         EXPECT_TRUE(d->isDiscardThrownException());
@@ -337,15 +325,13 @@ TEST_F(ProbeCreationTest, WarningsGoToTheLog) {
     for (const char* name : {"EnterAndReturn", "EnterAndUncaught", "ThisOfClass", "Replacing"}) {
         create(std::string("cases/") + name, result);
     }
-    std::vector<std::string> messages = log.messages();
-    auto logged = [&](const std::string& text) { return std::find(messages.begin(), messages.end(), text) != messages.end(); };
-    EXPECT_TRUE(logged("warning: probe class cases.EnterAndReturn: onEnter() and onReturn() without "
+    EXPECT_TRUE(hasMessage(log, "warning: probe class cases.EnterAndReturn: onEnter() and onReturn() without "
                        "onUncaughtException(); consider using onExit()")) << log.content();
-    EXPECT_TRUE(logged("warning: probe class cases.EnterAndUncaught: onEnter() and onUncaughtException() without "
+    EXPECT_TRUE(hasMessage(log, "warning: probe class cases.EnterAndUncaught: onEnter() and onUncaughtException() without "
                        "onReturn(); consider using onExit()")) << log.content();
-    EXPECT_FALSE(logged("warning: possible performance issue: probe class pattern is \"*\", none of @InstanceOf, @This, "
+    EXPECT_FALSE(hasMessage(log, "warning: possible performance issue: probe class pattern is \"*\", none of @InstanceOf, @This, "
                         "@RetransformIfInstanceOf specified: cases.ThisOfClass"));
-    EXPECT_TRUE(logged("warning: possible performance issue: probe class pattern is \"*\", none of @InstanceOf, @This, "
+    EXPECT_TRUE(hasMessage(log, "warning: possible performance issue: probe class pattern is \"*\", none of @InstanceOf, @This, "
                        "@RetransformIfInstanceOf specified: cases.Replacing")) << log.content();
 }
 
@@ -371,9 +357,7 @@ TEST_F(ProbeCreationTest, ProbesByNameFromFoldersAndArchivesWithTheirInnerClasse
     EXPECT_EQ(2, result.getDescriptors().getSize());
     // The inner class is not in the archive; the lambda's is no class of its own.
     EXPECT_EQ(ZString("cases.WithInner, cases.ThisObject"), result.getScannedClasses());
-    std::vector<std::string> messages = log.messages();
-    EXPECT_NE(messages.end(), std::find(messages.begin(), messages.end(), "warning: missing inner class: cases/WithInner$Inner"))
-        << log.content();
+    EXPECT_TRUE(hasMessage(log, "warning: missing inner class: cases/WithInner$Inner")) << log.content();
 
     // From the folder, the inner class comes along.
     ProbeCreationResult again;
