@@ -159,8 +159,6 @@ TEST_F(StackCaptureTest, NodeTreesMirrorStacksWithTheirOwnCaches) {
     jvmti.stack.clear();
     push(hidden, 0);
     EXPECT_EQ(0, capture.getTopMethodIndex(nullptr));
-    push(b, 20);
-    push(a, 10);
 
     // Tracing keeps only traced, not excluded, visible methods; a dropped
     // frame drops the pending line too.
