@@ -25,6 +25,13 @@ std::map<std::string, std::string> javaSources(const fs::path& root, const std::
     return sources;
 }
 
+// The targets and probes, with the stand-in Callback of the instrumentation tests.
+std::map<std::string, std::string> programSources() {
+    std::map<std::string, std::string> sources = javaSources(javaDir(), {"targets", "probes"});
+    sources.merge(javaSources(sourceRoot() / "tests/unit/instrumentation/java", {"com"}));
+    return sources;
+}
+
 const char* const PROBES[] = {"probes/Trace",     "probes/Replace", "probes/Discard",      "probes/Bracket", "probes/Out",
                               "probes/Widen",     "probes/ShapeArea", "probes/Timing", "probes/Construction"};
 
@@ -42,7 +49,7 @@ protected:
 };
 
 TEST_F(InjectionTest, CallbacksSeeWhatTheTargetsDo) {
-    compileSources(myWork, javaSources(javaDir(), {"targets", "probes", "com"}));
+    compileSources(myWork, programSources());
     registerProbes(std::vector<std::string>(std::begin(PROBES), std::end(PROBES)));
     std::vector<std::string> changed = rewrite("targets/");
     std::sort(changed.begin(), changed.end());
@@ -117,7 +124,7 @@ TEST_F(InjectionTest, CallbacksSeeWhatTheTargetsDo) {
 }
 
 TEST_F(InjectionTest, SwitchedOffProbesLeaveTheProgramAsItWas) {
-    compileSources(myWork, javaSources(javaDir(), {"targets", "probes", "com"}));
+    compileSources(myWork, programSources());
     registerProbes(std::vector<std::string>(std::begin(PROBES), std::end(PROBES)));
     for (TopProbe* top : Probes::ourTopProbes) top->setActivityMode(PROBE_ACTIVITY_MODE_OFF);
     EXPECT_EQ(4u, rewrite("targets/").size());
