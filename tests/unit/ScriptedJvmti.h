@@ -62,6 +62,12 @@ public:
         methods[key] = std::move(method);
         return (jmethodID)key;
     }
+    // A line table whose line at each location below `count` is the location.
+    static std::vector<std::pair<jlocation, jint>> linesAsLocations(int count = 100) {
+        std::vector<std::pair<jlocation, jint>> lines;
+        for (int i = 0; i < count; i++) lines.push_back({i, i});
+        return lines;
+    }
     void push(jmethodID method, jlocation location) { stack.push_back({method, location}); }
     // The stack as GetStackTraces would hand it out.
     jvmtiStackInfo stackInfo() {

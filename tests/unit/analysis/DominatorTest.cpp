@@ -10,14 +10,6 @@
 
 namespace {
 
-Graph chain(int n) {
-    Graph g;
-    for (int v = 1; v < n; v++) g.add();
-    for (int v = 1; v + 1 < n; v++) g.edge(v, v + 1);
-    g.roots = {1};
-    return g;
-}
-
 Graph fan(int width) {
     Graph g;
     int hub = g.add();
@@ -143,10 +135,7 @@ TEST(DominatorComputerTest, ReferencesOutsideTheMainArea) {
     for (const Shape& shape : shapes()) {
         Graph g = shape.make();
         RefTable graph("t", g.n, 40);
-        for (int v = 1; v < g.n; v++) {
-            graph.createRefs(v, (int)g.succ[v].size());
-            for (size_t k = 0; k < g.succ[v].size(); k++) graph.setRef(v, (int)k, g.succ[v][k]);
-        }
+        setRefs(graph, g);
         BigIntArray64Presized idom("idom", g.n);
         DominatorComputerSnca(g.n, &graph, g.roots.data(), (int)g.roots.size(), &idom).compute();
         std::vector<int> got(idom.getData(), idom.getData() + g.n);

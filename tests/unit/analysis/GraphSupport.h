@@ -30,6 +30,26 @@ struct Graph {
     void edge(int from, int to) { succ[from].push_back(to); }
 };
 
+// 1 -> 2 -> ... -> n - 1, rooted at 1.
+inline Graph chain(int n) {
+    Graph g;
+    for (int v = 1; v < n; v++) g.add();
+    for (int v = 1; v + 1 < n; v++) g.edge(v, v + 1);
+    g.roots = {1};
+    return g;
+}
+
+// The references of every node of `g` into a reference table.
+template <class Refs>
+void setRefs(Refs& refs, int object, const std::vector<int>& targets) {
+    refs.createRefs(object, (int)targets.size());
+    for (size_t k = 0; k < targets.size(); k++) refs.setRef(object, (int)k, targets[k]);
+}
+template <class Refs>
+void setRefs(Refs& refs, const Graph& g) {
+    for (int v = 1; v < g.n; v++) setRefs(refs, v, g.succ[v]);
+}
+
 // Every node reachable: a root per component that the walk misses.
 inline void rootEverything(Graph& g) {
     std::vector<char> seen(g.n, 0);

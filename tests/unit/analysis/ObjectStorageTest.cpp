@@ -19,7 +19,6 @@ TEST(ObjectStorage, CountMustBePositiveAndFit) {
 }
 
 TEST(ObjectStorage, ColumnsReadTheirDefaultsAndKeepLargeValues) {
-    ScratchFolder folder;
     ObjectStorage storage(3000000);
     EXPECT_EQ(-1, storage.getDepthToGcRoot(7));
     EXPECT_EQ(-1, storage.getArrayLength(2999999));
@@ -67,7 +66,6 @@ TEST(ObjectStorage, ColumnsReadTheirDefaultsAndKeepLargeValues) {
 }
 
 TEST(RefTable, MainAreaExtraEntriesAndIterators) {
-    ScratchFolder folder;
     CapturedLog log;
     // A main area of 0x100000 + 10 positions: the third object no longer fits.
     RefTable refs("t", 10, 0x100000 + 10);
@@ -114,10 +112,7 @@ class DominatorFilesTest : public ::testing::Test {
 protected:
     // Objects 1 to 9; 8 is not marked, 9 is marked but a root.
     void SetUp() override {
-        auto refsOf = [&](int object, std::vector<int> targets) {
-            storage.getRefs().createRefs(object, (int)targets.size());
-            for (size_t k = 0; k < targets.size(); k++) storage.getRefs().setRef(object, (int)k, targets[k]);
-        };
+        auto refsOf = [&](int object, std::vector<int> targets) { setRefs(storage.getRefs(), object, targets); };
         refsOf(1, {3, 0, 2, 3, 9, 5});
         refsOf(2, {});
         refsOf(3, {4});

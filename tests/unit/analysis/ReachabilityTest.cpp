@@ -9,10 +9,7 @@ namespace {
 // A storage holding `g` (objects 1 to n - 1, references as given).
 std::unique_ptr<ObjectStorage> storageOf(const Graph& g) {
     std::unique_ptr<ObjectStorage> storage(new ObjectStorage(g.n - 1));
-    for (int v = 1; v < g.n; v++) {
-        storage->getRefs().createRefs(v, (int)g.succ[v].size());
-        for (size_t k = 0; k < g.succ[v].size(); k++) storage->getRefs().setRef(v, (int)k, g.succ[v][k]);
-    }
+    setRefs(storage->getRefs(), g);
     return storage;
 }
 
@@ -118,12 +115,10 @@ TEST(Reachability, DepthsAreBreadthFirstDistances) {
     }
     // A chain longer than a byte: the depths past 254 come back whole, and an
     // object no root reaches stays at -1.
-    Graph chain;
-    for (int v = 1; v < 1000; v++) chain.add();
-    for (int v = 1; v + 2 < 1000; v++) chain.edge(v, v + 1);
-    chain.roots = {1};
-    std::unique_ptr<ObjectStorage> storage = storageOf(chain);
-    Reachability::calculateDepthToGcRoot(*storage, chain.roots.data(), 1);
+    Graph line = chain(999);
+    line.add();
+    std::unique_ptr<ObjectStorage> storage = storageOf(line);
+    Reachability::calculateDepthToGcRoot(*storage, line.roots.data(), 1);
     EXPECT_EQ(997, storage->getDepthToGcRoot(998));
     EXPECT_EQ(253, storage->getDepthToGcRoot(254));
     EXPECT_EQ(-1, storage->getDepthToGcRoot(999));

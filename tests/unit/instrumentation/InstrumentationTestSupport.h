@@ -18,6 +18,7 @@
 #include "db/StringPool.h"
 #include "db/ZMethod.h"
 #include "instrumentation/Instrumentation.h"
+#include "unit/StreamBytes.h"
 #include "unit/classfile/ClassBuilder.h"
 
 inline std::string javaHome() {
@@ -37,9 +38,24 @@ inline int runCommand(const std::string& command, std::string* output) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-inline Bytes readBytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+// A CONSTANT_Methodref to owner.name(descriptor) in the builder's pool.
+inline int methodRef(ClassBuilder& b, const std::string& owner, const std::string& name, const std::string& descriptor) {
+    Bytes nat{12};
+    putU2(nat, b.utf8(name));
+    putU2(nat, b.utf8(descriptor));
+    int nameAndType = b.raw(nat);
+    Bytes ref{10};
+    putU2(ref, b.cls(owner));
+    putU2(ref, nameAndType);
+    return b.raw(ref);
+}
+
+// Runs `java -Xverify:all` on a class path; the test fails on a non-zero exit.
+inline std::string runJava(const std::string& classPath, const std::string& args) {
+    std::string output;
+    int code = runCommand(javaHome() + "/bin/java -Xverify:all -Xshare:off -cp " + classPath + " " + args, &output);
+    EXPECT_EQ(0, code) << output;
+    return output;
 }
 
 inline void writeBytes(const std::string& path, const Bytes& bytes) {
@@ -104,7 +120,7 @@ protected:
             if (!entry.is_regular_file()) continue;
             fs::path target = out / fs::relative(entry.path(), in);
             fs::create_directories(target.parent_path());
-            Bytes original = readBytes(entry.path().string());
+            Bytes original = readFileBytes(entry.path().string());
             std::string name = fs::relative(entry.path(), in).replace_extension("").string();
             Bytes rewritten = wanted(name) ? hook(original, name.c_str()) : Bytes();
             writeBytes(target.string(), rewritten.empty() ? original : rewritten);

@@ -9,17 +9,6 @@
 
 namespace {
 
-int methodRef(ClassBuilder& b, const std::string& owner, const std::string& name, const std::string& descriptor) {
-    Bytes nat{12};
-    putU2(nat, b.utf8(name));
-    putU2(nat, b.utf8(descriptor));
-    int nameAndType = b.raw(nat);
-    Bytes ref{10};
-    putU2(ref, b.cls(owner));
-    putU2(ref, nameAndType);
-    return b.raw(ref);
-}
-
 Bytes op(int opcode, int u2) { return Bytes{(uint8_t)opcode, (uint8_t)(u2 >> 8), (uint8_t)u2}; }
 
 Bytes concat(std::initializer_list<Bytes> parts) {

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "InstrumentationTestSupport.h"
+#include "unit/ScratchFolder.h"
 
 namespace fs = std::filesystem;
 
@@ -17,18 +18,13 @@ class RewrittenProgramTest : public InstrumentationTest {
 protected:
     // Compiles the test program for a release into <work>/classes.
     void compile(const std::string& release) {
-        myWork = fs::temp_directory_path() / ("corvane-instr-" + std::to_string(getpid()) + "-" + release);
-        fs::remove_all(myWork);
+        myWork = fs::path(myScratch.path) / release;
         fs::create_directories(myWork / "classes");
         std::string output;
         std::string command = javaHome() + "/bin/javac --release " + release + " -Xlint:-options -d " +
                               (myWork / "classes").string() + " " + sourceDir() + "/Shapes.java " + sourceDir() +
                               "/com/corvane/runtime/Callback.java";
         ASSERT_EQ(0, runCommand(command, &output)) << output;
-    }
-    void TearDown() override {
-        fs::remove_all(myWork);
-        InstrumentationTest::TearDown();
     }
 
     // Every class but the stand-in Callback, through the hook; the count of rewritten ones.
@@ -39,12 +35,7 @@ protected:
     }
 
     std::string run(const std::string& folder, const std::string& args) {
-        std::string output;
-        int code = runCommand(javaHome() + "/bin/java -Xverify:all -Xshare:off -cp " + (myWork / folder).string() +
-                                  " Shapes " + args,
-                              &output);
-        EXPECT_EQ(0, code) << output;
-        return output;
+        return runJava((myWork / folder).string(), "Shapes " + args);
     }
 
     // Runs both programs and checks what the stubs saw; returns the report.
@@ -75,6 +66,7 @@ protected:
         return std::stol(m[1].str());
     }
 
+    ScratchFolder myScratch;
     fs::path myWork;
 };
 

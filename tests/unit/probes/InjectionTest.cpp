@@ -7,7 +7,6 @@
 
 #include "ProbesTestSupport.h"
 #include "probes/EmptyCallbacks.h"
-#include "unit/services/LoggerCapture.h"
 
 namespace {
 
@@ -26,6 +25,13 @@ std::map<std::string, std::string> javaSources(const fs::path& root, const std::
     return sources;
 }
 
+// The targets and probes, with the stand-in Callback of the instrumentation tests.
+std::map<std::string, std::string> programSources() {
+    std::map<std::string, std::string> sources = javaSources(javaDir(), {"targets", "probes"});
+    sources.merge(javaSources(sourceRoot() / "tests/unit/instrumentation/java", {"com"}));
+    return sources;
+}
+
 const char* const PROBES[] = {"probes/Trace",     "probes/Replace", "probes/Discard",      "probes/Bracket", "probes/Out",
                               "probes/Widen",     "probes/ShapeArea", "probes/Timing", "probes/Construction"};
 
@@ -38,17 +44,12 @@ protected:
     }
 
     std::string run(const std::string& folder, const std::string& mainClass) {
-        std::string output;
-        int code = runCommand(javaHome() + "/bin/java -Xverify:all -Xshare:off -cp " + (myWork / folder).string() + " " +
-                                  mainClass,
-                              &output);
-        EXPECT_EQ(0, code) << output;
-        return output;
+        return runJava((myWork / folder).string(), mainClass);
     }
 };
 
 TEST_F(InjectionTest, CallbacksSeeWhatTheTargetsDo) {
-    compileSources(myWork, javaSources(javaDir(), {"targets", "probes", "com"}));
+    compileSources(myWork, programSources());
     registerProbes(std::vector<std::string>(std::begin(PROBES), std::end(PROBES)));
     std::vector<std::string> changed = rewrite("targets/");
     std::sort(changed.begin(), changed.end());
@@ -123,7 +124,7 @@ TEST_F(InjectionTest, CallbacksSeeWhatTheTargetsDo) {
 }
 
 TEST_F(InjectionTest, SwitchedOffProbesLeaveTheProgramAsItWas) {
-    compileSources(myWork, javaSources(javaDir(), {"targets", "probes", "com"}));
+    compileSources(myWork, programSources());
     registerProbes(std::vector<std::string>(std::begin(PROBES), std::end(PROBES)));
     for (TopProbe* top : Probes::ourTopProbes) top->setActivityMode(PROBE_ACTIVITY_MODE_OFF);
     EXPECT_EQ(4u, rewrite("targets/").size());
@@ -192,25 +193,18 @@ TEST_F(InjectionTest, MethodsThatCannotTakeTheCodeStayAsTheyWere) {
     longest.code.push_back(0xb1);
     MethodSpec& returns = b.method("b", "()V");
     returns.code.assign(10000, 0xb1);  // return, 10000 times
-    Bytes nat{12};
-    putU2(nat, b.utf8("<init>"));
-    putU2(nat, b.utf8("()V"));
-    Bytes ref{10};
-    putU2(ref, b.cls("java/lang/Object"));
-    putU2(ref, b.raw(nat));
-    int init = b.raw(ref);
+    int init = methodRef(b, "java/lang/Object", "<init>", "()V");
     // iload_1; tableswitch (default and 0 -> 24); aload_0; invokespecial; return
     MethodSpec& ctor = b.method("<init>", "(I)V", 0x0001);
     ctor.code = {0x1b, 0xaa, 0, 0, 0, 0, 0, 23, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 23,
                  0x2a, 0xb7, (uint8_t)(init >> 8), (uint8_t)init, 0xb1};
     CapturedLog log;
     EXPECT_TRUE(hook(b.build(), "targets/Huge").empty());
-    std::vector<std::string> messages = log.messages();
     for (const char* expected :
          {"warning: targets.Huge.a() not instrumented by probe probes.Wide because resulting bytecode is too long (A)",
           "warning: targets.Huge.b() not instrumented by probe probes.Wide because resulting bytecode is too long (B)",
           "warning: no 'super' or 'this' call in a constructor: targets.Huge.<init>(int)"}) {
-        EXPECT_NE(messages.end(), std::find(messages.begin(), messages.end(), expected)) << expected << "\n" << log.content();
+        EXPECT_TRUE(hasMessage(log, expected)) << expected << "\n" << log.content();
     }
 }
 
@@ -259,7 +253,7 @@ TEST_F(InjectionTest, PatternsSelectTheMethodsOfJdkClasses) {
                             &output))
         << output;
     for (const char* name : {"java/util/HashMap", "java/io/FileInputStream"}) {
-        EXPECT_FALSE(hook(readBytes((jdk / "java.base" / (std::string(name) + ".class")).string()), name).empty()) << name;
+        EXPECT_FALSE(hook(readFileBytes((jdk / "java.base" / (std::string(name) + ".class")).string()), name).empty()) << name;
     }
     std::set<std::string> instrumented;
     LockHolder lock(&ourLock, LOCK_SITE);

@@ -9,7 +9,9 @@
 
 #include "instrumentation/InstrumentationJoints.h"
 #include "probes/Probes.h"
+#include "unit/ScratchFolder.h"
 #include "unit/instrumentation/InstrumentationTestSupport.h"
+#include "unit/services/LoggerCapture.h"
 
 namespace fs = std::filesystem;
 
@@ -33,6 +35,12 @@ inline void compileSources(const fs::path& dir, const std::map<std::string, std:
     ASSERT_EQ(0, runCommand(command, &output)) << output;
 }
 
+// Whether the log has a message that is exactly `text`.
+inline bool hasMessage(const CapturedLog& log, const std::string& text) {
+    std::vector<std::string> messages = log.messages();
+    return std::find(messages.begin(), messages.end(), text) != messages.end();
+}
+
 inline void removeAllProbes() {
     for (ProbeDescriptor* d : Probes::ourProbeDescriptors) delete d;
     Probes::ourProbeDescriptors.clear();
@@ -51,20 +59,16 @@ protected:
         mySavedJoint = ourProbeJoint;
         ourProbeJoint = {Probes::isDisabledProbeClass, Probes::isAnyProbeApplicable, Probes::applyProbes,
                          Probes::isFilteredMethod};
-        myWork = fs::temp_directory_path() / ("corvane-probes-" + std::to_string(getpid()) + "-" +
-                                              testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(myWork);
     }
     void TearDown() override {
         removeAllProbes();
         ourProbe2ActivityMode.clear();
         ourProbeJoint = mySavedJoint;
-        fs::remove_all(myWork);
         InstrumentationTest::TearDown();
     }
 
     Bytes classBytes(const std::string& internalName) const {
-        return readBytes((myWork / "classes" / (internalName + ".class")).string());
+        return readFileBytes((myWork / "classes" / (internalName + ".class")).string());
     }
 
     // Compiles a probe class into a fresh result.
@@ -85,6 +89,7 @@ protected:
         ASSERT_TRUE(result.isOK()) << result.getAllErrors().c_str();
     }
 
-    fs::path myWork;
+    ScratchFolder myScratch;
+    fs::path myWork = myScratch.path;
     ProbeJoint mySavedJoint;
 };

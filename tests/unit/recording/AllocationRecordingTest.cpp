@@ -24,14 +24,11 @@ protected:
         ourObjectEnumerator.setRecordingStarted();
         ourVmInitCalled = true;
         mySavedCapabilities = ourCapabilities.get();
-        std::vector<std::pair<jlocation, jint>> lines;
-        for (int i = 0; i < 100; i++) lines.push_back({i, i});
-        jvmti.define(SITE, {"site", "()V", "Lp/Alloc;", "Alloc.java", false, lines});
-        jvmti.define(CALLER, {"caller", "()V", "Lp/Alloc;", "Alloc.java", false, lines});
+        jvmti.define(SITE, {"site", "()V", "Lp/Alloc;", "Alloc.java", false, ScriptedJvmti::linesAsLocations()});
+        jvmti.define(CALLER, {"caller", "()V", "Lp/Alloc;", "Alloc.java", false, ScriptedJvmti::linesAsLocations()});
         jvmti.define(SMALL_CLASS, {"", "", "Lp/Small;", "", false, {}});
+        jvmti.push((jmethodID)SITE, 0);  // top first: site, called from caller at line 4
         jvmti.push((jmethodID)CALLER, 4);
-        jvmti.push((jmethodID)SITE, 0);
-        std::swap(jvmti.stack[0], jvmti.stack[1]);  // top first: site, called from caller at line 4
     }
     void TearDown() override {
         ourVmInitCalled = false;
@@ -62,23 +59,17 @@ protected:
     // "path": objects/bytes/age of each alloc_info row of the thread.
     std::map<std::string, std::string> allocations(ThreadInfo* thread) {
         std::map<std::string, std::string> rows;
-        db->getThreadFrameTable()->forEachRecord([&](long long index, ThreadFrameRecord& link) {
-            if (link.myStamp < 1 || link.myTFIIndex != thread->getTFIIndex()) return;
-            AllocInfoRecord* row = db->getAllocInfoTable()->getPtr((int)index, false);
-            if (row == nullptr || row->myStamp < 1) return;
-            rows[pathOf(link.myFrame)] = std::to_string(row->myObjectCount) + "/" + std::to_string(row->mySize) +
-                                         "/" + std::to_string(row->mySummedAge);
+        forEachRow(db->getAllocInfoTable(), thread->getTFIIndex(), [&](const std::string& path, AllocInfoRecord& row) {
+            rows[path] = std::to_string(row.myObjectCount) + "/" + std::to_string(row.mySize) + "/" +
+                         std::to_string(row.mySummedAge);
         });
         return rows;
     }
-
     // The alloc_info row of the thread at the path; zeros when there is none.
     AllocInfoRecord allocation(ThreadInfo* thread, const std::string& path) {
         AllocInfoRecord found;
-        db->getThreadFrameTable()->forEachRecord([&](long long index, ThreadFrameRecord& link) {
-            if (link.myStamp < 1 || link.myTFIIndex != thread->getTFIIndex() || pathOf(link.myFrame) != path) return;
-            AllocInfoRecord* row = db->getAllocInfoTable()->getPtr((int)index, false);
-            if (row != nullptr && row->myStamp >= 1) found = *row;
+        forEachRow(db->getAllocInfoTable(), thread->getTFIIndex(), [&](const std::string& at, AllocInfoRecord& row) {
+            if (at == path) found = row;
         });
         return found;
     }

@@ -42,17 +42,13 @@ protected:
         t->addEvent(e, 5, true);
     }
 
-    std::string name(int str) {
-        const char* text = StringPool::getString(lock, str);
-        return text != nullptr ? text : "?";
-    }
     // Live "monitor" rows as "trn<-owner class path" to "time/count".
     std::map<std::string, std::string> monitors() {
         std::map<std::string, std::string> rows;
         db->getMonitorTable()->forEachRecord([&](long long, MonitorRecord& r) {
             if (r.myStamp < 1) return;
             rows[std::to_string(r.myBlockedTRN) + "<-" + std::to_string(r.myOwnerTRN) + " " +
-                 name(r.myMonitorClass) + " " + pathOf(r.myFrame)] =
+                 text(r.myMonitorClass) + " " + pathOf(r.myFrame)] =
                 std::to_string(r.myTime) + "/" + std::to_string(r.myCount);
         });
         return rows;
@@ -62,7 +58,7 @@ protected:
         std::map<std::string, int64_t> rows;
         db->getExceptionTable()->forEachRecord([&](long long, ExceptionRecord& r) {
             if (r.myStamp < 1) return;
-            rows[std::to_string(r.myTRN) + " " + name(r.myExceptionClass) + " " + pathOf(r.myThrowFrame) + " -> " +
+            rows[std::to_string(r.myTRN) + " " + text(r.myExceptionClass) + " " + pathOf(r.myThrowFrame) + " -> " +
                  pathOf(r.myCatchFrame)] = r.myCount;
         });
         return rows;

@@ -62,6 +62,13 @@ protected:
         CpuTracing::resetForTests();
     }
 
+    // Options given to the agent at this point of the run.
+    static void parseOptions(const std::string& text) {
+        uint64_t capabilities = 0;
+        bool usage = false;
+        ourOptions.parseOptions(ZString(text.c_str()), &capabilities, &usage, false);
+    }
+
     ThreadInfo* newThread(const char* name) {
         ThreadInfo* thread = new ThreadInfo(lock, ZString(name), ZString("main"), 0, 0, nullptr, false);
         thread->onThreadStart(lock);
@@ -70,10 +77,11 @@ protected:
     int method(const char* name, const char* className = "p.C") {
         return ZMethod::getByName(lock, className, name, "()", "void", "C.java", false);
     }
-    std::string nameOf(int m) {
-        const char* text = StringPool::getString(lock, ZMethod::getRecord(m)->myName);
-        return text != nullptr ? text : "?";
+    std::string text(int str) {
+        const char* value = StringPool::getString(lock, str);
+        return value != nullptr ? value : "?";
     }
+    std::string nameOf(int m) { return text(ZMethod::getRecord(m)->myName); }
 
     // A node of the thread's own tree for a path of (method, line) calls.
     int node(ThreadInfo* thread, const std::vector<std::pair<int, int>>& path) {
@@ -102,14 +110,21 @@ protected:
     }
     void play(ThreadInfo* t) { t->playEvents(lock); }
 
-    // The thread's measured frames by path "a/b@3/c" (a call's line after "@").
-    std::map<std::string, FrameMeasure> tree(int tfiIndex) {
-        std::map<std::string, FrameMeasure> result;
+    // f(path, row) for each live row of a table indexed as the thread-frame
+    // table, of the thread's frames; the path is "a/b@3/c" (a call's line after "@").
+    template <class Table, class F>
+    void forEachRow(Table* table, int tfiIndex, F f) {
         db->getThreadFrameTable()->forEachRecord([&](long long index, ThreadFrameRecord& link) {
             if (link.myStamp < 1 || link.myTFIIndex != tfiIndex) return;
-            CpuProfilingRecord* cpu = db->getCpuProfilingTable()->getPtr((int)index, false);
-            if (cpu == nullptr || cpu->myStamp < 1) return;
-            result[pathOf(link.myFrame)] = {cpu->myTime, cpu->myInvocations};
+            auto* row = table->getPtr((int)index, false);
+            if (row != nullptr && row->myStamp >= 1) f(pathOf(link.myFrame), *row);
+        });
+    }
+    // The thread's measured frames by path.
+    std::map<std::string, FrameMeasure> tree(int tfiIndex) {
+        std::map<std::string, FrameMeasure> result;
+        forEachRow(db->getCpuProfilingTable(), tfiIndex, [&](const std::string& path, CpuProfilingRecord& cpu) {
+            result[path] = {cpu.myTime, cpu.myInvocations};
         });
         return result;
     }

@@ -18,10 +18,7 @@ protected:
     // The settings folder of the user mustn't count here.
     static constexpr const char* MISSING_FILE = "/nonexistent/corvane-settings.txt";
     static void setSettingsPaths(const std::string& path) {
-        uint64_t capabilities = 0;
-        bool usage = false;
-        std::string options = "sampling_settings_path=" + path + ",tracing_settings_path=" + path;
-        ourOptions.parseOptions(ZString(options.c_str()), &capabilities, &usage, false);
+        parseOptions("sampling_settings_path=" + path + ",tracing_settings_path=" + path);
     }
 };
 

@@ -16,9 +16,7 @@ protected:
         RecordingTest::TearDown();
     }
     static void setDeadThreadLimit(int limit) {
-        uint64_t capabilities = 0;
-        bool usage = false;
-        ourOptions.parseOptions(ZString("deadthreadlimit=") + ZString::fromLong(limit), &capabilities, &usage, false);
+        parseOptions("deadthreadlimit=" + std::to_string(limit));
         ASSERT_EQ(limit, ourOptions.getDeadThreadLimit());
     }
 

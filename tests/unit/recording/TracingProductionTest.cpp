@@ -13,9 +13,7 @@ protected:
     }
     // Fake method n is p.C.m<n>()V, whose line at location L is L.
     jmethodID fake(int n) {
-        std::vector<std::pair<jlocation, jint>> lines;
-        for (int i = 0; i < 100; i++) lines.push_back({i, i});
-        return jvmti.define(n, {"m" + std::to_string(n), "()V", "Lp/C;", "C.java", false, lines});
+        return jvmti.define(n, {"m" + std::to_string(n), "()V", "Lp/C;", "C.java", false, ScriptedJvmti::linesAsLocations()});
     }
     // The method index of fake method n, instrumented for tracing.
     int traced(int n) {

@@ -49,6 +49,10 @@ public final class Callback {
         return cachedFrame + 1;
     }
 
+    public static long getUptimeMs() {
+        return System.nanoTime() / 1_000_000;
+    }
+
     public static synchronized void report() {
         inside = true;
         System.out.println("calls entries=" + entries + " exits=" + exits + " lines=" + lines + " inits=" + inits
