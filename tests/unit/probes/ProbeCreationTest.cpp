@@ -103,6 +103,11 @@ protected:
         ProbesTest::SetUp();
         fs::create_symlink(ourCompiled / "classes", myWork / "classes");
     }
+    // The results' descriptors point to top probes that the base class frees.
+    void TearDown() override {
+        myResults.clear();
+        ProbesTest::TearDown();
+    }
 
     // The error lines of one case, joined.
     std::string errors(const std::string& name) {

@@ -27,7 +27,8 @@ class RegistryTest {
     void registeringSwitchingAndRemovingRetransformExactlyTheClassesConcerned(@TempDir Path dir) throws Exception {
         Path jar = ProbeBuild.probeJar(dir, "registry");
         Path probe = dir.resolve("registry-classes/registry/CountProbe.class");
-        // Without the built-in probes, whose classes the starts and stops of profiling would hand back too.
+        // Without the built-in probes, whose classes the starts and stops of profiling would hand back too;
+        // AgentLoadingSupport stays on whatever the options say.
         AgentJvm.Run run = AgentJvm.run(dir, "quiet,probe_disable=com.corvane.probes.builtin.*", System.getProperty("corvane.probes.classes"),
                 "RegistryApp",
                 probe.toString(), jar.toString());
@@ -38,14 +39,14 @@ class RegistryTest {
                 "again: Error: probe class registry.CountProbe: probe class with such name has already been registered"
                         + " | probe 200",
                 "garbage: Error: invalid class file | probe 300",
-                "on: [registry.CountProbe] | probe 400",
+                "on: [com.corvane.probes.builtin.AgentLoadingSupport, registry.CountProbe] | probe 400",
                 "off: null | probe 400",
                 "isOn: false | probe 400",
                 "offAgain: null | probe 400",
                 "badMode: unsupported probeActivityMode: 3 | probe 400",
                 "onAgain: null | probe 500",
                 "unregister: null | probe 500",
-                "offList: [] | probe 500",
+                "offList: [com.corvane.probes.builtin.AgentLoadingSupport] | probe 500",
                 "missing: Error: probe class registry.Missing: class not found | probe 500",
                 "byName: null | probe 600",
                 "auto: null | probe 600",
