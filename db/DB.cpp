@@ -16,6 +16,9 @@ void (*DB::ourCreatePseudoThreads)(const LockHolder&) = nullptr;
 
 static const int INITIAL_TABLE_SIZE = 1024;
 static const int METHOD_TABLE_SIZE = 0xa00000;
+// Rows of all event tables: the chunk pointers of four million rows (128 KB)
+// are made at once, so that recording rows does not copy them again and again.
+static const int EVENT_TABLE_SIZE = 0x400000;
 
 DB* getDBOrFail(const char* file, int line) {
     if (ourDB == nullptr) Logger::error("db is NULL", file, line);
@@ -55,7 +58,7 @@ DB::DB(int telemetryLimit)
     myPropertyTable = createTable<PropertyTable>("properties", 1, INITIAL_TABLE_SIZE);
     myTelemetryTable = createTable<TelemetryTable>("tele", 0, telemetryLimit);
     myExceptionTable = createTable<ExceptionTable>("exception", 1, INITIAL_TABLE_SIZE);
-    myEventRecordTable = createTable<EventRecordTable>("event", 1, INITIAL_TABLE_SIZE);
+    myEventRecordTable = createTable<EventRecordTable>("event", 1, EVENT_TABLE_SIZE);
     myCodePointTable = createTable<CodePointTable>("code_point", 1, INITIAL_TABLE_SIZE);
     myCallCountTable = createTable<CallCountTable>("call_count", 1, INITIAL_TABLE_SIZE);
     myAllocPointTable = createTable<AllocPointTable>("alloc_point", 1, INITIAL_TABLE_SIZE);

@@ -102,12 +102,20 @@ static void stamp(DB* db, EventRecord* row) {
     row->myStamp = db->getCurrentGeneration();
 }
 
+// The row found last: a row's events come one after another, and a row that
+// still holds its event id is that event's row, as event ids are never reused.
+static int ourLastRowIndex = 0;
+
 EventRecord* EventTableRows::findOrCreateRow(const LockHolder&, DB* db, int eventId, EventTable* table) {
     EventRecordTable* rows = db->getEventRecordTable();
+    EventRecord* last = ourLastRowIndex > 0 ? rows->getPtr(ourLastRowIndex, false) : nullptr;
+    if (last != nullptr && last->myEventId == eventId && last->myStamp > 0) return last;
     int known = eventRows().get(eventId, 0);
     if (known > 0) {
         EventRecord* row = rows->getPtr(known, false);
-        return row != nullptr && row->myStamp > 0 ? row : nullptr;
+        if (row == nullptr || row->myStamp <= 0) return nullptr;
+        ourLastRowIndex = known;
+        return row;
     }
     EventTable* top = getTopMasterTable(db, table);
     // Over the limit the row is dropped without a word: setters find nothing.
@@ -122,6 +130,7 @@ EventRecord* EventTableRows::findOrCreateRow(const LockHolder&, DB* db, int even
     row->myTableId = table->getId();
     stamp(db, row);
     eventRows().put(eventId, index);
+    ourLastRowIndex = index;
     return row;
 }
 

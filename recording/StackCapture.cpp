@@ -177,13 +177,11 @@ int NodeStackCapture::readCurrentStack(JNIEnv* env, int maxDepth, jvmtiError* er
     return *error == JVMTI_ERROR_NONE ? count : 0;
 }
 
-// Bottom up. A frame whose method flags, masked by `mask`, are not `wanted`
-// is left out; with `dropLine` so is the line at which the frame below it
+// The `count` frames in the buffer as a node, bottom up. A frame whose method
+// flags, masked by `mask`, are not `wanted` is left out; with `dropLine` so is the line at which the frame below it
 // called on.
-int NodeStackCapture::walkCurrentStack(JNIEnv* env, int mask, int wanted, bool dropLine, bool lines, int* lastLine) {
-    jvmtiError error = JVMTI_ERROR_NONE;
-    int count = readCurrentStack(env, MAX_STACK_DEPTH, &error);
-    check_JVMTI_error(error);
+int NodeStackCapture::walkCurrentStack(JNIEnv* env, int count, int mask, int wanted, bool dropLine, bool lines,
+                                       int* lastLine) {
     int node = 0;
     int line = 0;
     for (int i = count - 1; i >= 0; i--) {
@@ -200,8 +198,37 @@ int NodeStackCapture::walkCurrentStack(JNIEnv* env, int mask, int wanted, bool d
     return node;
 }
 
+bool NodeStackCapture::isRememberedStack(int count) const {
+    return count == myRememberedCount && memcmp(myFrameBuffer, myRememberedFrames, count * sizeof(jvmtiFrameInfo)) == 0;
+}
+
+void NodeStackCapture::rememberStack(int count, int node, int lastLine) {
+    if (count > REMEMBERED_DEPTH) {
+        myRememberedCount = -1;
+        return;
+    }
+    memcpy(myRememberedFrames, myFrameBuffer, count * sizeof(jvmtiFrameInfo));
+    myRememberedCount = count;
+    myRememberedNode = node;
+    myRememberedLastLine = lastLine;
+}
+
 int NodeStackCapture::fillCurrentNodeJvmti_notForTracing_noOwnLine(JNIEnv* env, int* lastLine) {
-    return walkCurrentStack(env, METHOD_FLAG_INVISIBLE, 0, false, true, lastLine);
+    jvmtiError error = JVMTI_ERROR_NONE;
+    int count = readCurrentStack(env, MAX_STACK_DEPTH, &error);
+    check_JVMTI_error(error);
+    int line = 0;
+    int node = 0;
+    if (isRememberedStack(count)) {
+        node = myRememberedNode;
+        line = myRememberedLastLine;
+    } else {
+        // Invisibility is fixed when a method is first seen.
+        node = walkCurrentStack(env, count, METHOD_FLAG_INVISIBLE, 0, false, true, &line);
+        rememberStack(count, node, line);
+    }
+    if (lastLine != nullptr) *lastLine = line;
+    return node;
 }
 
 int NodeStackCapture::fillCurrentNodeJvmti_notForTracing_withOwnLine(JNIEnv* env) {
@@ -211,8 +238,13 @@ int NodeStackCapture::fillCurrentNodeJvmti_notForTracing_withOwnLine(JNIEnv* env
 }
 
 int NodeStackCapture::fillCurrentNodeJvmti_forTracing(JNIEnv* env, bool lines) {
+    jvmtiError error = JVMTI_ERROR_NONE;
+    int count = readCurrentStack(env, MAX_STACK_DEPTH, &error);
+    check_JVMTI_error(error);
+    // Not remembered: which methods are traced changes as classes are
+    // instrumented again.
     const int mask = METHOD_FLAG_TRACED | METHOD_FLAG_EXCLUDED | METHOD_FLAG_INVISIBLE;
-    return walkCurrentStack(env, mask, METHOD_FLAG_TRACED, true, lines, nullptr);
+    return walkCurrentStack(env, count, mask, METHOD_FLAG_TRACED, true, lines, nullptr);
 }
 
 // A wrapped native runs under its prefixed name below its wrapper: what it

@@ -73,10 +73,21 @@ private:
     // walk where it can, else by GetStackTrace, whose error
     // goes to `error`; the frame count.
     int readCurrentStack(JNIEnv* env, int maxDepth, jvmtiError* error);
-    int walkCurrentStack(JNIEnv* env, int mask, int wanted, bool dropLine, bool lines, int* lastLine);
+    int walkCurrentStack(JNIEnv* env, int count, int mask, int wanted, bool dropLine, bool lines, int* lastLine);
+
+    // The walk that skips only invisible frames, remembered for the stack it
+    // was made from: methods, lines and nodes never change for given frames,
+    // so the same frames give the same node without a lookup.
+    static constexpr int REMEMBERED_DEPTH = 64;
+    bool isRememberedStack(int count) const;
+    void rememberStack(int count, int node, int lastLine);
 
     ZNodeTree* myTree;
     ZMap<MethodAndLocation, int> myLineCache;
     ZMap<jmethodID, int> myMethodCache;
+    int myRememberedCount = -1;
+    int myRememberedNode = 0;
+    int myRememberedLastLine = 0;
+    jvmtiFrameInfo myRememberedFrames[REMEMBERED_DEPTH];
     jvmtiFrameInfo myFrameBuffer[MAX_STACK_DEPTH];
 };

@@ -100,6 +100,14 @@ ZString createZS(JNIEnv* env, jstring text) {
 
 ZString* createZSPtr(JNIEnv* env, jstring text) {
     if (text == nullptr) return new ZString();
+    // A short text is converted on the stack: the JVM makes no copy of its own.
+    char buffer[256];
+    jsize length = env->GetStringLength(text);
+    if (length <= (jsize)(sizeof(buffer) / 3)) {
+        jsize bytes = env->GetStringUTFLength(text);
+        env->GetStringUTFRegion(text, 0, length, buffer);
+        return new ZString(buffer, bytes);
+    }
     const char* chars = env->GetStringUTFChars(text, nullptr);
     if (chars == nullptr) {
         Logger::message("error: GetStringUTFChars failed");

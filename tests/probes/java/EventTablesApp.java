@@ -3,7 +3,7 @@ import java.lang.reflect.Method;
 // Event tables written through the agent's natives, as probes write them:
 // requests (a master table) with their queries (a dependent table) from three
 // threads, one request failing; rows shorter than a table's minimum duration;
-// a message; descriptions the agent refuses, with their codes; and object maps
+// a message in characters beyond ASCII; descriptions the agent refuses, with their codes; and object maps
 // from objects to rows, which keep no object alive.
 public class EventTablesApp {
     static Class<?> callback;
@@ -64,7 +64,13 @@ public class EventTablesApp {
             Thread.sleep(sleep);
             call("closeEventTableRow", slow, row, false, null);
         }
-        call("messageToTable", "Test", "hello", "from the program");
+        // A text of two- and three-byte characters, and one longer than the
+        // agent converts on its stack.
+        StringBuilder detail = new StringBuilder();
+        for (int i = 0; i < 12; i++) {
+            detail.append("from the program ");
+        }
+        call("messageToTable", "Test", "h\u00e9llo \u2014 \u65e5\u672c", detail.toString());
         String[] refused = {"", "Name", "Name\nx\n", "Name\n2\nuptime_ns\n1\n", "Name\n2\nuptime_ns\n1\nother\n",
             "Name\n1\nuptime_ns\n6\n"};
         StringBuilder codes = new StringBuilder();

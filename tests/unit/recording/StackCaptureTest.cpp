@@ -178,3 +178,49 @@ TEST_F(StackCaptureTest, NodeTreesMirrorStacksWithTheirOwnCaches) {
     jvmti.stack.clear();
     EXPECT_EQ(0, capture.getTopMethodIndex(nullptr));
 }
+
+// The last stack is remembered with its node: the same frames give the same
+// node, and any other frame, however deep, gives its own.
+TEST_F(StackCaptureTest, ARememberedStackServesOnlyTheSameFrames) {
+    jmethodID a = plain(1, "a");
+    jmethodID b = plain(2, "b");
+    int ma = methodOf(a);
+    int mb = methodOf(b);
+    int own = ownLineNumberMethod;
+    using Frames = std::vector<std::pair<jmethodID, jlocation>>;  // top first
+    using Path = std::vector<std::pair<int, int>>;
+    ZNodeTree tree;
+    NodeStackCapture capture(&tree);
+    auto walk = [&](const Frames& frames) {
+        jvmti.stack.clear();
+        for (const auto& frame : frames) push(frame.first, frame.second);
+        return nodePath(tree, capture.fillCurrentNodeJvmti_notForTracing_withOwnLine(nullptr));
+    };
+    // Deeper than what is remembered: a and b taking turns, the bottom one varied.
+    Frames deep;
+    Path deepPath;
+    for (int i = 0; i < 70; i++) deep.push_back({i % 2 == 0 ? b : a, 10});
+    for (int i = 69; i >= 0; i--) deepPath.push_back({i % 2 == 0 ? mb : ma, i == 69 ? 0 : 101});
+    deepPath.push_back({own, 101});
+    Frames deepOther = deep;
+    deepOther.back().second = 20;
+    Path deepOtherPath = deepPath;
+    deepOtherPath[1].second = 102;
+    struct Case {
+        const char* what;
+        Frames frames;
+        Path expected;
+    } cases[] = {
+        {"first", {{b, 20}, {a, 10}}, {{ma, 0}, {mb, 101}, {own, 102}}},
+        {"again", {{b, 20}, {a, 10}}, {{ma, 0}, {mb, 101}, {own, 102}}},
+        {"top moved on", {{b, 30}, {a, 10}}, {{ma, 0}, {mb, 101}, {own, 103}}},
+        {"caller moved on", {{b, 30}, {a, 0}}, {{ma, 0}, {mb, 100}, {own, 103}}},
+        {"one deeper", {{a, 0}, {b, 30}, {a, 0}}, {{ma, 0}, {mb, 100}, {ma, 103}, {own, 100}}},
+        {"one fewer", {{a, 0}, {b, 30}}, {{mb, 0}, {ma, 103}, {own, 100}}},
+        {"deep", deep, deepPath},
+        {"deep, bottom moved", deepOther, deepOtherPath},
+        {"deep again", deep, deepPath},
+        {"back", {{b, 20}, {a, 10}}, {{ma, 0}, {mb, 101}, {own, 102}}},
+    };
+    for (const Case& c : cases) EXPECT_EQ(c.expected, walk(c.frames)) << c.what;
+}

@@ -65,6 +65,13 @@ public:
             return object(text)->text.c_str();
         };
         myTable.GetStringUTFLength = [](JNIEnv*, jstring text) { return (jsize)object(text)->text.size(); };
+        // Texts of one-byte characters: as many characters as bytes.
+        myTable.GetStringLength = [](JNIEnv*, jstring text) { return (jsize)object(text)->text.size(); };
+        myTable.GetStringUTFRegion = [](JNIEnv*, jstring text, jsize start, jsize length, char* out) {
+            std::string part = object(text)->text.substr(start, length);
+            memcpy(out, part.c_str(), part.size() + 1);
+            ourFake->regionReads++;
+        };
         myTable.ReleaseStringUTFChars = [](JNIEnv*, jstring, const char*) { ourFake->releasedStrings++; };
         myTable.NewStringUTF = [](JNIEnv*, const char* text) { return ourFake->string(text); };
     }
@@ -107,6 +114,7 @@ public:
     std::vector<std::string> calls;
     int deletedLocalRefs = 0;
     int releasedStrings = 0;
+    int regionReads = 0;
     bool utfCharsFail = false;
     std::string missingClass;
 
@@ -188,14 +196,21 @@ TEST(JvmGlueTest, JavaStringsBecomeZStringsByteForByte) {
     EXPECT_EQ("a\xC0\x80z", str(text));
     EXPECT_EQ(1, jvm.releasedStrings);
 
-    ZString* copy = createZSPtr(jvm.env(), jvm.string("on the heap"));
-    EXPECT_EQ("on the heap", str(*copy));
-    delete copy;
+    // A short text is read into the agent's own buffer, a long one through the
+    // JVM's copy; both whole.
+    std::string longText(200, 'x');
+    for (const std::string& value : {std::string("on the heap"), std::string(85, 's'), longText}) {
+        ZString* copy = createZSPtr(jvm.env(), jvm.string(value));
+        EXPECT_EQ(value, str(*copy));
+        delete copy;
+    }
+    EXPECT_EQ(2, jvm.regionReads);
+    EXPECT_EQ(2, jvm.releasedStrings);
     ZString* none = createZSPtr(jvm.env(), nullptr);
     EXPECT_TRUE(none->isEmpty());
     delete none;
     jvm.utfCharsFail = true;
-    ZString* failed = createZSPtr(jvm.env(), jvm.string("lost"));
+    ZString* failed = createZSPtr(jvm.env(), jvm.string(longText));
     EXPECT_TRUE(failed->isEmpty());
     delete failed;
     EXPECT_EQ("error: GetStringUTFChars failed", log.messages().back());

@@ -253,7 +253,7 @@ TEST_F(DBTest, StatisticsCountLiveRowsAndAddUp) {
         for (int v = 0; v < (i == 2 ? 11 : 4); v++) row->myValues.push(v);
     }
     ZString text = db->getStatistics();
-    EXPECT_TRUE(text.contains("event                records=       3/       0 -     1280 allocated=0 MB (="));
+    EXPECT_TRUE(text.contains("event                records=       3/       0 -  4194560 allocated=0 MB (="));
     EXPECT_TRUE(text.contains("\n  counted records: total=3 with_excess=1\n"));
     EXPECT_TRUE(text.contains("\n  myValues length: total=19 avg=6 max=11\n"));
     EXPECT_TRUE(text.contains("\ntelemetryLimit=5\n"));

@@ -65,7 +65,7 @@ class EventTablesTest {
         assertEquals("slept 120", slow.get(0).get("Name"));
         assertTrue((Long) slow.get(0).get("duration_ns") >= 120_000_000L, slow.toString());
         Map<String, Object> message = tables.rows(tables.table("Messages")).get(0);
-        assertEquals(List.of("main", "Test", "hello", "from the program"),
+        assertEquals(List.of("main", "Test", "h\u00e9llo \u2014 \u65e5\u672c", "from the program ".repeat(12)),
                 List.of(message.get("thread"), message.get("Category"), message.get("Text"), message.get("Detail")));
 
         ToolRun list = ToolRun.of("events", snapshot.toString());
