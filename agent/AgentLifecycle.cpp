@@ -57,19 +57,32 @@ static void exportInternalMisc(JNIEnv* env) {
     Logger::message(ZString("AddModuleExports returned ") + getJvmtiErrorName(ourJVMTI, error));
 }
 
-static void retransformEarlyClass(JNIEnv* env, const char* name) {
-    Logger::message(ZString("Retransform early class: ") + name);
-    jclass klass = env->FindClass(name);
-    if (klass == nullptr) {
-        env->ExceptionClear();
-        return;
+// Classes that the JVM loaded before the agent could instrument them, each
+// logged by name. They go to the JVM in one request, which walks the loaded
+// classes once; if it fails, each class is tried alone, so that the one that
+// fails is told and the others are still instrumented.
+static void retransformEarlyClasses(JNIEnv* env, const char* const* names, int count) {
+    jclass classes[4];
+    int found = 0;
+    for (int i = 0; i < count && found < 4; i++) {
+        Logger::message(ZString("Retransform early class: ") + names[i]);
+        jclass klass = env->FindClass(names[i]);
+        if (klass == nullptr) {
+            env->ExceptionClear();
+            continue;
+        }
+        classes[found++] = klass;
     }
-    jvmtiError error = ourJVMTI->RetransformClasses(1, &klass);
-    if (error != JVMTI_ERROR_NONE) {
-        Logger::message(ZString("warning: retransform early class failed: ") + getJvmtiErrorName(ourJVMTI, error));
+    if (found > 0 && ourJVMTI->RetransformClasses(found, classes) != JVMTI_ERROR_NONE) {
         cleanupAfterRetransformClassesFailure(env);
+        for (int i = 0; i < found; i++) {
+            jvmtiError error = ourJVMTI->RetransformClasses(1, &classes[i]);
+            if (error == JVMTI_ERROR_NONE) continue;
+            Logger::message(ZString("warning: retransform early class failed: ") + getJvmtiErrorName(ourJVMTI, error));
+            cleanupAfterRetransformClassesFailure(env);
+        }
     }
-    env->DeleteLocalRef(klass);
+    for (int i = 0; i < found; i++) env->DeleteLocalRef(classes[i]);
 }
 
 static jstring javaString(JNIEnv* env, const ZString& text) {
@@ -106,8 +119,6 @@ bool agentInit(JNIEnv* env) {
     }
 
     if (ourIsJava9orNewer && !isAttaching()) {
-        retransformEarlyClass(env, "java/io/FileInputStream");
-        retransformEarlyClass(env, "java/io/FileOutputStream");
         // The probe Threads applies to the class of threads, which the JVM
         // loads long before the agent may instrument anything.
         bool threads = false;
@@ -115,7 +126,8 @@ bool agentInit(JNIEnv* env) {
             LockHolder lock(&ourLock, LOCK_SITE);
             threads = Probes::findTopProbe(lock, ZString(BUILTIN_PROBE_PACKAGE) + "Threads") != nullptr;
         }
-        if (threads) retransformEarlyClass(env, "java/lang/Thread");
+        const char* const early[] = {"java/io/FileInputStream", "java/io/FileOutputStream", "java/lang/Thread"};
+        retransformEarlyClasses(env, early, threads ? 3 : 2);
     }
 
     jthread detector = createThread(env, OOME_DETECTOR_THREAD_NAME);

@@ -15,8 +15,13 @@ FILE* z_fopen(const char* path, const char* mode) {
 }
 
 // Reads to the end rather than trusting a size: files under /proc report 0.
+// The size a file does report is taken at once.
 bool readFileFromDescriptor(int fd, ZVector<unsigned char, 10>& result) {
     if (fd < 0) return false;
+    struct stat info;
+    if (fstat(fd, &info) == 0 && info.st_size > 0 && info.st_size < INT_MAX / 2) {
+        result.reserve(result.getSize() + (int)info.st_size);
+    }
     unsigned char buffer[8192];
     for (;;) {
         ssize_t n = read(fd, buffer, sizeof(buffer));

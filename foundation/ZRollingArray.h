@@ -3,17 +3,25 @@
 #pragma once
 
 #include <cstdint>
+#include <new>
 
 #include "foundation/Failure.h"
 
 template <typename T>
 class ZRollingArray {
 public:
+    // The storage is taken at once, but a record is made only when its
+    // position is first used: a long ring that a short run never fills costs
+    // no more than its rows.
     explicit ZRollingArray(int capacityInRows) : records(nullptr), capacity(capacityInRows), first(0), end(0) {
         if (capacity < 1) zmapFail(__LINE__);
-        records = new T[capacity];
+        records = static_cast<T*>(::operator new(sizeof(T) * (size_t)capacity));
     }
-    ~ZRollingArray() { delete[] records; }
+    ~ZRollingArray() {
+        long long made = end < capacity ? end : capacity;
+        for (long long i = 0; i < made; i++) records[i].~T();
+        ::operator delete(records);
+    }
     ZRollingArray(const ZRollingArray&) = delete;
     ZRollingArray& operator=(const ZRollingArray&) = delete;
 
@@ -24,6 +32,7 @@ public:
     // Appends a row and returns its index and storage.
     long long addRow(T** row) {
         long long index = end++;
+        if (index < capacity) new (&records[index]) T();
         if (end - first > capacity) first++;
         *row = &records[index % capacity];
         return index;

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <sys/ipc.h>
+#include <sys/mman.h>
 #include <sys/shm.h>
 
 #include "foundation/Failure.h"
@@ -10,6 +11,11 @@
 
 static const int SHARED_MEMORY_FLAGS = 01666;  // IPC_CREAT and read-write for all
 static const int LOCK_RETRY_SLEEP_MS = 100;
+#ifdef MADV_POPULATE_READ
+static const int MADV_POPULATE_READ_REQUEST = MADV_POPULATE_READ;
+#else
+static const int MADV_POPULATE_READ_REQUEST = 22;  // Linux 5.14
+#endif
 
 static void logSharedMemoryFailure(key_t key, const ZString& detail) {
     char hex[16];
@@ -32,6 +38,10 @@ void* createSharedMemoryUnix(key_t key, int size) {
         logSharedMemoryFailure(key, detail);
         return nullptr;
     }
+    // The segment is read whole at once (the markers of dead processes are
+    // looked for in every slot): its pages are mapped in one call rather than
+    // one fault each. A kernel without the request leaves them to faults.
+    madvise(address, (size_t)size, MADV_POPULATE_READ_REQUEST);
     return address;
 }
 
