@@ -91,6 +91,44 @@ TEST(ZRollingArray, KeepsTheNewestRows) {
     EXPECT_EQ(5, ring.addRow(&row));
 }
 
+namespace {
+
+// Records are built when their position is first used, once, and each
+// built one is destroyed with the ring.
+struct CountedRecord {
+    static int ourLive;
+    static int ourBuilt;
+    int myValue = 7;
+    CountedRecord() { ourLive++, ourBuilt++; }
+    ~CountedRecord() { ourLive--; }
+};
+int CountedRecord::ourLive = 0;
+int CountedRecord::ourBuilt = 0;
+
+}  // namespace
+
+TEST(ZRollingArray, BuildsEachRecordOnFirstUseAndDestroysWhatItBuilt) {
+    struct Case {
+        int rows;
+        int built;
+    } cases[] = {{0, 0}, {2, 2}, {4, 4}, {9, 4}};
+    for (const Case& c : cases) {
+        CountedRecord::ourBuilt = 0;
+        {
+            ZRollingArray<CountedRecord> ring(4);
+            for (int i = 0; i < c.rows; i++) {
+                CountedRecord* row;
+                ring.addRow(&row);
+                if (i < 4) EXPECT_EQ(7, row->myValue) << "a new position holds a new record";
+                row->myValue = i;
+            }
+            EXPECT_EQ(c.built, CountedRecord::ourBuilt) << c.rows;
+            EXPECT_EQ(c.built, CountedRecord::ourLive) << c.rows;
+        }
+        EXPECT_EQ(0, CountedRecord::ourLive) << c.rows;
+    }
+}
+
 TEST(IndexPool, ReusesReleasedIndicesLastInFirstOut) {
     IndexPool pool(1);
     EXPECT_EQ(1, pool.nextIndex());
