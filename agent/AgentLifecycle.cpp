@@ -61,10 +61,12 @@ static void exportInternalMisc(JNIEnv* env) {
 // logged by name. They go to the JVM in one request, which walks the loaded
 // classes once; if it fails, each class is tried alone, so that the one that
 // fails is told and the others are still instrumented.
+static const int MOST_EARLY_CLASSES = 3;
+
 static void retransformEarlyClasses(JNIEnv* env, const char* const* names, int count) {
-    jclass classes[4];
+    jclass classes[MOST_EARLY_CLASSES];
     int found = 0;
-    for (int i = 0; i < count && found < 4; i++) {
+    for (int i = 0; i < count && i < MOST_EARLY_CLASSES; i++) {
         Logger::message(ZString("Retransform early class: ") + names[i]);
         jclass klass = env->FindClass(names[i]);
         if (klass == nullptr) {
@@ -126,7 +128,8 @@ bool agentInit(JNIEnv* env) {
             LockHolder lock(&ourLock, LOCK_SITE);
             threads = Probes::findTopProbe(lock, ZString(BUILTIN_PROBE_PACKAGE) + "Threads") != nullptr;
         }
-        const char* const early[] = {"java/io/FileInputStream", "java/io/FileOutputStream", "java/lang/Thread"};
+        const char* const early[MOST_EARLY_CLASSES] = {"java/io/FileInputStream", "java/io/FileOutputStream",
+                                                       "java/lang/Thread"};
         retransformEarlyClasses(env, early, threads ? 3 : 2);
     }
 

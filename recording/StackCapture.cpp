@@ -178,8 +178,8 @@ int NodeStackCapture::readCurrentStack(JNIEnv* env, int maxDepth, jvmtiError* er
 }
 
 // The `count` frames in the buffer as a node, bottom up. A frame whose method
-// flags, masked by `mask`, are not `wanted` is left out; with `dropLine` so is the line at which the frame below it
-// called on.
+// flags, masked by `mask`, are not `wanted` is left out; with `dropLine` so is
+// the line at which the frame below it called on.
 int NodeStackCapture::walkCurrentStack(JNIEnv* env, int count, int mask, int wanted, bool dropLine, bool lines,
                                        int* lastLine) {
     int node = 0;
@@ -198,6 +198,13 @@ int NodeStackCapture::walkCurrentStack(JNIEnv* env, int count, int mask, int wan
     return node;
 }
 
+int NodeStackCapture::readWholeStack(JNIEnv* env) {
+    jvmtiError error = JVMTI_ERROR_NONE;
+    int count = readCurrentStack(env, MAX_STACK_DEPTH, &error);
+    check_JVMTI_error(error);
+    return count;
+}
+
 bool NodeStackCapture::isRememberedStack(int count) const {
     return count == myRememberedCount && memcmp(myFrameBuffer, myRememberedFrames, count * sizeof(jvmtiFrameInfo)) == 0;
 }
@@ -214,9 +221,7 @@ void NodeStackCapture::rememberStack(int count, int node, int lastLine) {
 }
 
 int NodeStackCapture::fillCurrentNodeJvmti_notForTracing_noOwnLine(JNIEnv* env, int* lastLine) {
-    jvmtiError error = JVMTI_ERROR_NONE;
-    int count = readCurrentStack(env, MAX_STACK_DEPTH, &error);
-    check_JVMTI_error(error);
+    int count = readWholeStack(env);
     int line = 0;
     int node = 0;
     if (isRememberedStack(count)) {
@@ -238,9 +243,7 @@ int NodeStackCapture::fillCurrentNodeJvmti_notForTracing_withOwnLine(JNIEnv* env
 }
 
 int NodeStackCapture::fillCurrentNodeJvmti_forTracing(JNIEnv* env, bool lines) {
-    jvmtiError error = JVMTI_ERROR_NONE;
-    int count = readCurrentStack(env, MAX_STACK_DEPTH, &error);
-    check_JVMTI_error(error);
+    int count = readWholeStack(env);
     // Not remembered: which methods are traced changes as classes are
     // instrumented again.
     const int mask = METHOD_FLAG_TRACED | METHOD_FLAG_EXCLUDED | METHOD_FLAG_INVISIBLE;

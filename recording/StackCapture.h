@@ -73,6 +73,8 @@ private:
     // walk where it can, else by GetStackTrace, whose error
     // goes to `error`; the frame count.
     int readCurrentStack(JNIEnv* env, int maxDepth, jvmtiError* error);
+    // The whole stack into the buffer; a JVMTI error is fatal.
+    int readWholeStack(JNIEnv* env);
     int walkCurrentStack(JNIEnv* env, int count, int mask, int wanted, bool dropLine, bool lines, int* lastLine);
 
     // The walk that skips only invisible frames, remembered for the stack it
