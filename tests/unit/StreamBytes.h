@@ -1,9 +1,11 @@
 // Bytes as the writers make them, for tests: a writer that keeps them in
-// memory, a reader of ints, longs and strings in either byte order, and a
-// whole file's bytes.
+// memory, a reader of ints, longs and strings in either byte order, a whole
+// file's bytes, and a socket pair to send them through.
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -75,3 +77,34 @@ inline std::vector<uint8_t> readFileBytes(const std::string& path) {
     fclose(file);
     return bytes;
 }
+
+// A connected pair of Unix stream sockets: one end to write to, the other to
+// read from; both closed at the end unless closed before.
+struct SocketPair {
+    int ends[2] = {-1, -1};
+    SocketPair() { EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, ends)); }
+    ~SocketPair() {
+        closeWriter();
+        closeReader();
+    }
+    SocketPair(const SocketPair&) = delete;
+    SocketPair& operator=(const SocketPair&) = delete;
+    int writer() const { return ends[0]; }
+    int reader() const { return ends[1]; }
+    void closeWriter() { closeEnd(0); }
+    void closeReader() { closeEnd(1); }
+    // What arrives at the reading end until the writing end is closed.
+    std::vector<uint8_t> readAll() const {
+        std::vector<uint8_t> bytes;
+        uint8_t piece[65536];
+        ssize_t count;
+        while ((count = read(reader(), piece, sizeof(piece))) > 0) bytes.insert(bytes.end(), piece, piece + count);
+        return bytes;
+    }
+
+private:
+    void closeEnd(int i) {
+        if (ends[i] >= 0) close(ends[i]);
+        ends[i] = -1;
+    }
+};

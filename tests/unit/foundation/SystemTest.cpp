@@ -7,7 +7,6 @@
 #include <pthread.h>
 #include <pwd.h>
 #include <string>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -15,6 +14,7 @@
 #include "foundation/Failure.h"
 #include "foundation/System.h"
 #include "unit/ScratchFolder.h"
+#include "unit/StreamBytes.h"
 
 namespace {
 
@@ -84,15 +84,6 @@ TEST(Time, EmulatedClockCountsOnlyBoundedSteps) {
     EXPECT_EQ(start + 5000002 + 180000000000LL, emulateMonotonicTimeNs(wall + hour));
 }
 
-TEST(Time, WallClockTexts) {
-    ZString date = getCurrentDateAsYYYYMMDD();
-    ZString verbose = getCurrentDateTimeVerbose();
-    ASSERT_EQ(8, date.getLength());
-    ASSERT_EQ(23, verbose.getLength()) << verbose.c_str();
-    EXPECT_TRUE(verbose.startsWith(date.substring(0, 4)));
-    EXPECT_TRUE(verbose[4] == '-' && verbose[10] == ' ' && verbose[19] == '.') << verbose.c_str();
-}
-
 static void* sleepUntilReleased(void* flag) {
     while (!((std::atomic<bool>*)flag)->load()) z_sleep_ms(1);
     return nullptr;
@@ -118,21 +109,7 @@ TEST(CpuAndMemory, ThreadClocksAreTheThreadsOwn) {
     EXPECT_EQ(-1, getOtherProcessCpuTimeNs(-5));
 }
 
-// This process's and a missing one's owner, path and command line are read
-// through the natives by the live tests, and the start test finds the JVM's
-// command line and the agent's path in the log header.
-TEST(Process, OwnFactsAndTheProcessList) {
-    ZVectorSafe<ZString> filled;
-    filled.push(ZString("stale"));
-    EXPECT_THROW(getCommandLineParameters(filled, z_getpid()), KZTRuntimeException);
-    EXPECT_FALSE(getHostName().isEmpty());
-    ZVector<int> pids;
-    getLiveProcessIds(pids);
-    EXPECT_TRUE(pids.contains(z_getpid()));
-    EXPECT_TRUE(pids.contains(1));
-}
-
-TEST(EnvironmentAndPaths, UserHome) {
+TEST(EnvironmentAndPaths, UserHomeAndTempFiles) {
     {
         ScopedEnv home("CORVANE_HOME", "/opt/home");
         EXPECT_STREQ("/opt/home", getUserHome().c_str());
@@ -140,19 +117,8 @@ TEST(EnvironmentAndPaths, UserHome) {
     }
     ScopedEnv empty("CORVANE_HOME", "");
     EXPECT_STREQ(getpwuid(getuid())->pw_dir, getUserHome().c_str());
-}
-
-TEST(EnvironmentAndPaths, TempFilePath) {
     for (const char* folder : {"", "/var/", "/var"})
         EXPECT_STREQ(*folder ? "/var/x" : "/tmp/x", getTempFilePath(ZString(folder), "x").c_str()) << folder;
-}
-
-TEST(Files, SizesOfFilesDirectoriesAndMissingOnes) {
-    ScratchFolder dir;
-    writeText(dir.file("f"), "12345");
-    EXPECT_EQ(5, getFileSize(dir.file("f").c_str()));
-    EXPECT_EQ(-1, getFileSize(dir.path.c_str()));
-    EXPECT_EQ(-1, getFileSize(dir.file("missing").c_str()));
 }
 
 TEST(Files, ReadingWholeFiles) {
@@ -160,6 +126,9 @@ TEST(Files, ReadingWholeFiles) {
     std::string big(100000, 'q');
     big[5] = 0;
     writeText(dir.file("big"), big);
+    EXPECT_EQ(100000, getFileSize(dir.file("big").c_str()));
+    EXPECT_EQ(-1, getFileSize(dir.path.c_str()));
+    EXPECT_EQ(-1, getFileSize(dir.file("none").c_str()));
     ZVector<unsigned char, 10> bytes;
     ASSERT_TRUE(readFile(dir.file("big").c_str(), bytes));
     ASSERT_EQ(100000, bytes.getSize());
@@ -261,12 +230,10 @@ TEST(Sockets, SendToGonePeerFailsWithoutSignal) {
     counting.sa_handler = countSigpipe;
     sigaction(SIGPIPE, &counting, &old);
 
-    int pair[2];
-    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, pair));
-    close(pair[1]);
-    EXPECT_FALSE(z_send(pair[0], "hello", 5));
-    EXPECT_TRUE(z_send(pair[0], "", 0));
-    close(pair[0]);
+    SocketPair pair;
+    pair.closeReader();
+    EXPECT_FALSE(z_send(pair.writer(), "hello", 5));
+    EXPECT_TRUE(z_send(pair.writer(), "", 0));
 
     sigaction(SIGPIPE, &old, nullptr);
     EXPECT_EQ(0, ourSigpipeCount.load());
@@ -275,20 +242,13 @@ TEST(Sockets, SendToGonePeerFailsWithoutSignal) {
 }
 
 TEST(Sockets, SendDeliversLargeBuffersWhole) {
-    int pair[2];
-    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, pair));
+    SocketPair pair;
     const int size = 4 << 20;
-    std::string data(size, 0);
-    for (int i = 0; i < size; i++) data[i] = (char)(i * 7);
-    std::string received;
-    std::thread reader([&] {
-        char buffer[65536];
-        ssize_t n;
-        while ((n = read(pair[1], buffer, sizeof(buffer))) > 0) received.append(buffer, n);
-    });
-    EXPECT_TRUE(z_send(pair[0], data.data(), size));
-    close(pair[0]);
+    std::vector<uint8_t> data(size), received;
+    for (int i = 0; i < size; i++) data[i] = (uint8_t)(i * 7);
+    std::thread reader([&] { received = pair.readAll(); });
+    EXPECT_TRUE(z_send(pair.writer(), (const char*)data.data(), size));
+    pair.closeWriter();
     reader.join();
-    close(pair[1]);
     EXPECT_TRUE(received == data);
 }

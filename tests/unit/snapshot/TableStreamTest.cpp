@@ -1,7 +1,4 @@
 // Tables, stamps and the row stream that snapshots and live deltas are made of.
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include "db/ZFrameStorage.h"
 #include "unit/DBTestSupport.h"
 #include "foundation/UptimeProvider.h"
@@ -123,26 +120,22 @@ TEST_F(DBTest, WriteTableNeedsProgressAndReportsRisingPercents) {
     EXPECT_THROW(db->getThreadTable()->writeTable(writer, 0, 0, 0, nullptr), KZTRuntimeException);
 
     for (int i = 1; i <= 4; i++) *db->getCpuProfilingTable()->getPtr(i, true) = CpuProfilingRecord{1, i, i};
-    int sockets[2];
-    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, sockets));
-    Progress progress(sockets[0]);
+    SocketPair sockets;
+    Progress progress(sockets.writer());
     db->getCpuProfilingTable()->writeTable(writer, 0, 10, 50, &progress);
     EXPECT_EQ(40, progress.getLastPercent());
     // Rows 0..3 of 4 over 10..50 give 10, 20, 30, 40: four messages.
-    std::vector<uint8_t> messages(64);
-    ASSERT_EQ(64, read(sockets[1], messages.data(), 64));
+    // Percent never goes back: a second pass over the same range sends nothing.
+    db->getCpuProfilingTable()->writeTable(writer, 0, 10, 50, &progress);
+    sockets.closeWriter();
+    std::vector<uint8_t> messages = sockets.readAll();
+    ASSERT_EQ(64u, messages.size());
     StreamReader r(messages);
     for (int percent = 10; percent <= 40; percent += 10) {
         EXPECT_EQ(123456789, r.readLong());
         EXPECT_EQ(100600, r.readInt());
         EXPECT_EQ(percent, r.readInt());
     }
-    // Percent never goes back: a second pass over the same range sends nothing.
-    db->getCpuProfilingTable()->writeTable(writer, 0, 10, 50, &progress);
-    close(sockets[0]);
-    uint8_t extra;
-    EXPECT_EQ(0, read(sockets[1], &extra, 1));
-    close(sockets[1]);
 }
 
 TEST_F(DBTest, ClearTableEmptiesRowsAndRestartsIndicesButKeepsCapacity) {

@@ -21,12 +21,9 @@
 
 namespace {
 
-std::vector<uint8_t> readAll(int fd) {
-    std::vector<uint8_t> bytes;
-    uint8_t piece[4096];
-    ssize_t count;
-    while ((count = read(fd, piece, sizeof(piece))) > 0) bytes.insert(bytes.end(), piece, piece + count);
-    return bytes;
+// Where a file-backed writer gathers its reply.
+ZString replyBufferPath() {
+    return ourOptions.getAgentTempFilePath((ZString("kzttmp") + ZString::fromLong(z_getpid()) + "_request_buf").c_str());
 }
 
 void writeEveryPut(AbstractWriter& w) {
@@ -273,9 +270,8 @@ TEST_F(DBTest, AFullDiskGivesTheWriterErrorAndNoCrash) {
         }
         {
             // The reply buffer of a live view fails the same way.
-            int sockets[2];
-            socketpair(AF_UNIX, SOCK_STREAM, 0, sockets);
-            FileBackedSocketWriter w(sockets[0], 1024);
+            SocketPair sockets;
+            FileBackedSocketWriter w(sockets.writer(), 1024);
             for (int i = 0; i < 20000; i++) w.writeInt(i);
             w.flush();
             if (!w.getError().equals("File too large")) status |= 4;
@@ -289,47 +285,43 @@ TEST_F(DBTest, AFullDiskGivesTheWriterErrorAndNoCrash) {
 }
 
 TEST(SocketWriters, SocketWriterSendsEachBufferAsItFills) {
-    int sockets[2];
-    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, sockets));
+    SocketPair sockets;
     {
-        SocketWriter w(sockets[0], 32, false);
+        SocketWriter w(sockets.writer(), 32, false);
         for (int i = 0; i < 10; i++) w.writeInt(i);  // one drain on the way
         uint8_t first[28];
-        ASSERT_EQ(28, read(sockets[1], first, sizeof(first)));
+        ASSERT_EQ(28, read(sockets.reader(), first, sizeof(first)));
         w.flush();
     }
-    close(sockets[0]);
-    std::vector<uint8_t> rest = readAll(sockets[1]);
+    sockets.closeWriter();
+    std::vector<uint8_t> rest = sockets.readAll();
     EXPECT_EQ(12u, rest.size());
     EXPECT_EQ(9, rest.back());
-    close(sockets[1]);
 }
 
 TEST(SocketWriters, FileBackedWriterGathersInATempFileAndSendsOnDestruction) {
-    int sockets[2];
-    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, sockets));
-    ZString expectedPath = ourOptions.getAgentTempFilePath((ZString("kzttmp") + ZString::fromLong(z_getpid()) + "_request_buf").c_str());
+    SocketPair sockets;
+    ZString expectedPath = replyBufferPath();
     std::vector<uint8_t> bytes;
     std::thread reader;
     {
-        FileBackedSocketWriter defaults(sockets[0], 0);
+        FileBackedSocketWriter defaults(sockets.writer(), 0);
         EXPECT_EQ(FileBackedSocketWriter::DEFAULT_BUFFER_SIZE, defaults.getCapacity());
         EXPECT_TRUE(defaults.isLittleEndian());
     }
     {
-        FileBackedSocketWriter w(sockets[0], 64);
+        FileBackedSocketWriter w(sockets.writer(), 64);
         for (int i = 0; i < 100000; i++) w.writeInt(i);
         EXPECT_EQ(expectedPath, w.getTempFilePath());
         EXPECT_GT(getFileSize(expectedPath.c_str()), 0);
         // Nothing reaches the socket while the reply is gathered.
         uint8_t pending = 0;
-        EXPECT_EQ(-1, recv(sockets[1], &pending, 1, MSG_DONTWAIT));
+        EXPECT_EQ(-1, recv(sockets.reader(), &pending, 1, MSG_DONTWAIT));
         w.writeInt(-1);
-        reader = std::thread([&] { bytes = readAll(sockets[1]); });
+        reader = std::thread([&] { bytes = sockets.readAll(); });
     }
-    close(sockets[0]);
+    sockets.closeWriter();
     reader.join();
-    close(sockets[1]);
     ASSERT_EQ(4u * 100001, bytes.size());
     StreamReader r(bytes, true);
     for (int i = 0; i < 100000; i++) ASSERT_EQ(i, r.readInt());
@@ -338,19 +330,17 @@ TEST(SocketWriters, FileBackedWriterGathersInATempFileAndSendsOnDestruction) {
 }
 
 TEST(SocketWriters, FileBackedWriterWithoutTempFileDiscardsAndSaysSo) {
-    ZString path = ourOptions.getAgentTempFilePath((ZString("kzttmp") + ZString::fromLong(z_getpid()) + "_request_buf").c_str());
     // A folder where the file should be makes the creation fail.
+    ZString path = replyBufferPath();
     ASSERT_EQ(0, mkdir(path.c_str(), 0700));
-    int sockets[2];
-    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, sockets));
+    SocketPair sockets;
     {
-        FileBackedSocketWriter w(sockets[0], 16);
+        FileBackedSocketWriter w(sockets.writer(), 16);
         for (int i = 0; i < 10; i++) w.writeInt(i);
         EXPECT_EQ(ZString("Failed to create temp file"), w.getError());
         EXPECT_LT(w.getPosition(), 16);
     }
     rmdir(path.c_str());
-    close(sockets[0]);
-    EXPECT_TRUE(readAll(sockets[1]).empty());
-    close(sockets[1]);
+    sockets.closeWriter();
+    EXPECT_TRUE(sockets.readAll().empty());
 }
