@@ -119,7 +119,9 @@ TEST(ZRollingArray, BuildsEachRecordOnFirstUseAndDestroysWhatItBuilt) {
             for (int i = 0; i < c.rows; i++) {
                 CountedRecord* row;
                 ring.addRow(&row);
-                if (i < 4) EXPECT_EQ(7, row->myValue) << "a new position holds a new record";
+                if (i < 4) {
+                    EXPECT_EQ(7, row->myValue) << "a new position holds a new record";
+                }
                 row->myValue = i;
             }
             EXPECT_EQ(c.built, CountedRecord::ourBuilt) << c.rows;
