@@ -8,55 +8,106 @@ namespace {
 
 const char* const IMPORTS = "package cases;\nimport com.corvane.probes.*;\n";
 
-// Each case is a class of package `cases`: name -> its text after the imports.
+// Each case is a class of package `cases` and the error lines it must give.
 // A text that starts with neither @MethodPattern nor "public" gets
-// @MethodPattern("a.B:m()") in front and its class declaration before the body.
-const std::map<std::string, std::string> CASES = {
+// @MethodPattern("a.B:m()") in front and its class declaration before the
+// body. An error line is written after the class name: ": <text>" for the
+// class, "<method>: <text>" for a method, "<method> #<n>: <text>" for a
+// parameter.
+struct Case {
+    const char* name;
+    const char* text;
+    std::vector<const char*> errors;
+};
+const Case CASES[] = {
     // ---- class level ----
-    {"Helper", "public class Helper { public static void onEnter() {} }"},
-    {"NotPublic", "@MethodPattern(\"a.B:m()\") class NotPublic { public static void onEnter(@This Object o, int x) "
-                  "{} }"},
-    {"TwoEnter", "{ public static void onEnter() {} public static void onEnter(@Param(1) int a) {} }"},
-    {"TwoReturn", "{ public static void onReturn() {} public static void onReturn(@Param(1) int a) {} }"},
+    {"Helper", "public class Helper { public static void onEnter() {} }", {}},
+    {"NotPublic", "@MethodPattern(\"a.B:m()\") class NotPublic { public static void onEnter(@This Object o, int x) {} }",
+     {": class must be public"}},
+    {"TwoEnter", "{ public static void onEnter() {} public static void onEnter(@Param(1) int a) {} }",
+     {": more than one method onEnter()"}},
+    {"TwoReturn", "{ public static void onReturn() {} public static void onReturn(@Param(1) int a) {} }",
+     {": more than one method onReturn()"}},
     {"TwoUncaught", "{ public static void onUncaughtException() {} public static void onUncaughtException(@Param(1) "
-                    "int a) {} }"},
-    {"TwoExit", "{ public static void onExit() {} public static void onExit(@Param(1) int a) {} }"},
-    {"Ext", "{ public static void onEnter() {} public static void onUncaughtExceptionExt() {} }"},
-    {"NoCallbacks", "{ public static void other() {} }"},
-    {"ExitAndUncaught", "{ public static void onExit() {} public static void onUncaughtException() {} }"},
-    {"ExitAndReturn", "{ public static void onExit() {} public static void onReturn() {} }"},
-    {"DiscardAlone", "@DiscardThrownException { public static void onReturn() {} }"},
-    {"ValueFromUncaught", "{ public static int onUncaughtException() { return 0; } }"},
+                    "int a) {} }", {": more than one method onUncaughtException()"}},
+    {"TwoExit", "{ public static void onExit() {} public static void onExit(@Param(1) int a) {} }",
+     {": more than one method onExit()"}},
+    {"Ext", "{ public static void onEnter() {} public static void onUncaughtExceptionExt() {} }",
+     {": onUncaughtExceptionExt() callback is not supported: use @DiscardThrownException annotation with either "
+      "onExit() or onUncaughtException()"}},
+    {"NoCallbacks", "{ public static void other() {} }",
+     {": no callbacks found (onEnter(), onExit(), onReturn() or onUncaughtException())"}},
+    {"ExitAndUncaught", "{ public static void onExit() {} public static void onUncaughtException() {} }",
+     {": onExit() and onUncaughtException() callbacks cannot be used together"}},
+    {"ExitAndReturn", "{ public static void onExit() {} public static void onReturn() {} }",
+     {": onExit() and onReturn() callbacks cannot be used together"}},
+    {"DiscardAlone", "@DiscardThrownException { public static void onReturn() {} }",
+     {": @DiscardThrownException annotation can be used only when onExit() or onUncaughtException() callback is "
+      "present"}},
+    {"ValueFromUncaught", "{ public static int onUncaughtException() { return 0; } }",
+     {": onUncaughtException() callback must be void unless @DiscardThrownException annotation is present"}},
     {"TypesDiffer", "@DiscardThrownException { public static int onReturn(@ReturnValue int v) { return v; } public "
-                    "static long onUncaughtException(@ThrownException Throwable t) { return 0; } }"},
+                    "static long onUncaughtException(@ThrownException Throwable t) { return 0; } }",
+     {": onUncaughtException() and onReturn() callback return types are different"}},
     {"NotStatic", "{ public void onEnter() {} private static void onReturn() {} public static void "
-                  "onUncaughtException() {} }"},
+                  "onUncaughtException() {} }",
+     {"onEnter: callback must be public static", "onReturn: callback must be public static"}},
+    {"UnusedEnterResult", "{ public static long onEnter() { return 1; } public static void onExit() {} }",
+     {": onEnter()'s return value is not used; either use it via @OnEnterResult or make onEnter() void"}},
+    {"BadPattern", "@MethodPattern({\"a.B:m()\", \"a.B:m(int long)\", \" -java.util.*:*() \"}) public class "
+                   "BadPattern { public static void onEnter() {} }", {": parameter pattern is invalid: int long"}},
     // ---- parameters ----
     {"Annotations", "{ public static void onEnter(@Param(0) int a, int b, @This @Params Object c, @Param(1000) long "
-                    "d, @Deprecated @Param(1) int e) {} }"},
+                    "d, @Deprecated @Param(1) int e) {} }",
+     {"onEnter #1: invalid @Param annotation: index must be 1 or greater", "onEnter #2: parameter must be annotated",
+      "onEnter #3: more than 1 callback annotation"}},
     {"Outs", "{ public static void onEnter(@Out @Param(1) int a) {} public static void onReturn(@Out @Params "
-             "Object[] p) {} public static void onUncaughtException() {} }"},
-    {"ParamsRules", "{ public static void onEnter(@Params String[] a, @Params Object[] b, @Params Object[] c) {} }"},
-    {"ThisRules", "{ public static void onEnter(@This int a, @This Object b, @This String c) {} }"},
-    {"ThisWithInstanceOf", "@InstanceOf(\"a.B\") { public static void onEnter(@This String s) {} }"},
-    {"ThisTypes", "{ public static void onEnter(@This String s) {} public static void onExit(@This Object o) {} }"},
+             "Object[] p) {} public static void onUncaughtException() {} }",
+     {"onEnter #1: @Out must be used only with @Params", "onReturn #1: @Out must be used only in onEnter()"}},
+    {"ParamsRules", "{ public static void onEnter(@Params String[] a, @Params Object[] b, @Params Object[] c) {} }",
+     {"onEnter #1: @Params must be Object[]", "onEnter #3: parameter with @Params annotation already exists"}},
+    {"ThisRules", "{ public static void onEnter(@This int a, @This Object b, @This String c) {} }",
+     {"onEnter #1: @This must be a reference type", "onEnter #2: parameter with @This annotation already exists",
+      "onEnter #3: parameter with @This annotation already exists",
+      "onEnter #3: parameters with @This annotation must have the same types in all callbacks"}},
+    {"ThisWithInstanceOf", "@InstanceOf(\"a.B\") { public static void onEnter(@This String s) {} }",
+     {"onEnter #1: in probes annotated with @InstanceOf, parameters annotated with @This must be of type "
+      "java.lang.Object"}},
+    // onExit serves two roles, so its faults are listed twice.
+    {"ThisTypes", "{ public static void onEnter(@This String s) {} public static void onExit(@This Object o) {} }",
+     {"onExit #1: parameters with @This annotation must have the same types in all callbacks",
+      "onExit #1: parameters with @This annotation must have the same types in all callbacks"}},
     {"WrongPlaces", "{ public static void onEnter(@ReturnValue Object r, @ThrownException Throwable t, "
-                    "@OnEnterResult int e, @MethodTimeMs long m) {} }"},
+                    "@OnEnterResult int e, @MethodTimeMs long m) {} }",
+     {"onEnter #1: @ReturnValue is only allowed in onReturn() and onExit()",
+      "onEnter #2: @ThrownException is only allowed in onUncaughtException() and onExit()",
+      "onEnter #3: @OnEnterResult is not allowed in onEnter()", "onEnter #4: @MethodTimeMs is not allowed in onEnter()"}},
     {"ThrownRules", "{ public static void onUncaughtException(@ThrownException Exception a, @ThrownException "
-                    "Throwable b, @ThrownException Throwable c) {} }"},
+                    "Throwable b, @ThrownException Throwable c) {} }",
+     {"onUncaughtException #1: parameter annotated with @ThrownException must be java.lang.Throwable",
+      "onUncaughtException #3: parameter with @ThrownException annotation already exists"}},
     {"EnterResultRules", "{ public static long onEnter() { return 1; } public static void onExit(@OnEnterResult int "
-                         "a, @OnEnterResult long b, @OnEnterResult long c) {} }"},
+                         "a, @OnEnterResult long b, @OnEnterResult long c) {} }",
+     {"onExit #1: type of parameter annotated with @OnEnterResult and onEnter() return type must be the same",
+      "onExit #3: parameter with @OnEnterResult annotation already exists",
+      "onExit #1: type of parameter annotated with @OnEnterResult and onEnter() return type must be the same",
+      "onExit #3: parameter with @OnEnterResult annotation already exists"}},
     {"NoEnterForResult", "{ public static void onReturn(@OnEnterResult long a) {} public static void "
-                         "onUncaughtException() {} }"},
+                         "onUncaughtException() {} }",
+     {"onReturn #1: @OnEnterResult cannot be used unless you define onEnter()"}},
     {"TimeAndNames", "{ public static void onReturn(@MethodTimeMs int a, @MethodTimeMs long b, @MethodTimeMs long "
                      "c, @MethodName Object d, @MethodSignature String e, @MethodParameterTypes StringBuilder f, "
-                     "@ClassRef Object g) {} public static void onUncaughtException() {} }"},
-    {"DiscardNeedsThrown", "@DiscardThrownException { public static void onUncaughtException() {} }"},
+                     "@ClassRef Object g) {} public static void onUncaughtException() {} }",
+     {"onReturn #1: parameter annotated with @MethodTimeMs must be long",
+      "onReturn #3: parameter with @MethodTimeMs annotation already exists",
+      "onReturn #4: parameters annotated with @MethodName and @MethodSignature must be of type java.lang.String",
+      "onReturn #6: parameters annotated with @MethodName and @MethodSignature must be of type java.lang.String",
+      "onReturn #7: parameter annotated with @ClassRef must be of type java.lang.Class"}},
+    {"DiscardNeedsThrown", "@DiscardThrownException { public static void onUncaughtException() {} }",
+     {"onUncaughtException: parameter with @ThrownException annotation is required but not found"}},
     {"ReturnValueType", "{ public static int onReturn(@ReturnValue Object v) { return 0; } public static void "
-                        "onUncaughtException() {} }"},
-    {"UnusedEnterResult", "{ public static long onEnter() { return 1; } public static void onExit() {} }"},
-    {"BadPattern", "@MethodPattern({\"a.B:m()\", \"a.B:m(int long)\", \" -java.util.*:*() \"}) public class "
-                   "BadPattern { public static void onEnter() {} }"},
+                        "onUncaughtException() {} }",
+     {"onReturn: parameter with @ReturnValue annotation and matching return type is required but not found"}},
     // ---- valid ----
     {"Full", "@MethodPattern({\"com.acme.*:run(int, String) void\", \"-java.util.*:*()\", \"@javax.ejb.* *:@m.Mark "
              "*(*)\"}) @RetransformIfInstanceOf({\" a.Base \", \"b.Other\"}) @InstanceOf(\"a.Root\") public class "
@@ -65,20 +116,29 @@ const std::map<std::string, std::string> CASES = {
              "c) throws java.io.IOException { return 0; } public static void onReturn(@ReturnValue Object r, "
              "@OnEnterResult long e, @MethodTimeMs long m) throws InterruptedException, java.io.IOException {} "
              "public static void onUncaughtException(@ThrownException Throwable t, @MethodTimeMs long m) throws "
-             "java.io.IOException {} }"},
+             "java.io.IOException {} }", {}},
     {"Replacing", "@MethodPattern(\"*:*()\") public class Replacing { public static String onExit(@ReturnValue "
-                  "String r, @ThrownException Throwable t) { return r; } }"},
+                  "String r, @ThrownException Throwable t) { return r; } }", {}},
     {"ThisOfClass", "{ public static void onEnter(@This String s) {} public static void onReturn(@This String s) {} "
-                    "public static void onUncaughtException() {} }"},
-    {"ThisObject", "{ public static void onEnter(@This Object s) {} public static void onExit(@This Object s) {} }"},
+                    "public static void onUncaughtException() {} }", {}},
+    {"ThisObject", "{ public static void onEnter(@This Object s) {} public static void onExit(@This Object s) {} }", {}},
     {"EnterResultInHandler", "{ public static long onEnter() { return 1; } public static void onReturn() {} public "
-                             "static void onUncaughtException(@OnEnterResult long e) {} }"},
+                             "static void onUncaughtException(@OnEnterResult long e) {} }", {}},
     {"VoidReturnValueException", "@DiscardThrownException { public static void onReturn() {} public static int "
-                                 "onUncaughtException(@ThrownException Throwable t) { return 0; } }"},
-    {"EnterAndReturn", "{ public static void onEnter() {} public static void onReturn() {} }"},
-    {"EnterAndUncaught", "{ public static void onEnter() {} public static void onUncaughtException() {} }"},
-    {"WithInner", "{ static class Inner {} public static void onEnter() { new Inner(); Runnable r = () -> {}; } }"},
+                                 "onUncaughtException(@ThrownException Throwable t) { return 0; } }", {}},
+    {"EnterAndReturn", "{ public static void onEnter() {} public static void onReturn() {} }", {}},
+    {"EnterAndUncaught", "{ public static void onEnter() {} public static void onUncaughtException() {} }", {}},
+    {"WithInner", "{ static class Inner {} public static void onEnter() { new Inner(); Runnable r = () -> {}; } }", {}},
 };
+
+// The full error line of a case from its short form.
+std::string errorLine(const std::string& name, const std::string& line) {
+    std::string at = "Error: probe class cases." + name;
+    if (line[0] == ':') return at + line;
+    size_t colon = line.find(':'), hash = line.find(" #");
+    if (hash > colon) return at + ", method " + line;
+    return at + ", method " + line.substr(0, hash) + ", parameter" + line.substr(hash);
+}
 
 std::string errorsOf(const ProbeCreationResult& result) { return result.getAllErrors().c_str(); }
 
@@ -88,12 +148,12 @@ protected:
         ourCompiled = fs::temp_directory_path() / ("corvane-probe-cases-" + std::to_string(getpid()));
         fs::remove_all(ourCompiled);
         std::map<std::string, std::string> sources;
-        for (const auto& [name, text] : CASES) {
-            std::string body = text;
+        for (const Case& c : CASES) {
+            std::string body = c.text;
             if (body.rfind("@MethodPattern", 0) != 0 && body.rfind("public", 0) != 0) {
-                body = "@MethodPattern(\"a.B:m()\") " + body.insert(body.find('{'), "public class " + name + " ");
+                body = "@MethodPattern(\"a.B:m()\") " + body.insert(body.find('{'), "public class " + std::string(c.name) + " ");
             }
-            sources["cases/" + name + ".java"] = IMPORTS + body;
+            sources["cases/" + std::string(c.name) + ".java"] = IMPORTS + body;
         }
         compileSources(ourCompiled, sources);
     }
@@ -107,13 +167,6 @@ protected:
     void TearDown() override {
         myResults.clear();
         ProbesTest::TearDown();
-    }
-
-    // The error lines of one case, joined.
-    std::string errors(const std::string& name) {
-        ProbeCreationResult result;
-        create("cases/" + name, result);
-        return errorsOf(result);
     }
 
     // The one descriptor of a valid case, null (and the test failed) otherwise.
@@ -133,79 +186,13 @@ protected:
 fs::path ProbeCreationTest::ourCompiled;
 
 TEST_F(ProbeCreationTest, EveryErrorHasItsExactLine) {
-    const std::string c = "Error: probe class cases.";
-    struct Case {
-        const char* name;
-        std::string errors;
-    } cases[] = {
-        {"Helper", ""},
-        {"NotPublic", c + "NotPublic: class must be public"},
-        {"TwoEnter", c + "TwoEnter: more than one method onEnter()"},
-        {"TwoReturn", c + "TwoReturn: more than one method onReturn()"},
-        {"TwoUncaught", c + "TwoUncaught: more than one method onUncaughtException()"},
-        {"TwoExit", c + "TwoExit: more than one method onExit()"},
-        {"Ext", c + "Ext: onUncaughtExceptionExt() callback is not supported: use @DiscardThrownException annotation "
-                    "with either onExit() or onUncaughtException()"},
-        {"NoCallbacks", c + "NoCallbacks: no callbacks found (onEnter(), onExit(), onReturn() or onUncaughtException())"},
-        {"ExitAndUncaught", c + "ExitAndUncaught: onExit() and onUncaughtException() callbacks cannot be used together"},
-        {"ExitAndReturn", c + "ExitAndReturn: onExit() and onReturn() callbacks cannot be used together"},
-        {"DiscardAlone", c + "DiscardAlone: @DiscardThrownException annotation can be used only when onExit() or "
-                             "onUncaughtException() callback is present"},
-        {"ValueFromUncaught", c + "ValueFromUncaught: onUncaughtException() callback must be void unless "
-                                  "@DiscardThrownException annotation is present"},
-        {"TypesDiffer", c + "TypesDiffer: onUncaughtException() and onReturn() callback return types are different"},
-        {"NotStatic", c + "NotStatic, method onEnter: callback must be public static\n" + c +
-                          "NotStatic, method onReturn: callback must be public static"},
-        {"Annotations", c + "Annotations, method onEnter, parameter #1: invalid @Param annotation: index must be 1 or "
-                            "greater\n" + c + "Annotations, method onEnter, parameter #2: parameter must be annotated\n" +
-                            c + "Annotations, method onEnter, parameter #3: more than 1 callback annotation"},
-        {"Outs", c + "Outs, method onEnter, parameter #1: @Out must be used only with @Params\n" + c +
-                     "Outs, method onReturn, parameter #1: @Out must be used only in onEnter()"},
-        {"ParamsRules", c + "ParamsRules, method onEnter, parameter #1: @Params must be Object[]\n" + c +
-                            "ParamsRules, method onEnter, parameter #3: parameter with @Params annotation already exists"},
-        {"ThisRules", c + "ThisRules, method onEnter, parameter #1: @This must be a reference type\n" + c +
-                          "ThisRules, method onEnter, parameter #2: parameter with @This annotation already exists\n" + c +
-                          "ThisRules, method onEnter, parameter #3: parameter with @This annotation already exists\n" + c +
-                          "ThisRules, method onEnter, parameter #3: parameters with @This annotation must have the same "
-                          "types in all callbacks"},
-        {"ThisWithInstanceOf", c + "ThisWithInstanceOf, method onEnter, parameter #1: in probes annotated with "
-                                   "@InstanceOf, parameters annotated with @This must be of type java.lang.Object"},
-        // onExit serves two roles, so its faults are listed twice.
-        {"ThisTypes", c + "ThisTypes, method onExit, parameter #1: parameters with @This annotation must have the same "
-                          "types in all callbacks\n" + c + "ThisTypes, method onExit, parameter #1: parameters with "
-                          "@This annotation must have the same types in all callbacks"},
-        {"WrongPlaces", c + "WrongPlaces, method onEnter, parameter #1: @ReturnValue is only allowed in onReturn() and "
-                            "onExit()\n" + c + "WrongPlaces, method onEnter, parameter #2: @ThrownException is only "
-                            "allowed in onUncaughtException() and onExit()\n" + c + "WrongPlaces, method onEnter, "
-                            "parameter #3: @OnEnterResult is not allowed in onEnter()\n" + c + "WrongPlaces, method "
-                            "onEnter, parameter #4: @MethodTimeMs is not allowed in onEnter()"},
-        {"ThrownRules", c + "ThrownRules, method onUncaughtException, parameter #1: parameter annotated with "
-                            "@ThrownException must be java.lang.Throwable\n" + c + "ThrownRules, method "
-                            "onUncaughtException, parameter #3: parameter with @ThrownException annotation already exists"},
-        {"EnterResultRules", c + "EnterResultRules, method onExit, parameter #1: type of parameter annotated with "
-                                 "@OnEnterResult and onEnter() return type must be the same\n" + c + "EnterResultRules, "
-                                 "method onExit, parameter #3: parameter with @OnEnterResult annotation already exists\n" +
-                                 c + "EnterResultRules, method onExit, parameter #1: type of parameter annotated with "
-                                 "@OnEnterResult and onEnter() return type must be the same\n" + c + "EnterResultRules, "
-                                 "method onExit, parameter #3: parameter with @OnEnterResult annotation already exists"},
-        {"NoEnterForResult", c + "NoEnterForResult, method onReturn, parameter #1: @OnEnterResult cannot be used unless "
-                                 "you define onEnter()"},
-        {"TimeAndNames", c + "TimeAndNames, method onReturn, parameter #1: parameter annotated with @MethodTimeMs must be "
-                             "long\n" + c + "TimeAndNames, method onReturn, parameter #3: parameter with @MethodTimeMs "
-                             "annotation already exists\n" + c + "TimeAndNames, method onReturn, parameter #4: parameters "
-                             "annotated with @MethodName and @MethodSignature must be of type java.lang.String\n" + c +
-                             "TimeAndNames, method onReturn, parameter #6: parameters annotated with @MethodName and "
-                             "@MethodSignature must be of type java.lang.String\n" + c + "TimeAndNames, method onReturn, "
-                             "parameter #7: parameter annotated with @ClassRef must be of type java.lang.Class"},
-        {"DiscardNeedsThrown", c + "DiscardNeedsThrown, method onUncaughtException: parameter with @ThrownException "
-                                   "annotation is required but not found"},
-        {"ReturnValueType", c + "ReturnValueType, method onReturn: parameter with @ReturnValue annotation and matching "
-                                "return type is required but not found"},
-        {"UnusedEnterResult", c + "UnusedEnterResult: onEnter()'s return value is not used; either use it via "
-                                  "@OnEnterResult or make onEnter() void"},
-        {"BadPattern", c + "BadPattern: parameter pattern is invalid: int long"},
-    };
-    for (const Case& k : cases) EXPECT_EQ(k.errors, errors(k.name)) << k.name;
+    for (const Case& c : CASES) {
+        std::string expected;
+        for (const char* line : c.errors) expected += (expected.empty() ? "" : "\n") + errorLine(c.name, line);
+        ProbeCreationResult result;
+        create("cases/" + std::string(c.name), result);
+        EXPECT_EQ(expected, errorsOf(result)) << c.name;
+    }
 }
 
 TEST_F(ProbeCreationTest, AClassWithoutPatternsIsScannedAndNothingElse) {
