@@ -44,9 +44,17 @@ ProbeMap probeMap() {
     return result;
 }
 
-int probeMode(const char* name) {
-    int at = ourProbe2ActivityMode.indexOf(ZString(name));
-    return at < 0 ? -100 : ourProbe2ActivityMode.valueAt(at);
+const std::string BUILTIN = "com.corvane.probes.builtin.";
+const int MISSING = -100;
+
+// The mode of a probe in the map; a name that starts with "." is a built-in one.
+int probeMode(const std::string& name) {
+    int at = ourProbe2ActivityMode.indexOf(ZString((name[0] == '.' ? BUILTIN + name.substr(1) : name).c_str()));
+    return at < 0 ? MISSING : ourProbe2ActivityMode.valueAt(at);
+}
+
+void expectModes(const std::vector<std::pair<std::string, int>>& expected) {
+    for (auto& e : expected) EXPECT_EQ(e.second, probeMode(e.first)) << e.first;
 }
 
 // Tests that touch process-wide state put it back.
@@ -75,12 +83,11 @@ protected:
         return {error, testing::internal::GetCapturedStdout()};
     }
 
+    Options options{commandLine({"java", "Main"})};
     uint64_t mySavedCapabilities;
     uint64_t mySavedStatus;
     ProbeMap mySavedProbes;
 };
-
-const std::string BUILTIN = "com.corvane.probes.builtin.";
 
 }  // namespace
 
@@ -131,26 +138,21 @@ TEST(OptionsTest, CombinationsAreRefused) {
 }
 
 TEST(OptionsTest, NumericValuesAreChecked) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"probetablelengthlimit=0", "'probetablelengthlimit' value is invalid (should be positive)"},
-        {"deadthreadlimit=-1", "'deadthreadlimit' value is invalid (should be positive)"},
-        {"telemetrylimit=0", "'telemetrylimit' value is invalid: number of hours should be >= 1"},
+    const std::string positive = "' value is invalid (should be positive)";
+    const std::string atLeastZero = "' value is invalid (must be a number >= 0)";
+    const std::string percent = "' value is invalid: usage percent should be an integer in the range 50..90";
+    const std::string hours = "'telemetrylimit' value is invalid: number of hours should be >= 1";
+    // A malformed number is refused by the option's own message.
+    const std::pair<const char*, std::string> cases[] = {
+        {"probetablelengthlimit=0", "'probetablelengthlimit" + positive}, {"deadthreadlimit=-1", "'deadthreadlimit" + positive},
+        {"periodicmem=0", "'periodicmem" + positive}, {"periodichprof=-5", "'periodichprof" + positive},
+        {"periodicperf=abc", "'periodicperf" + positive}, {"periodicperf=", "'periodicperf" + positive},
+        {"telemetrylimit=0", hours}, {"telemetrylimit=x", hours}, {"telemetryperiod=-1", "telemetry period is invalid"},
         {"telemetry_point_limit=x", "'telemetry_point_limit' value is invalid: number of points should be >= 1"},
-        {"telemetryperiod=-1", "telemetry period is invalid"},
-        {"periodicmem=0", "'periodicmem' value is invalid (should be positive)"},
-        {"periodichprof=-5", "'periodichprof' value is invalid (should be positive)"},
-        {"periodicperf=abc", "'periodicperf' value is invalid (should be positive)"},
-        {"usedmem=49", "'usedmem' value is invalid: usage percent should be an integer in the range 50..90"},
-        {"usedmemhprof=91",
-         "'usedmemhprof' value is invalid: usage percent should be an integer in the range 50..90"},
-        {"alloceach=-1", "'alloceach' value is invalid (must be a number >= 0)"},
-        {"allocsizelimit=-1", "'allocsizelimit' value is invalid (must be a number >= 0)"},
-        {"delay=-2", "'delay' is invalid"},
-        // A malformed number is refused by the option's own message.
-        {"delay=abc", "'delay' is invalid"},
-        {"alloceach=abc", "'alloceach' value is invalid (must be a number >= 0)"},
-        {"telemetrylimit=x", "'telemetrylimit' value is invalid: number of hours should be >= 1"},
-        {"periodicperf=", "'periodicperf' value is invalid (should be positive)"},
+        {"usedmem=49", "'usedmem" + percent}, {"usedmemhprof=91", "'usedmemhprof" + percent},
+        {"alloceach=-1", "'alloceach" + atLeastZero}, {"alloceach=abc", "'alloceach" + atLeastZero},
+        {"allocsizelimit=-1", "'allocsizelimit" + atLeastZero},
+        {"delay=-2", "'delay' is invalid"}, {"delay=abc", "'delay' is invalid"},
     };
     for (auto& c : cases) EXPECT_EQ(c.second, validate(c.first)) << c.first;
 
@@ -215,11 +217,10 @@ TEST(OptionsTest, TelemetryLimitBecomesAPointCount) {
 
 TEST(OptionsTest, QuotedValues) {
     // Either case of hexadecimal; an odd or broken tail is taken as it stands.
-    for (auto& c : std::vector<std::pair<const char*, const char*>>{{"dir=KZTQUOTED2f746d70", "/tmp"},
-                                                                     {"dir=KZTQUOTED2F746D70", "/tmp"},
-                                                                     {"dir=KZTQUOTED2", "KZTQUOTED2"},
-                                                                     {"dir=KZTQUOTED2g", "KZTQUOTED2g"}})
-        EXPECT_EQ(c.second, str(Validated(c.first).options.getDir())) << c.first;
+    for (auto& c : std::vector<std::pair<const char*, const char*>>{
+             {"KZTQUOTED2f746d70", "/tmp"}, {"KZTQUOTED2F746D70", "/tmp"}, {"KZTQUOTED2", "KZTQUOTED2"},
+             {"KZTQUOTED2g", "KZTQUOTED2g"}})
+        EXPECT_EQ(c.second, str(Validated(("dir=" + std::string(c.first)).c_str()).options.getDir())) << c.first;
     EXPECT_EQ("a,b", str(Validated("profiler_dir=KZTQUOTED612c62").options.getProfilerDir()));
     EXPECT_EQ("", str(decodeQuotedValue(ZString("KZTQUOTED"))));
     EXPECT_EQ(std::string("a\0b", 3), str(decodeQuotedValue(ZString("KZTQUOTED610062"))));
@@ -290,11 +291,9 @@ TEST(OptionsTest, EnvironmentSubstitution) {
 TEST_F(GlobalStateTest, BuiltInProbesAndTheirModes) {
     Options::addBuiltInProbes();
     EXPECT_EQ(28, ourProbe2ActivityMode.getSize());
-    EXPECT_EQ(PROBE_ACTIVITY_MODE_AUTO, probeMode((BUILTIN + "Databases").c_str()));
-    EXPECT_EQ(PROBE_ACTIVITY_MODE_AUTO, probeMode((BUILTIN + "JPA_DataNucleus").c_str()));
-    EXPECT_EQ(PROBE_ACTIVITY_MODE_ON, probeMode((BUILTIN + "DatabasesLW").c_str()));
-    EXPECT_EQ(PROBE_ACTIVITY_MODE_OFF, probeMode((BUILTIN + "Sync").c_str()));
-    EXPECT_EQ(PROBE_ACTIVITY_MODE_ON, probeMode((BUILTIN + "Threads").c_str()));
+    expectModes({{".Databases", PROBE_ACTIVITY_MODE_AUTO}, {".JPA_DataNucleus", PROBE_ACTIVITY_MODE_AUTO},
+                 {".DatabasesLW", PROBE_ACTIVITY_MODE_ON}, {".Sync", PROBE_ACTIVITY_MODE_OFF},
+                 {".Threads", PROBE_ACTIVITY_MODE_ON}});
 
     ourProbe2ActivityMode.put(ZString((BUILTIN + "CpuTracingSupport").c_str()), PROBE_ACTIVITY_MODE_ON);
     Options::removeBuiltInProbes();
@@ -302,39 +301,31 @@ TEST_F(GlobalStateTest, BuiltInProbesAndTheirModes) {
 }
 
 TEST_F(GlobalStateTest, WildcardsSpareSupportProbes) {
-    Options options(commandLine({"java", "Main"}));
     ourProbe2ActivityMode.put(ZString((BUILTIN + "CpuTracingSupport").c_str()), PROBE_ACTIVITY_MODE_ON);
     EXPECT_EQ("", apply(options, "probe_off=*").first);
-    EXPECT_EQ(PROBE_ACTIVITY_MODE_ON, probeMode((BUILTIN + "CpuTracingSupport").c_str()));
-    EXPECT_EQ(PROBE_ACTIVITY_MODE_ON, probeMode((BUILTIN + "AgentLoadingSupport").c_str()));
-    EXPECT_EQ(PROBE_ACTIVITY_MODE_OFF, probeMode((BUILTIN + "Threads").c_str()));
+    expectModes({{".CpuTracingSupport", PROBE_ACTIVITY_MODE_ON}, {".AgentLoadingSupport", PROBE_ACTIVITY_MODE_ON},
+                 {".Threads", PROBE_ACTIVITY_MODE_OFF}});
 
     Options::setProbeActivityMode(ZString("*"), PROBE_ACTIVITY_MODE_REMOVE);
     EXPECT_EQ((ProbeMap{{BUILTIN + "CpuTracingSupport", 1}, {BUILTIN + "AgentLoadingSupport", 1}}), probeMap());
     // Named without a wildcard, a support probe can be switched.
     Options::setProbeActivityMode(ZString((BUILTIN + "CpuTracingSupport").c_str()), PROBE_ACTIVITY_MODE_OFF);
-    EXPECT_EQ(PROBE_ACTIVITY_MODE_OFF, probeMode((BUILTIN + "CpuTracingSupport").c_str()));
+    EXPECT_EQ(PROBE_ACTIVITY_MODE_OFF, probeMode(".CpuTracingSupport"));
 }
 
 TEST_F(GlobalStateTest, ProbeOptionsEditTheMap) {
-    Options options(commandLine({"java", "Main"}));
     auto result = apply(options, "probe_disable=.Sync,probe_auto=com.corvane.probes.builtin.J*,probe_on=com.acme.P,"
                                  "probe_off=com.acme.Q,probe_disable=com.acme.Missing,noprobe=Files,"
                                  "probe=classloading");
     EXPECT_EQ("", result.first);
-    EXPECT_EQ(-100, probeMode((BUILTIN + "Sync").c_str()));
-    EXPECT_EQ(-100, probeMode((BUILTIN + "Files").c_str()));
-    EXPECT_EQ(PROBE_ACTIVITY_MODE_AUTO, probeMode((BUILTIN + "JUnitTests").c_str()));
-    EXPECT_EQ(PROBE_ACTIVITY_MODE_AUTO, probeMode((BUILTIN + "JNDI").c_str()));
-    EXPECT_EQ(PROBE_ACTIVITY_MODE_ON, probeMode((BUILTIN + "ClassLoading").c_str()));
-    EXPECT_EQ(PROBE_ACTIVITY_MODE_ON, probeMode("com.acme.P"));
-    EXPECT_EQ(PROBE_ACTIVITY_MODE_OFF, probeMode("com.acme.Q"));  // enters on, then set off
-    EXPECT_EQ(-100, probeMode("com.acme.Missing"));
+    // com.acme.Q enters on, then is set off.
+    expectModes({{".Sync", MISSING}, {".Files", MISSING}, {".JUnitTests", PROBE_ACTIVITY_MODE_AUTO},
+                 {".JNDI", PROBE_ACTIVITY_MODE_AUTO}, {".ClassLoading", PROBE_ACTIVITY_MODE_ON},
+                 {"com.acme.P", PROBE_ACTIVITY_MODE_ON}, {"com.acme.Q", PROBE_ACTIVITY_MODE_OFF},
+                 {"com.acme.Missing", MISSING}});
     EXPECT_NE(std::string::npos,
               result.second.find("warning: deprecated option: \"noprobe=Files\"; using "
                                  "\"probe_disable=com.corvane.probes.builtin.Files\" instead"));
-    EXPECT_NE(std::string::npos,
-              result.second.find("using \"probe_on=com.corvane.probes.builtin.ClassLoading\" instead"));
 
     ourProbe2ActivityMode.clear();
     Options none(commandLine({"java", "Main"}));
@@ -343,7 +334,6 @@ TEST_F(GlobalStateTest, ProbeOptionsEditTheMap) {
 }
 
 TEST_F(GlobalStateTest, ApplySetsStatusBits) {
-    Options options(commandLine({"java", "Main"}));
     ourStatus.set(0x10600);
     EXPECT_EQ("", apply(options, "tracing,exceptions=off,deadlocks=off").first);
     EXPECT_EQ(0x8200u, ourStatus.get());
@@ -361,7 +351,6 @@ TEST_F(GlobalStateTest, ApplySetsStatusBits) {
 TEST_F(GlobalStateTest, HprofTriggersAreRefusedOnIbmOnlyWhenApplying) {
     bool wasIbm = ourIsIbm;
     ourIsIbm = true;
-    Options options(commandLine({"java", "Main"}));
     EXPECT_EQ("'periodichprof' cannot be used with IBM Java; use 'periodicmem' instead",
               apply(options, "periodichprof=10").first);
     EXPECT_EQ("", validate("periodichprof=10"));
@@ -369,23 +358,22 @@ TEST_F(GlobalStateTest, HprofTriggersAreRefusedOnIbmOnlyWhenApplying) {
     ourIsIbm = wasIbm;
 }
 
+// The start test has the warnings of noj2ee and probe=classloading at JVM start.
 TEST_F(GlobalStateTest, RetiredOptionsWarnOnlyWhenApplying) {
-    const char* text = "builtinprobes=all,filters=a,samplingperiod=5,walltimespec=x,noj2ee,profileruipath=/ui,onlylocal";
-    Options options(commandLine({"java", "Main"}));
+    const char* text = "builtinprobes=all,filters=a,samplingperiod=5,walltimespec=x,profileruipath=/ui,onlylocal";
     auto result = apply(options, text);
     EXPECT_EQ("", result.first);
     // One warning line for each retired option.
     for (const char* line :
          {"warning: deprecated option \"builtinprobes=all\" ignored; it corresponds to the default behavior\n",
           "warning: deprecated option \"filters=a\" ignored;", "warning: deprecated option \"samplingperiod=5\" ignored;",
-          "warning: deprecated option \"walltimespec=x\" ignored;", "warning: deprecated option \"noj2ee\" ignored;",
-          "warning: obsolete option \"profileruipath=/ui\" ignored;",
+          "warning: deprecated option \"walltimespec=x\" ignored;", "warning: obsolete option \"profileruipath=/ui\" ignored;",
           "warning: obsolete option \"onlylocal\" ignored; see description of \"listen\" for alternative\n"})
         EXPECT_NE(std::string::npos, result.second.find(line)) << line;
 
     testing::internal::CaptureStdout();
     EXPECT_EQ("", validate(text));
-    EXPECT_EQ("", validate("noprobe=x,probe=y"));
+    EXPECT_EQ("", validate("noprobe=x,probe=y,noj2ee"));
     EXPECT_EQ("", testing::internal::GetCapturedStdout());
     // This one warns in validation too.
     testing::internal::CaptureStdout();
@@ -397,22 +385,19 @@ TEST_F(GlobalStateTest, RetiredOptionsWarnOnlyWhenApplying) {
 
 TEST_F(GlobalStateTest, AttachModeDifferences) {
     ourCapabilities.add(CAPABILITY_ATTACHED_AGENT);
-    Options options(commandLine({"java", "-Dx=JBoss", "Main"}));
-    EXPECT_EQ(0, options.getDelay());  // the jboss default is for a JVM start
-    auto result = apply(options, "delay=5000,probeclasspath=/a/p.JAR:/b/q.jar");
+    Options attached(commandLine({"java", "-Dx=JBoss", "Main"}));
+    EXPECT_EQ(0, attached.getDelay());  // the jboss default is for a JVM start
+    auto result = apply(attached, "delay=5000,probeclasspath=/a/p.JAR:/b/q.jar");
     EXPECT_EQ("", result.first);
-    EXPECT_EQ(0, options.getDelay());
+    EXPECT_EQ(0, attached.getDelay());
     EXPECT_NE(std::string::npos, result.second.find("warning: ignoring 'delay' in attach mode"));
-    EXPECT_EQ(2, options.getProbeClassPath().getSize());
-    EXPECT_EQ(-100, probeMode((BUILTIN + "JUnitTests").c_str()));
-    EXPECT_EQ(-100, probeMode((BUILTIN + "TestNG").c_str()));
-    EXPECT_EQ(PROBE_ACTIVITY_MODE_ON, probeMode((BUILTIN + "Threads").c_str()));
+    EXPECT_EQ(2, attached.getProbeClassPath().getSize());
+    expectModes({{".JUnitTests", MISSING}, {".TestNG", MISSING}, {".Threads", PROBE_ACTIVITY_MODE_ON}});
 
-    Options dirs(commandLine({"java", "Main"}));
     EXPECT_EQ("'probeclasspath' accepts only JAR files in attach mode: /classes",
-              apply(dirs, "probeclasspath=/a.jar:/classes").first);
+              apply(options, "probeclasspath=/a.jar:/classes").first);
     EXPECT_EQ("in attach mode 'probebootclasspath' accepts only JAR files: /boot",
-              apply(dirs, "probebootclasspath=/boot").first);
+              apply(options, "probebootclasspath=/boot").first);
 
     // The same texts are fine at JVM start.
     ourCapabilities.remove(CAPABILITY_ATTACHED_AGENT);
@@ -420,14 +405,13 @@ TEST_F(GlobalStateTest, AttachModeDifferences) {
     EXPECT_EQ("", apply(start, "delay=5000,probebootclasspath=/boot:/x.jar").first);
     EXPECT_EQ(5000, start.getDelay());
     EXPECT_EQ(2, start.getProbeBootClassPath().getSize());
-    EXPECT_EQ(PROBE_ACTIVITY_MODE_ON, probeMode((BUILTIN + "JUnitTests").c_str()));
+    EXPECT_EQ(PROBE_ACTIVITY_MODE_ON, probeMode(".JUnitTests"));
 }
 
 TEST_F(GlobalStateTest, ValidationChangesNoGlobalState) {
     ourProbe2ActivityMode.put(ZString("com.acme.P"), PROBE_ACTIVITY_MODE_AUTO);
     ourCapabilities.add(CAPABILITY_ATTACHED_AGENT);  // validation works on its own word
-    uint64_t capabilities = ourCapabilities.get();
-    uint64_t status = ourStatus.get();
+    uint64_t capabilities = ourCapabilities.get(), status = ourStatus.get();
     ProbeMap probes = probeMap();
     Validated v("tracing,disableall,exceptions=on,deadlocks=off,disablestacktelemetry,probe_disable=*,"
                 "probe_on=com.acme.X,builtinprobes=none,delay=50,probeclasspath=/dir");
