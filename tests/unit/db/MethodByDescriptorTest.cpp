@@ -1,6 +1,4 @@
 #include "unit/DBTestSupport.h"
-#include "db/StringPool.h"
-#include "db/ZMethod.h"
 
 static int byDescriptor(const LockHolder& lock, ZMethod::ClassStrings& known, const char* className, const char* name,
                         const char* descriptor, const char* source = "A.java") {
@@ -13,12 +11,8 @@ static int byDescriptor(const LockHolder& lock, ZMethod::ClassStrings& known, co
 TEST_F(DBTest, MethodsByDescriptorMatchMethodsByName) {
     ZMethod::ClassStrings known;
     int first = byDescriptor(lock, known, "p.A", "run", "(I[Ljava/lang/String;)J");
-    EXPECT_EQ("run", text(first > 0 ? ZMethod::getRecord(first)->myName : 0));
+    EXPECT_EQ("p.A.run(int, java.lang.String[]) long [A.java]", describe(first));
     MethodRecord* record = ZMethod::getRecord(first);
-    EXPECT_EQ("(int, java.lang.String[])", text(record->myParameters));
-    EXPECT_EQ("p.A", text(record->myClass));
-    EXPECT_EQ("long", text(record->myReturnType));
-    EXPECT_EQ("A.java", text(record->mySourceFile));
     // Indices in the order name, parameters, class, return type, source file.
     EXPECT_LT(record->myName, record->myParameters);
     EXPECT_LT(record->myParameters, record->myClass);
@@ -54,10 +48,5 @@ TEST_F(DBTest, MethodsByDescriptorSurviveCollectedStrings) {
     DB::resetForTests();
     DB::createAndInitializeDB(DBSettings{TELEMETRY_LIMIT});
     EXPECT_NE(epoch, StringPool::getEpoch());
-    int again = byDescriptor(lock, known, "p.A", "run", "(J)V");
-    MethodRecord* record = ZMethod::getRecord(again);
-    EXPECT_EQ("(long)", text(record->myParameters));
-    EXPECT_EQ("void", text(record->myReturnType));
-    EXPECT_EQ("p.A", text(record->myClass));
-    EXPECT_EQ("A.java", text(record->mySourceFile));
+    EXPECT_EQ("p.A.run(long) void [A.java]", describe(byDescriptor(lock, known, "p.A", "run", "(J)V")));
 }

@@ -141,7 +141,7 @@ TEST_F(RecordingTest, WallTimeFiltersSetTheTimingFlagsOfMethods) {
     EXPECT_EQ(METHOD_FLAG_WALL_TIME | METHOD_FLAG_ALL_WALL_TIME,
               ZMethod::getFlags(a) & (METHOD_FLAG_WALL_TIME | METHOD_FLAG_ALL_WALL_TIME));
 
-    Filter::reloadFilters(lock, patterns({"p.C : a(*)"}));
+    Filter::reloadFilters(lock, patterns({"a.B : a(*)"}));
     EXPECT_FALSE(Filter::ourAlwaysWallTime);
     EXPECT_TRUE(Filter::isWallTimed(a));
     EXPECT_FALSE(Filter::isWallTimed(b));

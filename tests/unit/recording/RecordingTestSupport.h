@@ -12,13 +12,12 @@
 
 #include "services/AgentState.h"
 #include "services/Options.h"
-#include "db/DB.h"
-#include "db/StringPool.h"
 #include "foundation/System.h"
 #include "recording/CpuTracing.h"
 #include "recording/EventEncoding.h"
 #include "recording/ThreadInfo.h"
 #include "recording/TracingSettings.h"
+#include "unit/DBTestSupport.h"
 #include "unit/services/LoggerCapture.h"
 
 // Time and invocations of one frame of one thread.
@@ -33,21 +32,22 @@ inline std::ostream& operator<<(std::ostream& out, const FrameMeasure& m) {
     return out << "{time=" << m.time << " invocations=" << m.invocations << "}";
 }
 
-class RecordingTest : public ::testing::Test {
+class RecordingTest : public DBTest {
 protected:
     void SetUp() override {
         resetAll();
-        // The joints by which the database reaches recording, as the agent's wiring installs them.
-        DB::ourCreatePseudoThreads = ThreadInfo::createPseudoThreads;
-        ZMethod::ourApplyFilters = Filter::applyFilters;
-        DB::createAndInitializeDB(DBSettings{5});
-        db = ourDB;
+        DBTest::SetUp();
         mySavedStatus = ourStatus.get();
         ourStatus.set(INITIAL_STATUS | CPU_TRACING);
         ourCpuTracingGeneration = 1;
         ourTracingSettings.myAdaptive = false;
         Filter::ourAlwaysWallTime = true;
         base = getTimeNsForTracing();
+    }
+    // The joints by which the database reaches recording, as the agent's wiring installs them.
+    void installJoints() override {
+        DB::ourCreatePseudoThreads = ThreadInfo::createPseudoThreads;
+        ZMethod::ourApplyFilters = Filter::applyFilters;
     }
     void TearDown() override {
         resetAll();
@@ -74,14 +74,6 @@ protected:
         thread->onThreadStart(lock);
         return thread;
     }
-    int method(const char* name, const char* className = "p.C") {
-        return ZMethod::getByName(lock, className, name, "()", "void", "C.java", false);
-    }
-    std::string text(int str) {
-        const char* value = StringPool::getString(lock, str);
-        return value != nullptr ? value : "?";
-    }
-    std::string nameOf(int m) { return text(ZMethod::getRecord(m)->myName); }
 
     // A node of the thread's own tree for a path of (method, line) calls.
     int node(ThreadInfo* thread, const std::vector<std::pair<int, int>>& path) {
@@ -129,18 +121,6 @@ protected:
         return result;
     }
     std::map<std::string, FrameMeasure> tree(ThreadInfo* t) { return tree(t->getTFIIndex()); }
-    std::string pathOf(int frame) {
-        std::string path;
-        for (int f = frame; f >= 1; f = ZFrameStorage::getParent(f)) {
-            int point = db->getFrameTable()->getPtr(f, false)->myCodePoint;
-            std::string part = nameOf(CodePointStorage::getMethod(point));
-            int line = CodePointStorage::getLine(point);
-            if (line > 0) part += "@" + std::to_string(line);
-            path = path.empty() ? part : part + "/" + path;
-        }
-        return path;
-    }
-
     // Messages of the captured log that begin with `prefix`.
     static std::vector<std::string> logged(const CapturedLog& log, const std::string& prefix) {
         std::vector<std::string> found;
@@ -150,8 +130,6 @@ protected:
         return found;
     }
 
-    LockHolder lock{&ourLock, "test"};
-    DB* db = nullptr;
     int64_t base = 0;
     uint64_t mySavedStatus = 0;
 };

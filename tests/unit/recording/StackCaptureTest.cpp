@@ -21,22 +21,13 @@ protected:
     }
     void push(jmethodID id, jlocation location) { jvmti.push(id, location); }
     int methodOf(jmethodID id) { return StackCapture::getMethodById(lock, nullptr, id); }
-    // The (method, line) pairs of a frame's path, root first.
-    std::vector<std::pair<int, int>> path(int frame) {
-        std::vector<std::pair<int, int>> result;
-        for (int f = frame; f > 0; f = ZFrameStorage::getParent(f)) {
-            int point = db->getFrameTable()->getPtr(f, false)->myCodePoint;
-            result.insert(result.begin(), {CodePointStorage::getMethod(point), CodePointStorage::getLine(point)});
-        }
-        return result;
-    }
-    std::vector<std::pair<int, int>> nodePath(ZNodeTree& tree, int node) {
-        std::vector<std::pair<int, int>> result;
+    // The path of a node of a private tree, as pathOf gives a frame's.
+    std::string nodePath(ZNodeTree& tree, int node) {
+        std::string path;
         for (int n = node; n > 0; n = tree.getNodeParent(n)) {
-            int point = tree.getNodeCodePoint(n);
-            result.insert(result.begin(), {CodePointStorage::getMethod(point), CodePointStorage::getLine(point)});
+            path = path.empty() ? pointName(tree.getNodeCodePoint(n)) : pointName(tree.getNodeCodePoint(n)) + "/" + path;
         }
-        return result;
+        return path;
     }
     ScriptedJvmti jvmti;
 };
@@ -47,13 +38,8 @@ TEST_F(StackCaptureTest, MethodsAreNamedFromTheirDescriptors) {
     jmethodID id = define(1, {"parse", "(ILjava/lang/String;[[J)[Ljava/lang/Object;", "Lcom/acme/Parser;", "Parser.java",
                               true, {}});
     int m = methodOf(id);
-    MethodRecord* record = db->getMethodTable()->getPtr(m, false);
-    EXPECT_EQ("parse", text(record->myName));
-    EXPECT_EQ("(int, java.lang.String, long[][])", text(record->myParameters));
-    EXPECT_EQ("java.lang.Object[]", text(record->myReturnType));
-    EXPECT_EQ("com.acme.Parser", text(record->myClass));
-    EXPECT_EQ("Parser.java", text(record->mySourceFile));
-    EXPECT_EQ(METHOD_FLAG_NATIVE, record->myFlags);
+    EXPECT_EQ("com.acme.Parser.parse(int, java.lang.String, long[][]) java.lang.Object[] [Parser.java]", describe(m));
+    EXPECT_EQ(METHOD_FLAG_NATIVE, ZMethod::getFlags(m));
     EXPECT_EQ(m, methodOf(id));
     EXPECT_THROW(methodOf(nullptr), KZTRuntimeException);
 
@@ -66,12 +52,8 @@ TEST_F(StackCaptureTest, MethodsAreNamedFromTheirDescriptors) {
     for (const char* same : {"LFoo$$Lambda$12/678;", "LFoo$$Lambda$12;", "LFoo$$Lambda$12/0x0000000800c03000;"}) {
         EXPECT_EQ(l1, run(same)) << same;
     }
-    int l5 = run("LFoo$$Lambda$12/0xzz;");
-    EXPECT_NE(l1, l5);
-    EXPECT_EQ("Foo$$Lambda$12", text(db->getMethodTable()->getPtr(l1, false)->myClass));
-    EXPECT_EQ("", text(db->getMethodTable()->getPtr(l1, false)->mySourceFile));
-    EXPECT_EQ("Foo$$Lambda$12.0xzz", text(db->getMethodTable()->getPtr(l5, false)->myClass));
-    EXPECT_EQ("()", text(db->getMethodTable()->getPtr(l5, false)->myParameters));
+    EXPECT_EQ("Foo$$Lambda$12.run() void []", describe(l1));
+    EXPECT_EQ("Foo$$Lambda$12.0xzz.run() void []", describe(run("LFoo$$Lambda$12/0xzz;")));
 }
 
 TEST_F(StackCaptureTest, LinesComeFromTheTableAndAreCached) {
@@ -107,23 +89,15 @@ TEST_F(StackCaptureTest, SampledStacksPlaceCallsAtTheCallersLine) {
     push(a, 10);         // line 101, the bottom
     jvmtiStackInfo info = jvmti.stackInfo();
     int frame = StackCapture::fillCurrentFrameJVMTIForSampling(lock, nullptr, info);
-    std::vector<std::pair<int, int>> expected = {
-        {methodOf(a), 0}, {methodOf(b), 101}, {methodOf(c), 102}, {ownLineNumberMethod, 103}};
-    EXPECT_EQ(expected, path(frame));
+    EXPECT_EQ("a/b@101/c@102/<<own>>@103", pathOf(frame));
     EXPECT_EQ(frame, StackCapture::fillCurrentFrameJVMTIForSampling(lock, nullptr, info));
-
     // Roots skip nothing.
-    std::vector<std::pair<int, int>> roots = {{methodOf(a), 0},
-                                              {methodOf(callback), 101},
-                                              {methodOf(b), 100},
-                                              {methodOf(c), 102},
-                                              {ownLineNumberMethod, 103}};
-    EXPECT_EQ(roots, path(StackCapture::fillCurrentFrameJvmtiForRoots(lock, nullptr, info)));
+    EXPECT_EQ("a/hook@101/b@100/c@102/<<own>>@103",
+              pathOf(StackCapture::fillCurrentFrameJvmtiForRoots(lock, nullptr, info)));
 
     // Asynchronous frames with a null method are left out.
     AsyncCallFrame async[] = {{30, c}, {0, nullptr}, {10, a}};
-    std::vector<std::pair<int, int>> asyncPath = {{methodOf(a), 0}, {methodOf(c), 101}, {ownLineNumberMethod, 103}};
-    EXPECT_EQ(asyncPath, path(StackCapture::fillCurrentFrameForAsyncSampling(lock, nullptr, 3, async)));
+    EXPECT_EQ("a/c@101/<<own>>@103", pathOf(StackCapture::fillCurrentFrameForAsyncSampling(lock, nullptr, 3, async)));
     // An empty stack is the root.
     EXPECT_EQ(0, StackCapture::fillCurrentFrameForAsyncSampling(lock, nullptr, 0, async));
 }
@@ -138,13 +112,9 @@ TEST_F(StackCaptureTest, NodeTreesMirrorStacksWithTheirOwnCaches) {
     ZNodeTree tree;
     NodeStackCapture capture(&tree);
     int lastLine = -1;
-    int node = capture.fillCurrentNodeJvmti_notForTracing_noOwnLine(nullptr, &lastLine);
+    EXPECT_EQ("a/b@101", nodePath(tree, capture.fillCurrentNodeJvmti_notForTracing_noOwnLine(nullptr, &lastLine)));
     EXPECT_EQ(102, lastLine);
-    std::vector<std::pair<int, int>> expected = {{methodOf(a), 0}, {methodOf(b), 101}};
-    EXPECT_EQ(expected, nodePath(tree, node));
-    int withOwn = capture.fillCurrentNodeJvmti_notForTracing_withOwnLine(nullptr);
-    expected.push_back({ownLineNumberMethod, 102});
-    EXPECT_EQ(expected, nodePath(tree, withOwn));
+    EXPECT_EQ("a/b@101/<<own>>@102", nodePath(tree, capture.fillCurrentNodeJvmti_notForTracing_withOwnLine(nullptr)));
     int calls = jvmti.lineTableCalls;
     capture.fillCurrentNodeJvmti_notForTracing_withOwnLine(nullptr);
     EXPECT_EQ(calls, jvmti.lineTableCalls);  // lines come from the private cache now
@@ -169,11 +139,9 @@ TEST_F(StackCaptureTest, NodeTreesMirrorStacksWithTheirOwnCaches) {
     push(b, 10);
     push(a, 0);
     for (jmethodID traced : {a, c, d}) ZMethod::getRecord(methodOf(traced))->myFlags |= METHOD_FLAG_TRACED;
-    std::vector<std::pair<int, int>> tracing = {{methodOf(a), 0}, {methodOf(c), 0}, {methodOf(d), 102}};
-    EXPECT_EQ(tracing, nodePath(tree, capture.fillCurrentNodeJvmti_forTracing(nullptr, true)));
+    EXPECT_EQ("a/c/d@102", nodePath(tree, capture.fillCurrentNodeJvmti_forTracing(nullptr, true)));
     ZMethod::getRecord(methodOf(c))->myFlags |= METHOD_FLAG_EXCLUDED;
-    std::vector<std::pair<int, int>> noLines = {{methodOf(a), 0}, {methodOf(d), 0}};
-    EXPECT_EQ(noLines, nodePath(tree, capture.fillCurrentNodeJvmti_forTracing(nullptr, false)));
+    EXPECT_EQ("a/d", nodePath(tree, capture.fillCurrentNodeJvmti_forTracing(nullptr, false)));
 
     jvmti.stack.clear();
     EXPECT_EQ(0, capture.getTopMethodIndex(nullptr));
@@ -184,11 +152,7 @@ TEST_F(StackCaptureTest, NodeTreesMirrorStacksWithTheirOwnCaches) {
 TEST_F(StackCaptureTest, ARememberedStackServesOnlyTheSameFrames) {
     jmethodID a = plain(1, "a");
     jmethodID b = plain(2, "b");
-    int ma = methodOf(a);
-    int mb = methodOf(b);
-    int own = ownLineNumberMethod;
     using Frames = std::vector<std::pair<jmethodID, jlocation>>;  // top first
-    using Path = std::vector<std::pair<int, int>>;
     ZNodeTree tree;
     NodeStackCapture capture(&tree);
     auto walk = [&](const Frames& frames) {
@@ -198,29 +162,28 @@ TEST_F(StackCaptureTest, ARememberedStackServesOnlyTheSameFrames) {
     };
     // Deeper than what is remembered: a and b taking turns, the bottom one varied.
     Frames deep;
-    Path deepPath;
+    std::string deepPath = "a";
     for (int i = 0; i < 70; i++) deep.push_back({i % 2 == 0 ? b : a, 10});
-    for (int i = 69; i >= 0; i--) deepPath.push_back({i % 2 == 0 ? mb : ma, i == 69 ? 0 : 101});
-    deepPath.push_back({own, 101});
+    for (int i = 68; i >= 0; i--) deepPath += i % 2 == 0 ? "/b@101" : "/a@101";
+    deepPath += "/<<own>>@101";
     Frames deepOther = deep;
     deepOther.back().second = 20;
-    Path deepOtherPath = deepPath;
-    deepOtherPath[1].second = 102;
+    std::string deepOtherPath = "a/b@102" + deepPath.substr(7);
     struct Case {
         const char* what;
         Frames frames;
-        Path expected;
+        std::string expected;
     } cases[] = {
-        {"first", {{b, 20}, {a, 10}}, {{ma, 0}, {mb, 101}, {own, 102}}},
-        {"again", {{b, 20}, {a, 10}}, {{ma, 0}, {mb, 101}, {own, 102}}},
-        {"top moved on", {{b, 30}, {a, 10}}, {{ma, 0}, {mb, 101}, {own, 103}}},
-        {"caller moved on", {{b, 30}, {a, 0}}, {{ma, 0}, {mb, 100}, {own, 103}}},
-        {"one deeper", {{a, 0}, {b, 30}, {a, 0}}, {{ma, 0}, {mb, 100}, {ma, 103}, {own, 100}}},
-        {"one fewer", {{a, 0}, {b, 30}}, {{mb, 0}, {ma, 103}, {own, 100}}},
+        {"first", {{b, 20}, {a, 10}}, "a/b@101/<<own>>@102"},
+        {"again", {{b, 20}, {a, 10}}, "a/b@101/<<own>>@102"},
+        {"top moved on", {{b, 30}, {a, 10}}, "a/b@101/<<own>>@103"},
+        {"caller moved on", {{b, 30}, {a, 0}}, "a/b@100/<<own>>@103"},
+        {"one deeper", {{a, 0}, {b, 30}, {a, 0}}, "a/b@100/a@103/<<own>>@100"},
+        {"one fewer", {{a, 0}, {b, 30}}, "b/a@103/<<own>>@100"},
         {"deep", deep, deepPath},
         {"deep, bottom moved", deepOther, deepOtherPath},
         {"deep again", deep, deepPath},
-        {"back", {{b, 20}, {a, 10}}, {{ma, 0}, {mb, 101}, {own, 102}}},
+        {"back", {{b, 20}, {a, 10}}, "a/b@101/<<own>>@102"},
     };
     for (const Case& c : cases) EXPECT_EQ(c.expected, walk(c.frames)) << c.what;
 }

@@ -11,9 +11,9 @@ protected:
         RecordingTest::SetUp();
         ourTracingCanSetLineNumbers = true;
     }
-    // Fake method n is p.C.m<n>()V, whose line at location L is L.
+    // Fake method n is a.B.m<n>()V, whose line at location L is L.
     jmethodID fake(int n) {
-        return jvmti.define(n, {"m" + std::to_string(n), "()V", "Lp/C;", "C.java", false, ScriptedJvmti::linesAsLocations()});
+        return jvmti.define(n, {"m" + std::to_string(n), "()V", "La/B;", "B.java", false, ScriptedJvmti::linesAsLocations()});
     }
     // The method index of fake method n, instrumented for tracing.
     int traced(int n) {

@@ -53,10 +53,8 @@ TEST_F(DBTest, InitializationWritesBuiltInPropertiesAndTheOwnMethod) {
     EXPECT_EQ(-1, db->findPropertyRecordIndex(str("no.such.property")));
 
     ASSERT_GT(ownLineNumberMethod, 0);
-    MethodRecord* own = db->getMethodTable()->getPtr(ownLineNumberMethod, false);
-    EXPECT_EQ("own.<<own>>() void []", text(own->myClass) + "." + text(own->myName) + text(own->myParameters) + " " +
-                                            text(own->myReturnType) + " [" + text(own->mySourceFile) + "]");
-    EXPECT_EQ(0, own->myFlags & METHOD_FLAG_NATIVE);
+    EXPECT_EQ("own.<<own>>() void []", describe(ownLineNumberMethod));
+    EXPECT_EQ(0, ZMethod::getFlags(ownLineNumberMethod) & METHOD_FLAG_NATIVE);
 }
 
 TEST_F(DBTest, DeltasCarryChangesDeletionsAndReuseByGeneration) {
