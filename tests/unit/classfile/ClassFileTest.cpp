@@ -14,28 +14,17 @@ static Bytes branchingClass(int major) {
     return b.build();
 }
 
-TEST(ClassFile, UneditedClassWritesBackTheSameBytes) {
-    for (int major : {49, 52}) {
-        Bytes bytes = branchingClass(major);
-        auto cf = parseClass(bytes);
-        ASSERT_FALSE(cf->isInvalid());
-        EXPECT_EQ(bytes, writeClass(*cf)) << major;
-        EXPECT_EQ(bytes, writeClass(*cf)) << "second write " << major;
-        CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
-        ASSERT_NE(nullptr, code);
-        if (major == 49) {
-            EXPECT_FALSE(code->isStackMapsEnabled());
-            EXPECT_EQ(0, code->getFrames().getSize());
-        } else {
-            ASSERT_EQ(2, code->getFrames().getSize());
-            StackMapFrame* frame = code->getFrames()[1];
-            EXPECT_EQ(6, frame->getOffset());
-            ASSERT_EQ(2, frame->getLocals().getSize());
-            EXPECT_EQ(VerificationType::INTEGER, frame->getLocals()[0].getTag());
-            EXPECT_EQ(VerificationType::OBJECT, frame->getLocals()[1].getTag());
-            EXPECT_EQ("java/lang/String", cf->getConstantClassSignature(frame->getLocals()[1].getData()));
-        }
-    }
+// The corpus test round-trips the JDK's own classes, all of them with frames;
+// here a class from before stack maps.
+TEST(ClassFile, UneditedOldClassWritesBackTheSameBytes) {
+    Bytes bytes = branchingClass(49);
+    auto cf = parseClass(bytes);
+    ASSERT_FALSE(cf->isInvalid());
+    EXPECT_EQ(bytes, writeClass(*cf));
+    EXPECT_EQ(bytes, writeClass(*cf)) << "second write";
+    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    EXPECT_FALSE(code->isStackMapsEnabled());
+    EXPECT_EQ(0, code->getFrames().getSize());
 }
 
 TEST(ClassFile, ConstantsAddedWhileParsingAreWrittenOnlyWhenUsed) {
@@ -209,12 +198,9 @@ TEST(ClassFile, CopiedCodeKeepsItsTableRaw) {
 TEST(ClassFile, ParameterTypesComeFromTheDescriptor) {
     ZVectorSafe<ZString> types;
     MethodInfo::getParameterTypesBySignature(ZString("(I[[Ljava/lang/String;JLx;[D)V"), types);
-    ASSERT_EQ(5, types.getSize());
-    EXPECT_EQ("I", types[0]);
-    EXPECT_EQ("[[Ljava/lang/String;", types[1]);
-    EXPECT_EQ("J", types[2]);
-    EXPECT_EQ("Lx;", types[3]);
-    EXPECT_EQ("[D", types[4]);
+    std::vector<std::string> read;
+    for (int i = 0; i < types.getSize(); i++) read.push_back(types[i].c_str());
+    EXPECT_EQ((std::vector<std::string>{"I", "[[Ljava/lang/String;", "J", "Lx;", "[D"}), read);
     ZVectorSafe<ZString> broken;
     EXPECT_THROW(MethodInfo::getParameterTypesBySignature(ZString("(Ljava/lang/String"), broken), KZTRuntimeException);
 }
