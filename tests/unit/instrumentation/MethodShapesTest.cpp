@@ -95,26 +95,32 @@ TEST_F(MethodShapesTest, ShortMethodsAreSkippedUntilTheyGrowLoopOrCall) {
         std::unique_ptr<ClassFile> cf = parseClass(b.build());
         return shouldSkipInstrumentationForTracingAndAllocation(cf->getMethods()[0], reason);
     };
-    int reason = 0;
     // 32 bytes of field access and arithmetic: skipped; one more byte is not.
     Bytes access;
     for (int i = 0; i < 10; i++) append(access, op(0xb2, 1));
     append(access, Bytes{0x60, 0xb1});
-    EXPECT_TRUE(skipped(access, &reason));
-    EXPECT_EQ(0, reason);
     Bytes longer = access;
     longer.insert(longer.begin(), 0x00);
-    EXPECT_FALSE(skipped(longer, &reason));
-    EXPECT_EQ(-2, reason);
-    EXPECT_FALSE(skipped({0x00, 0xa7, 0xff, 0xff, 0xb1}, &reason));  // goto back
-    EXPECT_EQ(-3, reason);
-    EXPECT_TRUE(skipped({0x03, 0x99, 0x00, 0x04, 0x00, 0xb1}, &reason));  // a forward branch is harmless
-    EXPECT_FALSE(skipped({0x04, 0x04, 0x6c, 0x57, 0xb1}, &reason));  // idiv
-    EXPECT_EQ(0x6c, reason);
-    EXPECT_FALSE(skipped(concat({op(0xb8, 1), Bytes{0xb1}}), &reason));
-    EXPECT_EQ(0xb8, reason);
-
+    struct Case {
+        const char* what;
+        Bytes code;
+        bool skipped;
+        int reason;
+    } cases[] = {
+        {"access", access, true, 0},
+        {"one byte longer", longer, false, -2},
+        {"goto back", {0x00, 0xa7, 0xff, 0xff, 0xb1}, false, -3},
+        {"a forward branch is harmless", {0x03, 0x99, 0x00, 0x04, 0x00, 0xb1}, true, 0},
+        {"idiv", {0x04, 0x04, 0x6c, 0x57, 0xb1}, false, 0x6c},
+        {"a call", concat({op(0xb8, 1), Bytes{0xb1}}), false, 0xb8},
+    };
+    for (const Case& c : cases) {
+        int reason = 99;
+        EXPECT_EQ(c.skipped, skipped(c.code, &reason)) << c.what;
+        EXPECT_EQ(c.reason, reason) << c.what;
+    }
     setOptions("_instrument_all_methods");
+    int reason = 0;
     EXPECT_FALSE(skipped({0xb1}, &reason));
     EXPECT_EQ(-1, reason);
 }
@@ -193,11 +199,7 @@ TEST_F(MethodShapesTest, AllocationsAreReportedBehindTheConstructorCall) {
               disassemble(out, "array"));
 
     // The allocated class has its pseudo method, named after the class.
-    int pseudo = -1;
-    {
-        LockHolder lock(&ourLock, LOCK_SITE);
-        pseudo = ZMethod::getByName(lock, "p.X", "<<init>>", "()", "void", "", false);
-    }
+    int pseudo = ZMethod::getByName(LockHolder(&ourLock, LOCK_SITE), "p.X", "<<init>>", "()", "void", "", false);
     EXPECT_GE(pseudo, ZMethod::PAGE_SIZE);
     EXPECT_EQ("p.X.<<init>>", methodName(pseudo));
 }
@@ -236,17 +238,14 @@ TEST_F(MethodShapesTest, TablesFollowTheCode) {
     EXPECT_EQ(13 - 26, (int16_t)((c[27] << 8) | c[28]));
     // The range starts behind the entry code and, ending with the code, covers the exit code.
     CodeAttribute::ExceptionTableElement* e = code->getExceptionTable()[0];
-    EXPECT_EQ(13, e->startPc);
-    EXPECT_EQ(40, e->endPc);
-    EXPECT_EQ(29, e->handlerPc);
+    EXPECT_EQ((std::vector<int>{13, 40, 29}), (std::vector<int>{e->startPc, e->endPc, e->handlerPc}));
     LineNumberTableAttribute* lines = code->getLineNumberTable();
-    EXPECT_EQ(0, lines->getLine(0).startPc);
-    EXPECT_EQ(26, lines->getLine(1).startPc);
+    EXPECT_EQ((std::vector<int>{0, 26}), (std::vector<int>{lines->getLine(0).startPc, lines->getLine(1).startPc}));
+    // The first variable is from 0: it covers the entry code too.
     LocalVariableTableAttribute* locals = code->getLocalVariableTable();
-    EXPECT_EQ(0, locals->getVariable(0).getStartPc());  // from 0: covers the entry code too
-    EXPECT_EQ(40, locals->getVariable(0).getLength());
-    EXPECT_EQ(26, locals->getVariable(1).getStartPc());
-    EXPECT_EQ(14, locals->getVariable(1).getLength());
+    std::vector<int> ranges;
+    for (int i = 0; i < 2; i++) ranges.insert(ranges.end(), {locals->getVariable(i).getStartPc(), locals->getVariable(i).getLength()});
+    EXPECT_EQ((std::vector<int>{0, 40, 26, 14}), ranges);
     EXPECT_EQ(4 + 12, code->getMaxStack());
 }
 
