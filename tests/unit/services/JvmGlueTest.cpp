@@ -126,8 +126,13 @@ private:
 
 std::string str(const ZString& text) { return std::string(text.c_str(), text.getLength()); }
 
-TEST(JvmGlueTest, JvmtiErrorCheckPassesNoneAndNamesAnyOther) {
+class JvmGlueTest : public ::testing::Test {
+protected:
     CapturedLog log;
+    FakeJvm jvm;
+};
+
+TEST_F(JvmGlueTest, JvmtiErrorCheckPassesNoneAndNamesAnyOther) {
     EXPECT_NO_THROW(check_JVMTI_error_impl(JVMTI_ERROR_NONE, nullptr, -1));
     EXPECT_FALSE(Logger::ourLogFileCreated);
 
@@ -142,9 +147,7 @@ TEST(JvmGlueTest, JvmtiErrorCheckPassesNoneAndNamesAnyOther) {
     EXPECT_EQ("99:<null>", str(getJvmtiErrorName(ourJVMTI, (jvmtiError)99)));
 }
 
-TEST(JvmGlueTest, PendingJavaExceptionIsFatalWithItsMessage) {
-    CapturedLog log;
-    FakeJvm jvm;
+TEST_F(JvmGlueTest, PendingJavaExceptionIsFatalWithItsMessage) {
     EXPECT_NO_THROW(assertJniImpl(jvm.env(), "Caller.cpp", 3));
 
     jvm.pending = jvm.throwable("java.lang.IllegalStateException", "boom");
@@ -155,16 +158,14 @@ TEST(JvmGlueTest, PendingJavaExceptionIsFatalWithItsMessage) {
         << log.messages().back();
 }
 
-TEST(JvmGlueTest, ExceptionMessageIsEmptyWithoutAMessage) {
-    FakeJvm jvm;
+TEST_F(JvmGlueTest, ExceptionMessageIsEmptyWithoutAMessage) {
     EXPECT_EQ("java.io.IOException: disk full",
               str(getExceptionMessage(jvm.env(), jvm.throwable("java.io.IOException", "disk full"))));
     EXPECT_EQ("", str(getExceptionMessage(jvm.env(), jvm.throwable("java.io.IOException", nullptr))));
     EXPECT_EQ("", str(getExceptionMessage(jvm.env(), nullptr)));
 }
 
-TEST(JvmGlueTest, ThrownRuntimeExceptionsReplaceEachOtherAndShareOneClass) {
-    FakeJvm jvm;
+TEST_F(JvmGlueTest, ThrownRuntimeExceptionsReplaceEachOtherAndShareOneClass) {
     throwException(jvm.env(), "first");
     throwException(jvm.env(), "second");
     EXPECT_EQ("java/lang/RuntimeException: second", jvm.object(jvm.pending)->klass->text + ": " +
@@ -186,9 +187,7 @@ TEST(JvmGlueTest, ThrownRuntimeExceptionsReplaceEachOtherAndShareOneClass) {
               throws);
 }
 
-TEST(JvmGlueTest, JavaStringsBecomeZStringsByteForByte) {
-    CapturedLog log;
-    FakeJvm jvm;
+TEST_F(JvmGlueTest, JavaStringsBecomeZStringsByteForByte) {
     EXPECT_TRUE(createZS(jvm.env(), nullptr).isEmpty());
     EXPECT_TRUE(jvm.calls.empty());
     // Modified UTF-8 keeps its two-byte NUL.
@@ -217,9 +216,7 @@ TEST(JvmGlueTest, JavaStringsBecomeZStringsByteForByte) {
     EXPECT_TRUE(createZS(jvm.env(), jvm.string("lost")).isEmpty());
 }
 
-TEST(JvmGlueTest, MissingClassIsLoggedAndFatalWhileAnExceptionIsPending) {
-    CapturedLog log;
-    FakeJvm jvm;
+TEST_F(JvmGlueTest, MissingClassIsLoggedAndFatalWhileAnExceptionIsPending) {
     EXPECT_NE(nullptr, findClass(jvm.env(), "java/lang/Thread"));
     jvm.missingClass = "com/acme/Missing";
     EXPECT_THROW(findClass(jvm.env(), "com/acme/Missing"), KZTRuntimeException);
@@ -229,9 +226,7 @@ TEST(JvmGlueTest, MissingClassIsLoggedAndFatalWhileAnExceptionIsPending) {
     EXPECT_EQ(nullptr, jvm.pending);
 }
 
-TEST(JvmGlueTest, RetransformCleanupTakesOnlyAPendingException) {
-    CapturedLog log;
-    FakeJvm jvm;
+TEST_F(JvmGlueTest, RetransformCleanupTakesOnlyAPendingException) {
     cleanupAfterRetransformClassesFailure(jvm.env());
     EXPECT_FALSE(Logger::ourLogFileCreated);
     EXPECT_TRUE(jvm.calls.empty());
@@ -243,8 +238,7 @@ TEST(JvmGlueTest, RetransformCleanupTakesOnlyAPendingException) {
     EXPECT_EQ("warning: (additional info) retransform failed with JNI exception", log.messages().back());
 }
 
-TEST(JvmGlueTest, SystemPropertiesAndMemoryGoThroughTheMainEnvironment) {
-    CapturedLog log;
+TEST_F(JvmGlueTest, SystemPropertiesAndMemoryGoThroughTheMainEnvironment) {
     jvmtiEnv* saved = ourJVMTI;
     ourJVMTI = nullptr;
     EXPECT_TRUE(getSystemProperty("java.vm.vendor").isEmpty());
