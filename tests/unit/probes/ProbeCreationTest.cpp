@@ -209,47 +209,47 @@ TEST_F(ProbeCreationTest, AClassWithoutPatternsIsScannedAndNothingElse) {
     EXPECT_EQ(ZString("cases.Helper, cases.NotPublic, cases.ThisObject"), result.getScannedClasses());
 }
 
+std::vector<std::string> texts(const ZVectorSafe<ZString>& list) {
+    std::vector<std::string> result;
+    for (int i = 0; i < list.getSize(); i++) result.push_back(list[i].c_str());
+    return result;
+}
+
 TEST_F(ProbeCreationTest, EveryParameterKindInTheDescriptor) {
     ProbeDescriptor* d = valid("Full");
     ASSERT_NE(nullptr, d);
     EXPECT_EQ(ZString("cases/Full"), d->getClassSignature());
     EXPECT_EQ(ZString("a/Root"), d->getInstanceOf());
-    ASSERT_EQ(3, d->getRetransformList().getSize());
-    EXPECT_EQ(ZString("a.Root"), d->getRetransformList()[0]);
-    EXPECT_EQ(ZString("a.Base"), d->getRetransformList()[1]);
-    ASSERT_EQ(2, d->getCallbackExceptions().getSize());
-    EXPECT_EQ(ZString("java/io/IOException"), d->getCallbackExceptions()[0]);
-    EXPECT_EQ(ZString("java/lang/InterruptedException"), d->getCallbackExceptions()[1]);
-    EXPECT_FALSE(d->hasReturnValue());
+    EXPECT_EQ((std::vector<std::string>{"a.Root", "a.Base", "b.Other"}), texts(d->getRetransformList()));
+    EXPECT_EQ((std::vector<std::string>{"java/io/IOException", "java/lang/InterruptedException"}),
+              texts(d->getCallbackExceptions()));
+    EXPECT_FALSE(d->hasReturnValue() || d->isOnExit());
     EXPECT_TRUE(d->getCallbackReturnType().isEmpty());
-    EXPECT_TRUE(d->usesOnEnterResult());
-    EXPECT_TRUE(d->usesMethodTime());
-    EXPECT_FALSE(d->isOnExit());
+    EXPECT_TRUE(d->usesOnEnterResult() && d->usesMethodTime());
 
+    // Kind, index and @Out of each onEnter parameter.
     const CallbackParameters& enter = *d->getOnEnterParameters();
-    CallbackParameterKind kinds[] = {CPK_PARAM, CPK_PARAMS, CPK_THIS, CPK_METHOD_NAME, CPK_METHOD_SIGNATURE,
-                                     CPK_METHOD_PARAMETER_TYPES, CPK_CLASS_REF};
-    ASSERT_EQ(7, enter.getSize());
-    for (int i = 0; i < 7; i++) EXPECT_EQ(kinds[i], enter[i].kind) << i;
-    EXPECT_EQ(1, enter[0].index);
-    EXPECT_EQ(-1, enter[1].index);
-    EXPECT_TRUE(enter[1].isOut);
-    EXPECT_FALSE(enter[0].isOut);
+    std::vector<std::vector<int>> parameters;
+    for (int i = 0; i < enter.getSize(); i++) parameters.push_back({enter[i].kind, enter[i].index, enter[i].isOut});
+    EXPECT_EQ((std::vector<std::vector<int>>{{CPK_PARAM, 1, 0}, {CPK_PARAMS, -1, 1}, {CPK_THIS, -1, 0},
+                                             {CPK_METHOD_NAME, -1, 0}, {CPK_METHOD_SIGNATURE, -1, 0},
+                                             {CPK_METHOD_PARAMETER_TYPES, -1, 0}, {CPK_CLASS_REF, -1, 0}}),
+              parameters);
     EXPECT_EQ(ZString("Ljava/lang/Class;"), enter[6].type);
     EXPECT_EQ(CPK_ON_ENTER_RESULT, (*d->getReturnParameters())[1].kind);
     EXPECT_EQ(CPK_THROWN_EXCEPTION, (*d->getExceptionParameters())[0].kind);
     EXPECT_EQ(ZString("(Ljava/lang/Throwable;J)V"), d->getExceptionDescriptor());
 
-    ASSERT_EQ(3, d->getPatternCount());
-    EXPECT_EQ(ZString("com.acme.*"), d->getClassPattern(0));
-    EXPECT_EQ(ZString("(int, java.lang.String)"), d->getSignaturePattern(0));
-    EXPECT_EQ(ZString("void"), d->getReturnTypePattern(0));
-    EXPECT_FALSE(d->isNegative(0));
-    EXPECT_TRUE(d->isNegative(1));
-    EXPECT_EQ(ZString("java.util.*"), d->getClassPattern(1));
-    EXPECT_EQ(ZString("Ljavax/ejb/*;"), d->getClassAnnotationSignature(2));
-    EXPECT_EQ(ZString("Lm/Mark;"), d->getMethodAnnotationSignature(2));
-    EXPECT_EQ(ZString(""), d->getClassAnnotationSignature(0));
+    std::vector<std::string> patterns;
+    for (int i = 0; i < d->getPatternCount(); i++) {
+        patterns.push_back(std::string(d->isNegative(i) ? "-" : "") + d->getClassPattern(i).c_str() + " " +
+                           d->getSignaturePattern(i).c_str() + " " + d->getReturnTypePattern(i).c_str() + " [" +
+                           d->getClassAnnotationSignature(i).c_str() + "|" + d->getMethodAnnotationSignature(i).c_str() +
+                           "]");
+    }
+    EXPECT_EQ((std::vector<std::string>{"com.acme.* (int, java.lang.String) void [|]", "-java.util.* () * [|]",
+                                        "* (*) * [Ljavax/ejb/*;|Lm/Mark;]"}),
+              patterns);
 }
 
 TEST_F(ProbeCreationTest, ReturnTypesAndThisRestrictions) {
