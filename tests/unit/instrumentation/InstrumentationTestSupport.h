@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <new>
 #include <string>
 #include <vector>
@@ -48,6 +49,44 @@ inline int methodRef(ClassBuilder& b, const std::string& owner, const std::strin
     putU2(ref, b.cls(owner));
     putU2(ref, nameAndType);
     return b.raw(ref);
+}
+
+inline std::filesystem::path sourceRoot() {
+    return std::filesystem::path(__FILE__).parent_path().parent_path().parent_path().parent_path();
+}
+
+// The Java sources below the folders of `root`: path relative to `root` -> text.
+inline std::map<std::string, std::string> javaSources(const std::filesystem::path& root,
+                                                      const std::vector<std::string>& folders) {
+    std::map<std::string, std::string> sources;
+    for (const std::string& folder : folders) {
+        for (auto& entry : std::filesystem::recursive_directory_iterator(root / folder)) {
+            if (entry.path().extension() != ".java") continue;
+            std::ifstream in(entry.path());
+            sources[std::filesystem::relative(entry.path(), root).string()] =
+                std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        }
+    }
+    return sources;
+}
+
+// Writes the sources (path below `dir`/src -> text) and compiles them into
+// `dir`/classes, with the probe API for the probes among them; fails the
+// test on a compiler error.
+inline void compileSources(const std::filesystem::path& dir, const std::map<std::string, std::string>& sources,
+                           const std::string& options = "--release 11") {
+    std::string files;
+    for (const auto& [path, text] : sources) {
+        std::filesystem::path file = dir / "src" / path;
+        std::filesystem::create_directories(file.parent_path());
+        std::ofstream(file) << text;
+        files += " " + file.string();
+    }
+    std::filesystem::create_directories(dir / "classes");
+    std::string output;
+    std::string command = javaHome() + "/bin/javac " + options + " -g -encoding UTF-8 -sourcepath " +
+                          (sourceRoot() / "probes/api").string() + " -d " + (dir / "classes").string() + files;
+    ASSERT_EQ(0, runCommand(command, &output)) << output;
 }
 
 // Runs `java -Xverify:all` on a class path; the test fails on a non-zero exit.

@@ -12,19 +12,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string sourceDir() { return fs::path(__FILE__).parent_path().string() + "/java"; }
-
 class RewrittenProgramTest : public InstrumentationTest {
 protected:
     // Compiles the test program for a release into <work>/classes.
     void compile(const std::string& release) {
         myWork = fs::path(myScratch.path) / release;
-        fs::create_directories(myWork / "classes");
-        std::string output;
-        std::string command = javaHome() + "/bin/javac --release " + release + " -Xlint:-options -d " +
-                              (myWork / "classes").string() + " " + sourceDir() + "/Shapes.java " + sourceDir() +
-                              "/com/corvane/runtime/Callback.java";
-        ASSERT_EQ(0, runCommand(command, &output)) << output;
+        compileSources(myWork, javaSources(sourceRoot() / "tests/unit/instrumentation/java", {"."}),
+                       "--release " + release + " -Xlint:-options");
     }
 
     // Every class but the stand-in Callback, through the hook; the count of rewritten ones.

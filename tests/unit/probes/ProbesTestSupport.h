@@ -1,6 +1,5 @@
-// Shared pieces of the probe tests: Java sources written and compiled with
-// the probe API, a clean registry per test, and the class load hook with the
-// probes wired in as the agent wires them.
+// Shared pieces of the probe tests: a clean registry per test, and the class
+// load hook with the probes wired in as the agent wires them.
 #pragma once
 
 #include <filesystem>
@@ -14,32 +13,6 @@
 #include "unit/services/LoggerCapture.h"
 
 namespace fs = std::filesystem;
-
-inline fs::path sourceRoot() { return fs::path(__FILE__).parent_path().parent_path().parent_path().parent_path(); }
-
-// Writes the sources (path below `dir`/src -> text) and compiles them with
-// the probe API into `dir`/classes; fails the test on a compiler error.
-inline void compileSources(const fs::path& dir, const std::map<std::string, std::string>& sources,
-                           const std::string& options = "--release 11") {
-    std::string files;
-    for (const auto& [path, text] : sources) {
-        fs::path file = dir / "src" / path;
-        fs::create_directories(file.parent_path());
-        std::ofstream(file) << text;
-        files += " " + file.string();
-    }
-    fs::create_directories(dir / "classes");
-    std::string output;
-    std::string command = javaHome() + "/bin/javac " + options + " -g -encoding UTF-8 -sourcepath " +
-                          (sourceRoot() / "probes/api").string() + " -d " + (dir / "classes").string() + files;
-    ASSERT_EQ(0, runCommand(command, &output)) << output;
-}
-
-// Whether the log has a message that is exactly `text`.
-inline bool hasMessage(const CapturedLog& log, const std::string& text) {
-    std::vector<std::string> messages = log.messages();
-    return std::find(messages.begin(), messages.end(), text) != messages.end();
-}
 
 inline void removeAllProbes() {
     for (ProbeDescriptor* d : Probes::ourProbeDescriptors) delete d;

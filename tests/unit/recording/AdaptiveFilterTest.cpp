@@ -122,7 +122,7 @@ TEST_F(RecordingTest, TracingSettingsTakeNumbersFromTheDefaultsAndWallTimeFromTh
     ourTracingSettings.setFromText(ZString());
     EXPECT_TRUE(ourTracingSettings.myAdaptive);
     EXPECT_EQ(0, ourTracingSettings.myWallTimeSpecs.getSize());
-    std::vector<std::string> lines = logged(log, "TracingSettings: ");
+    std::vector<std::string> lines = log.startingWith("TracingSettings: ");
     ASSERT_EQ(4u, lines.size());
     EXPECT_EQ("TracingSettings: a=1 min_cnt=20000 max_avg=1000 min_%=0.100 (default)", lines[0]);
     EXPECT_EQ("TracingSettings: a=0 min_cnt=20000 max_avg=1000 min_%=0.100\nadaptive=false", lines[2]);

@@ -169,7 +169,7 @@ TEST_F(AllocationRecordingTest, OddThreadsAndFailedTagsLoseNoCount) {
     EXPECT_EQ(1, ourObjectEnumerator.getUsedCount()) << "the failed tag went back";
     EXPECT_EQ((std::vector<std::string>{"warning: ObjectEnumerator::createObjectAllocator: SetTag returned "
                                         "20:JVMTI_ERROR_INVALID_OBJECT"}),
-              logged(log, "warning: ObjectEnumerator"));
+              log.startingWith("warning: ObjectEnumerator"));
     // Before the live phase (a JNI allocation of the start phase) objects belong to the VM start.
     ourVmInitCalled = false;
     jvmti.phase = JVMTI_PHASE_START;
@@ -219,7 +219,7 @@ TEST_F(AllocationRecordingTest, AgesGoToThePlaceAlsoAfterTheThreadEnded) {
     EXPECT_EQ(0, ourObjectEnumerator.getUsedCount());
     EXPECT_EQ((std::vector<std::string>{"warning: ObjectEnumerator::onObjectFree: unknown pureTag " +
                                         std::to_string(tags[2])}),
-              logged(log, "warning:"));
+              log.startingWith("warning:"));
 }
 
 TEST_F(AllocationRecordingTest, AClearForgetsTheAgesOfObjectsAliveThen) {

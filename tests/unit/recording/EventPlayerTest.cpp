@@ -96,8 +96,8 @@ TEST_F(RecordingTest, StaleEventsResetTheStackAndCountNothing) {
     EXPECT_FALSE(t->isStackKnown());
     std::string exitWarning = "warning: p_m_exit: 1: " + std::to_string(a) + " event_gen: 1 current: 2";
     std::string enterWarning = "warning: p_m_enter: 1: " + std::to_string(a) + " event_gen: 1 current: 2";
-    EXPECT_EQ(std::vector<std::string>{exitWarning}, logged(log, "warning: p_m_exit"));
-    EXPECT_EQ(std::vector<std::string>{enterWarning}, logged(log, "warning: p_m_enter"));
+    EXPECT_EQ(std::vector<std::string>{exitWarning}, log.startingWith("warning: p_m_exit"));
+    EXPECT_EQ(std::vector<std::string>{enterWarning}, log.startingWith("warning: p_m_enter"));
 }
 
 TEST_F(RecordingTest, AnExitThatTheTreeDoesNotKnowClosesTheOpenFramesNow) {
@@ -120,8 +120,8 @@ TEST_F(RecordingTest, AnExitThatTheTreeDoesNotKnowClosesTheOpenFramesNow) {
     EXPECT_EQ(-1, t->getCurrentFrame());
     std::vector<std::string> expected = {"warning: p_m_exit: 3_2: " + std::to_string(stray) + " expected: " +
                                          std::to_string(a)};
-    EXPECT_EQ(expected, logged(log, "warning: p_m_exit"));
-    EXPECT_TRUE(logged(log, "warning: p_m_enter").empty());  // only under the "tracing" debug category
+    EXPECT_EQ(expected, log.startingWith("warning: p_m_exit"));
+    EXPECT_TRUE(log.startingWith("warning: p_m_enter").empty());  // only under the "tracing" debug category
 }
 
 TEST_F(RecordingTest, AnExcludedMethodWithoutExitIsSkippedByItsCallersExit) {
@@ -138,7 +138,7 @@ TEST_F(RecordingTest, AnExcludedMethodWithoutExitIsSkippedByItsCallersExit) {
     exit(t, main, base + 1000);
     play(t);
     EXPECT_EQ((Tree{{"main", {1000, 1}}, {"main/a", {400, 1}}, {"main/a/hot", {0, 1}}}), tree(t));
-    EXPECT_TRUE(logged(log, "warning:").empty());
+    EXPECT_TRUE(log.startingWith("warning:").empty());
 
     // With nothing but the excluded frame below the root the stack is lost.
     enterWithStack(t, node(t, {{hot, 0}}), base + 2000);
@@ -146,7 +146,7 @@ TEST_F(RecordingTest, AnExcludedMethodWithoutExitIsSkippedByItsCallersExit) {
     play(t);
     EXPECT_EQ(-1, t->getCurrentFrame());
     std::vector<std::string> expected = {"warning: p_m_exit: 3_1: " + std::to_string(a) + " _frame=0 size1=0"};
-    EXPECT_EQ(expected, logged(log, "warning:"));
+    EXPECT_EQ(expected, log.startingWith("warning:"));
 }
 
 TEST_F(RecordingTest, AnExitWithoutStartTimesLosesTheStack) {
@@ -161,7 +161,7 @@ TEST_F(RecordingTest, AnExitWithoutStartTimesLosesTheStack) {
     exit(t, a, base + 10);
     play(t);
     EXPECT_EQ(-1, t->getCurrentFrame());
-    std::vector<std::string> warnings = logged(log, "warning: p_m_exit: 4: " + std::to_string(a) + " ");
+    std::vector<std::string> warnings = log.startingWith("warning: p_m_exit: 4: " + std::to_string(a) + " ");
     ASSERT_EQ(1u, warnings.size());
     EXPECT_NE(std::string::npos, warnings[0].find("->-1 name=worker"));
 }
@@ -176,7 +176,7 @@ TEST_F(RecordingTest, NegativeDeltasAddNothingAndAreLoggedTenTimes) {
     }
     play(t);
     EXPECT_EQ((Tree{{"a", {0, 12}}}), tree(t));
-    std::vector<std::string> jumps = logged(log, "warning: tracing time jump: (1) ");
+    std::vector<std::string> jumps = log.startingWith("warning: tracing time jump: (1) ");
     // Earlier tests of this process may have used some of the ten.
     EXPECT_LE(jumps.size(), 10u);
     EXPECT_EQ(0, CpuTracing::getTimeDeltaNs(5, 6, 2));
@@ -272,7 +272,7 @@ TEST_F(RecordingTest, AClearMakesBufferedEventsStaleAndEmptiesTheTable) {
     exit(t, a, base + 40, 1);
     play(t);
     EXPECT_TRUE(tree(t).empty());
-    EXPECT_EQ(1u, logged(log, "warning: p_m_exit: 1: ").size());
+    EXPECT_EQ(1u, log.startingWith("warning: p_m_exit: 1: ").size());
     // The same calls again land in the new table, not in records of the old one.
     enterWithStack(t, node(t, {{main, 0}}), base + 50);
     enter(t, a, base + 60);

@@ -121,15 +121,6 @@ protected:
         return result;
     }
     std::map<std::string, FrameMeasure> tree(ThreadInfo* t) { return tree(t->getTFIIndex()); }
-    // Messages of the captured log that begin with `prefix`.
-    static std::vector<std::string> logged(const CapturedLog& log, const std::string& prefix) {
-        std::vector<std::string> found;
-        for (const std::string& message : log.messages()) {
-            if (message.compare(0, prefix.size(), prefix) == 0) found.push_back(message);
-        }
-        return found;
-    }
-
     int64_t base = 0;
     uint64_t mySavedStatus = 0;
 };

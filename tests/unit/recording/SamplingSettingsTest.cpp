@@ -32,7 +32,7 @@ TEST_F(SamplingSettingsTest, TheDefaultTextGivesThePeriodAndTheWallTimeMethodsOf
     EXPECT_EQ(ZString("java.io.RandomAccessFile : readBytes(byte[], int, int)"), settings.myWallTimeSpecs[0]);
     EXPECT_EQ(ZString("java.lang.Thread : sleep(*)"), settings.myWallTimeSpecs[6]);
     EXPECT_EQ(std::vector<std::string>{"SamplingSettings: sampling_period_ms = 20 (default)"},
-              logged(log, "SamplingSettings: "));
+              log.startingWith("SamplingSettings: "));
 }
 
 TEST_F(SamplingSettingsTest, NumbersMustBePositiveAndAreClampedAndAGivenTextAloneGivesWallTimeLines) {
@@ -51,7 +51,7 @@ TEST_F(SamplingSettingsTest, NumbersMustBePositiveAndAreClampedAndAGivenTextAlon
     ASSERT_EQ(1, settings.myWallTimeSpecs.getSize());
     EXPECT_EQ(ZString("a.C : run"), settings.myWallTimeSpecs[0]);
 
-    std::vector<std::string> lines = logged(log, "SamplingSettings: ");
+    std::vector<std::string> lines = log.startingWith("SamplingSettings: ");
     ASSERT_EQ(2u, lines.size());
     EXPECT_EQ("SamplingSettings: sampling_period_ms = 5\nsampling_period_ms=5\ncpu_threshold_ms=99999999999\n", lines[0]);
 }

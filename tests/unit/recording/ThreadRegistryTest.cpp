@@ -152,7 +152,7 @@ TEST_F(ThreadRegistryTest, RowsOfMergedThreadsAreCollectedUnlessReferredTo) {
     EXPECT_EQ(nullptr, rowOfTRN(trns[0]));
     EXPECT_NE(nullptr, rowOfTRN(trns[13])) << "not merged yet";
     std::string expected = " " + std::to_string(liveBefore) + "-10=" + std::to_string(liveBefore - 10) + " ms=";
-    std::vector<std::string> lines = logged(log, "TRN: gc #");
+    std::vector<std::string> lines = log.startingWith("TRN: gc #");
     ASSERT_EQ(1u, lines.size());
     EXPECT_NE(std::string::npos, lines[0].find(expected)) << lines[0];
 }

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -95,6 +96,18 @@ public:
         return messages;
     }
     std::vector<std::string> messages() const { return messagesIn(content()); }
+    // The messages that begin with `prefix`, and how many are exactly `text`.
+    std::vector<std::string> startingWith(const std::string& prefix) const {
+        std::vector<std::string> found;
+        for (const std::string& message : messages()) {
+            if (message.compare(0, prefix.size(), prefix) == 0) found.push_back(message);
+        }
+        return found;
+    }
+    int count(const std::string& text) const {
+        std::vector<std::string> all = messages();
+        return (int)std::count(all.begin(), all.end(), text);
+    }
 
 private:
     ScratchFolder myRoot;

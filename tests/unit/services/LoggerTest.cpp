@@ -20,11 +20,6 @@ std::string bytes(const char* text, size_t length) { return std::string(text, le
 
 ZString zs(const std::string& text) { return ZString(text.data(), (int)text.size()); }
 
-int countOf(const std::vector<std::string>& messages, const std::string& text) {
-    int count = 0;
-    for (const std::string& message : messages) count += message == text ? 1 : 0;
-    return count;
-}
 
 // What printToConsole makes of a text.
 std::string printed(const std::string& text) {
@@ -127,15 +122,15 @@ TEST(LoggerTest, LimitedLoggerLogsEachTextOnceAndAtMostTwenty) {
     CapturedLog log;
     LimitedLogger same;
     for (int i = 0; i < 100; i++) same.message("the same text");
-    EXPECT_EQ(1, countOf(log.messages(), "the same text"));
+    EXPECT_EQ(1, log.count("the same text"));
 
     LimitedLogger distinct;
     for (int i = 1; i <= 25; i++) distinct.message(ZString("text ") + ZString::fromLong(i));
     distinct.message("text 1");
     std::vector<std::string> messages = log.messages();
-    for (int i = 1; i <= 19; i++) EXPECT_EQ(1, countOf(messages, "text " + std::to_string(i))) << i;
-    EXPECT_EQ(1, countOf(messages, "text 20\n    (further similar messages will be skipped...)"));
-    for (int i = 20; i <= 25; i++) EXPECT_EQ(0, countOf(messages, "text " + std::to_string(i))) << i;
+    for (int i = 1; i <= 19; i++) EXPECT_EQ(1, log.count("text " + std::to_string(i))) << i;
+    EXPECT_EQ(1, log.count("text 20\n    (further similar messages will be skipped...)"));
+    for (int i = 20; i <= 25; i++) EXPECT_EQ(0, log.count("text " + std::to_string(i))) << i;
     EXPECT_EQ("text 20\n    (further similar messages will be skipped...)", messages.back());
 }
 
@@ -193,7 +188,7 @@ TEST(LoggerTest, UnitedLogBeginsAtOneAndReusesAFileUnderTheLimit) {
         return names;
     }());
     std::vector<std::string> messages = CapturedLog::messagesIn(CapturedLog::read(one));
-    EXPECT_EQ(1, countOf(messages, "one"));
+    EXPECT_EQ(1, std::count(messages.begin(), messages.end(), "one"));
     EXPECT_EQ("again", messages.back());
 }
 
