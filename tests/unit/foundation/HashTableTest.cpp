@@ -6,23 +6,6 @@
 #include "foundation/ZStringMap.h"
 #include "foundation/ZStringSet.h"
 
-static bool isPrime(long long n) {
-    if (n < 2) return false;
-    for (long long d = 2; d * d <= n; d++)
-        if (n % d == 0) return false;
-    return true;
-}
-
-TEST(PrimeFinder, TableIsAscendingPrimesFromThreeToIntMax) {
-    const int* table = PrimeFinder::PRIME_CAPACITIES;
-    EXPECT_EQ(3, table[0]);
-    EXPECT_EQ(2147483647, table[PrimeFinder::PRIME_CAPACITIES_COUNT - 1]);
-    for (int i = 0; i < PrimeFinder::PRIME_CAPACITIES_COUNT; i++) {
-        EXPECT_TRUE(isPrime(table[i])) << table[i];
-        if (i > 0) { EXPECT_LT(table[i - 1], table[i]); }
-    }
-}
-
 TEST(PrimeFinder, SearchAndNextPrime) {
     EXPECT_EQ(2, PrimeFinder::binary_search(7));
     EXPECT_EQ(~3, PrimeFinder::binary_search(8));

