@@ -42,6 +42,11 @@ protected:
         ourStatus.set((ourStatus.get() & ~ALLOCATION_RECORDING_MASK) | allocation);
         ourAllocationRecordingSettings = {recordEach, sizeLimit};
     }
+    // The current thread "worker", recording in the allocation mode.
+    ThreadInfo* worker(uint64_t allocation, int recordEach = 1) {
+        mode(allocation, recordEach);
+        return current("worker");
+    }
     ThreadInfo* current(const char* name) {
         ThreadInfo* thread = newThread(name);
         jvmti.threadLocal = thread;
@@ -74,6 +79,7 @@ protected:
         return found;
     }
 
+    CapturedLog log;
     ScriptedJvmti jvmti;
     uint64_t mySavedCapabilities = 0;
 };
@@ -109,8 +115,7 @@ TEST_F(AllocationRecordingTest, TheSkipCounterRecordsOneSmallObjectInNAndEveryLa
 }
 
 TEST_F(AllocationRecordingTest, AnInstrumentedSiteWalksTheStackOnceForEachInvocation) {
-    mode(ALLOCATION_RECORDING_EXACT_STACKS);
-    ThreadInfo* thread = current("worker");
+    ThreadInfo* thread = worker(ALLOCATION_RECORDING_EXACT_STACKS);
     jvmti.sizes[1001] = 24;
     jint cached = fromSite(1000, -1, 7);
     EXPECT_GT(cached, 0);
@@ -126,8 +131,7 @@ TEST_F(AllocationRecordingTest, AnInstrumentedSiteWalksTheStackOnceForEachInvoca
 }
 
 TEST_F(AllocationRecordingTest, HeapSamplingWalksEachRecordedObjectWithItsOwnLine) {
-    mode(ALLOCATION_RECORDING_EXACT_STACKS, 2);
-    ThreadInfo* thread = current("worker");
+    ThreadInfo* thread = worker(ALLOCATION_RECORDING_EXACT_STACKS, 2);
     jvmti.stack[0].location = 12;
     for (int i = 0; i < 4; i++) EXPECT_EQ(-1, sampled(1000 + i));
     EXPECT_EQ(2, jvmti.stackTraceCalls) << "one in two recorded";
@@ -138,8 +142,7 @@ TEST_F(AllocationRecordingTest, HeapSamplingWalksEachRecordedObjectWithItsOwnLin
 }
 
 TEST_F(AllocationRecordingTest, SampledStacksHangBelowTheSamplersLastFrame) {
-    mode(ALLOCATION_RECORDING_SAMPLED_STACKS);
-    ThreadInfo* thread = current("worker");
+    ThreadInfo* thread = worker(ALLOCATION_RECORDING_SAMPLED_STACKS);
     sampled(1000);  // not sampled yet
     thread->setLastSampleFrame(ZFrameStorage::getChild(lock, 0, method("run"), 0));
     sampled(1001);
@@ -153,7 +156,6 @@ TEST_F(AllocationRecordingTest, SampledStacksHangBelowTheSamplersLastFrame) {
 
 TEST_F(AllocationRecordingTest, OddThreadsAndFailedTagsLoseNoCount) {
     mode(ALLOCATION_RECORDING_EXACT_STACKS);
-    CapturedLog log;
     // Without its agent state a thread's objects go to the pseudo thread.
     jvmti.threadLocal = nullptr;
     sampled(1000);
@@ -190,9 +192,7 @@ TEST_F(AllocationRecordingTest, OddThreadsAndFailedTagsLoseNoCount) {
 }
 
 TEST_F(AllocationRecordingTest, AgesGoToThePlaceAlsoAfterTheThreadEnded) {
-    mode(ALLOCATION_RECORDING_EXACT_STACKS);
-    CapturedLog log;
-    ThreadInfo* thread = current("worker");
+    ThreadInfo* thread = worker(ALLOCATION_RECORDING_EXACT_STACKS);
     for (int i = 0; i < 3; i++) sampled(1000 + i);
     int tags[3];
     for (int i = 0; i < 3; i++) tags[i] = (int)jvmti.tags[1000 + i];
@@ -223,8 +223,7 @@ TEST_F(AllocationRecordingTest, AgesGoToThePlaceAlsoAfterTheThreadEnded) {
 }
 
 TEST_F(AllocationRecordingTest, AClearForgetsTheAgesOfObjectsAliveThen) {
-    mode(ALLOCATION_RECORDING_EXACT_STACKS);
-    ThreadInfo* thread = current("worker");
+    ThreadInfo* thread = worker(ALLOCATION_RECORDING_EXACT_STACKS);
     sampled(1000);
     AllocationRecording::clearAllocationDataImpl(lock);
     EXPECT_TRUE(allocations(thread).empty());

@@ -5,9 +5,22 @@
 
 using Tree = std::map<std::string, FrameMeasure>;
 
-TEST_F(RecordingTest, EventsBuildTheTreeWithTimesAndCounts) {
-    ThreadInfo* t = newThread("worker");
-    int main = method("main"), a = method("a"), b = method("b");
+// A thread "worker" and methods main and a for every case; the log captured.
+class EventPlayerTest : public RecordingTest {
+protected:
+    void SetUp() override {
+        RecordingTest::SetUp();
+        t = newThread("worker");
+        main = method("main");
+        a = method("a");
+    }
+    CapturedLog log;
+    ThreadInfo* t = nullptr;
+    int main = 0, a = 0;
+};
+
+TEST_F(EventPlayerTest, EventsBuildTheTreeWithTimesAndCounts) {
+    int b = method("b");
     enterWithStack(t, node(t, {{main, 0}}), base + 1000);
     enter(t, a, base + 1100, 5);
     enter(t, b, base + 1200);
@@ -27,9 +40,8 @@ TEST_F(RecordingTest, EventsBuildTheTreeWithTimesAndCounts) {
     EXPECT_EQ(t->getEventWriteIndex(), t->getEventReadIndex());
 }
 
-TEST_F(RecordingTest, RecursionGetsAFrameForEachDepth) {
-    ThreadInfo* t = newThread("worker");
-    int main = method("main"), f = method("f");
+TEST_F(EventPlayerTest, RecursionGetsAFrameForEachDepth) {
+    int f = method("f");
     enterWithStack(t, node(t, {{main, 0}}), base);
     for (int call = 0; call < 2; call++) {
         int64_t start = base + 100 + call * 1000;
@@ -47,8 +59,7 @@ TEST_F(RecordingTest, RecursionGetsAFrameForEachDepth) {
     EXPECT_EQ(1, t->getTimeStackSize());
 }
 
-TEST_F(RecordingTest, AStackEventStartsInTheMiddleAndCountsOnlyItsTopFrame) {
-    ThreadInfo* t = newThread("worker");
+TEST_F(EventPlayerTest, AStackEventStartsInTheMiddleAndCountsOnlyItsTopFrame) {
     int run = method("run"), loop = method("loop"), work = method("work");
     // Tracing began while run and loop were already running.
     enterWithStack(t, node(t, {{run, 0}, {loop, 12}, {work, 40}}), base + 100);
@@ -60,30 +71,25 @@ TEST_F(RecordingTest, AStackEventStartsInTheMiddleAndCountsOnlyItsTopFrame) {
     EXPECT_EQ(expected, tree(t));
 }
 
-TEST_F(RecordingTest, ThreadsAreKeptApartInOneSharedFrameTree) {
-    ThreadInfo* t1 = newThread("one");
+TEST_F(EventPlayerTest, ThreadsAreKeptApartInOneSharedFrameTree) {
     ThreadInfo* t2 = newThread("two");
-    int main = method("main"), a = method("a");
-    enterWithStack(t1, node(t1, {{main, 0}}), base);
+    enterWithStack(t, node(t, {{main, 0}}), base);
     enterWithStack(t2, node(t2, {{main, 0}}), base);
     for (int i = 0; i < 3; i++) {
-        enter(t1, a, base + 10 * i);
-        exit(t1, a, base + 10 * i + 5);
+        enter(t, a, base + 10 * i);
+        exit(t, a, base + 10 * i + 5);
     }
     enter(t2, a, base);
     exit(t2, a, base + 100);
-    play(t1);
+    play(t);
     play(t2);
-    EXPECT_EQ((Tree{{"main", {0, 1}}, {"main/a", {15, 3}}}), tree(t1));
+    EXPECT_EQ((Tree{{"main", {0, 1}}, {"main/a", {15, 3}}}), tree(t));
     EXPECT_EQ((Tree{{"main", {0, 1}}, {"main/a", {100, 1}}}), tree(t2));
     // One frame each for both threads: main is 1, a is 2.
     EXPECT_EQ(3, db->getFrameTable()->peekNextIndex());
 }
 
-TEST_F(RecordingTest, StaleEventsResetTheStackAndCountNothing) {
-    CapturedLog log;
-    ThreadInfo* t = newThread("worker");
-    int main = method("main"), a = method("a");
+TEST_F(EventPlayerTest, StaleEventsResetTheStackAndCountNothing) {
     enterWithStack(t, node(t, {{main, 0}}), base);
     enter(t, a, base + 10);
     play(t);
@@ -100,10 +106,8 @@ TEST_F(RecordingTest, StaleEventsResetTheStackAndCountNothing) {
     EXPECT_EQ(std::vector<std::string>{enterWarning}, log.startingWith("warning: p_m_enter"));
 }
 
-TEST_F(RecordingTest, AnExitThatTheTreeDoesNotKnowClosesTheOpenFramesNow) {
-    CapturedLog log;
-    ThreadInfo* t = newThread("worker");
-    int main = method("main"), a = method("a"), stray = method("stray");
+TEST_F(EventPlayerTest, AnExitThatTheTreeDoesNotKnowClosesTheOpenFramesNow) {
+    int stray = method("stray");
     int64_t now = getTimeNsForTracing();
     enterWithStack(t, node(t, {{main, 0}}), now);
     enter(t, a, now);
@@ -124,10 +128,8 @@ TEST_F(RecordingTest, AnExitThatTheTreeDoesNotKnowClosesTheOpenFramesNow) {
     EXPECT_TRUE(log.startingWith("warning: p_m_enter").empty());  // only under the "tracing" debug category
 }
 
-TEST_F(RecordingTest, AnExcludedMethodWithoutExitIsSkippedByItsCallersExit) {
-    CapturedLog log;
-    ThreadInfo* t = newThread("worker");
-    int main = method("main"), a = method("a"), hot = method("hot");
+TEST_F(EventPlayerTest, AnExcludedMethodWithoutExitIsSkippedByItsCallersExit) {
+    int hot = method("hot");
     enterWithStack(t, node(t, {{main, 0}}), base);
     enter(t, a, base + 100);
     enter(t, hot, base + 200);
@@ -149,10 +151,7 @@ TEST_F(RecordingTest, AnExcludedMethodWithoutExitIsSkippedByItsCallersExit) {
     EXPECT_EQ(expected, log.startingWith("warning:"));
 }
 
-TEST_F(RecordingTest, AnExitWithoutStartTimesLosesTheStack) {
-    CapturedLog log;
-    ThreadInfo* t = newThread("worker");
-    int a = method("a");
+TEST_F(EventPlayerTest, AnExitWithoutStartTimesLosesTheStack) {
     // Played while tracing was off: no start times were pushed.
     ourStatus.remove(CPU_PROFILING_MASK);
     enterWithStack(t, node(t, {{a, 0}}), base);
@@ -166,10 +165,7 @@ TEST_F(RecordingTest, AnExitWithoutStartTimesLosesTheStack) {
     EXPECT_NE(std::string::npos, warnings[0].find("->-1 name=worker"));
 }
 
-TEST_F(RecordingTest, NegativeDeltasAddNothingAndAreLoggedTenTimes) {
-    CapturedLog log;
-    ThreadInfo* t = newThread("worker");
-    int a = method("a");
+TEST_F(EventPlayerTest, NegativeDeltasAddNothingAndAreLoggedTenTimes) {
     for (int i = 0; i < 12; i++) {
         enterWithStack(t, node(t, {{a, 0}}), base + 100);
         exit(t, a, base + 50);
@@ -183,9 +179,7 @@ TEST_F(RecordingTest, NegativeDeltasAddNothingAndAreLoggedTenTimes) {
     EXPECT_EQ(7, CpuTracing::getTimeDeltaNs(13, 6, 2));
 }
 
-TEST_F(RecordingTest, AFullBufferIsPlayedAndRefilledWithoutLosingEvents) {
-    ThreadInfo* t = newThread("worker");
-    int main = method("main"), a = method("a");
+TEST_F(EventPlayerTest, AFullBufferIsPlayedAndRefilledWithoutLosingEvents) {
     enterWithStack(t, node(t, {{main, 0}}), base);  // 7 elements
     const int pairs = 5000;                          // 11 elements each, over five buffers
     for (int i = 0; i < pairs; i++) {
@@ -197,9 +191,7 @@ TEST_F(RecordingTest, AFullBufferIsPlayedAndRefilledWithoutLosingEvents) {
     EXPECT_LE(t->getEventWriteIndex(), ThreadInfo::EVENT_BUFFER_SIZE);
 }
 
-TEST_F(RecordingTest, AnEventThatExactlyFillsTheBufferWaitsForTheNext) {
-    ThreadInfo* t = newThread("worker");
-    int a = method("a");
+TEST_F(EventPlayerTest, AnEventThatExactlyFillsTheBufferWaitsForTheNext) {
     // 7 + 3 * 6 + 2043 * 5 = 10240
     enterWithStack(t, node(t, {{a, 0}}), base);
     for (int i = 0; i < 3; i++) enter(t, a, base);
@@ -211,9 +203,7 @@ TEST_F(RecordingTest, AnEventThatExactlyFillsTheBufferWaitsForTheNext) {
     EXPECT_EQ(0, t->getEventReadIndex());
 }
 
-TEST_F(RecordingTest, OtherEventsArePlayedToo) {
-    ThreadInfo* t = newThread("worker");
-    int a = method("a");
+TEST_F(EventPlayerTest, OtherEventsArePlayedToo) {
     int n = node(t, {{a, 0}});
     int32_t allocation[4] = {EVENT_ALLOCATION, 48, 0, n};
     t->addEvent(allocation, 4, true);
@@ -241,9 +231,8 @@ TEST_F(RecordingTest, OtherEventsArePlayedToo) {
     EXPECT_THROW(play(t), KZTRuntimeException);
 }
 
-TEST_F(RecordingTest, NodesBecomeFramesOnceAndShareTheirCallers) {
-    ThreadInfo* t = newThread("worker");
-    int a = method("a"), b = method("b"), c = method("c");
+TEST_F(EventPlayerTest, NodesBecomeFramesOnceAndShareTheirCallers) {
+    int b = method("b"), c = method("c");
     int ab = node(t, {{a, 0}, {b, 3}});
     int ac = node(t, {{a, 0}, {c, 4}});
     int frameAB = t->getFrameFromNode(lock, ab);
@@ -255,10 +244,7 @@ TEST_F(RecordingTest, NodesBecomeFramesOnceAndShareTheirCallers) {
     EXPECT_EQ(0, t->getFrameFromNode(lock, 0));
 }
 
-TEST_F(RecordingTest, AClearMakesBufferedEventsStaleAndEmptiesTheTable) {
-    CapturedLog log;
-    ThreadInfo* t = newThread("worker");
-    int main = method("main"), a = method("a");
+TEST_F(EventPlayerTest, AClearMakesBufferedEventsStaleAndEmptiesTheTable) {
     enterWithStack(t, node(t, {{main, 0}}), base);
     enter(t, a, base + 10);
     exit(t, a, base + 20);
@@ -281,9 +267,7 @@ TEST_F(RecordingTest, AClearMakesBufferedEventsStaleAndEmptiesTheTable) {
     EXPECT_EQ((Tree{{"main", {0, 1}}, {"main/a", {5, 1}}}), tree(t));
 }
 
-TEST_F(RecordingTest, ACaptureClosesOpenFramesAndReopensThemWithoutCounting) {
-    ThreadInfo* t = newThread("worker");
-    int main = method("main"), a = method("a");
+TEST_F(EventPlayerTest, ACaptureClosesOpenFramesAndReopensThemWithoutCounting) {
     int64_t now = getTimeNsForTracing();
     enterWithStack(t, node(t, {{main, 0}}), now);
     enter(t, a, now);
@@ -300,9 +284,7 @@ TEST_F(RecordingTest, ACaptureClosesOpenFramesAndReopensThemWithoutCounting) {
     EXPECT_GE(tree(t)["main/a"].time, folded["main/a"].time);
 }
 
-TEST_F(RecordingTest, StoppingClosesFramesAndForgetsTheStack) {
-    ThreadInfo* t = newThread("worker");
-    int main = method("main");
+TEST_F(EventPlayerTest, StoppingClosesFramesAndForgetsTheStack) {
     enterWithStack(t, node(t, {{main, 0}}), getTimeNsForTracing() - 1000);
     CpuTracing::stopTracingThreads(lock);
     EXPECT_EQ(-1, t->getCurrentFrame());

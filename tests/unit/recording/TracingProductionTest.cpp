@@ -10,6 +10,7 @@ protected:
     void SetUp() override {
         RecordingTest::SetUp();
         ourTracingCanSetLineNumbers = true;
+        t = newThread("worker");
     }
     // Fake method n is a.B.m<n>()V, whose line at location L is L.
     jmethodID fake(int n) {
@@ -36,12 +37,12 @@ protected:
     }
 
     ScriptedJvmti jvmti;
+    ThreadInfo* t = nullptr;
 };
 
 }  // namespace
 
 TEST_F(TracingProductionTest, TheFirstEntrySendsTheStackAndLaterOnesOnlyTheMethod) {
-    ThreadInfo* t = newThread("worker");
     traced(1);
     jvmti.push(fake(1), 7);  // running before tracing began
     call(t, 2, 7);
@@ -62,7 +63,6 @@ TEST_F(TracingProductionTest, TheFirstEntrySendsTheStackAndLaterOnesOnlyTheMetho
 }
 
 TEST_F(TracingProductionTest, UntracedFramesAreLeftOutOfTheStack) {
-    ThreadInfo* t = newThread("worker");
     method("m4");  // known, but not instrumented
     traced(1);
     jvmti.push(fake(1), 0);
@@ -74,7 +74,6 @@ TEST_F(TracingProductionTest, UntracedFramesAreLeftOutOfTheStack) {
 }
 
 TEST_F(TracingProductionTest, ANewGenerationMakesTheNextEventResendTheStack) {
-    ThreadInfo* t = newThread("worker");
     call(t, 1);
     call(t, 2, 4);
     ourCpuTracingGeneration = ourCpuTracingGeneration + 1;
@@ -92,7 +91,6 @@ TEST_F(TracingProductionTest, ANewGenerationMakesTheNextEventResendTheStack) {
 }
 
 TEST_F(TracingProductionTest, LinesAreTakenOnlyWhenJavaCanSetThem) {
-    ThreadInfo* t = newThread("worker");
     ourTracingCanSetLineNumbers = false;
     call(t, 1);
     call(t, 2, 8);
@@ -103,7 +101,6 @@ TEST_F(TracingProductionTest, LinesAreTakenOnlyWhenJavaCanSetThem) {
 }
 
 TEST_F(TracingProductionTest, UnderThePseudoLockEventsAreMadeHoldingTheLock) {
-    ThreadInfo* t = newThread("worker");
     call(t, 1);
     CpuTracingPseudoLockScope pseudoLock(lock);
     for (int i = 0; i < 3000; i++) {
