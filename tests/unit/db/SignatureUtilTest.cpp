@@ -100,18 +100,20 @@ TEST(MethodPattern, EachInvalidPatternHasItsExactMessage) {
 }
 
 TEST(MethodPattern, NameRules) {
-    EXPECT_TRUE(isValidJavaIdentifier(ZString("a1$_"), false));
-    EXPECT_FALSE(isValidJavaIdentifier(ZString("a*"), false));
-    EXPECT_TRUE(isValidJavaIdentifier(ZString("*"), true));
-    EXPECT_FALSE(isValidJavaIdentifier(ZString("1a"), true));
-    EXPECT_TRUE(isValidJavaIdentifier(ZString("\xff"), false)) << "any byte with the top bit passes";
-    EXPECT_FALSE(isValidTypeName(ZString("a..b"), true));
-    EXPECT_TRUE(isValidTypeName(ZString("a.*.c"), true));
-    EXPECT_FALSE(isValidTypeName(ZString("a.*.c"), false));
-    EXPECT_FALSE(isValidParameterTypePattern(ZString("[]")));
-    EXPECT_FALSE(isValidParameterTypePattern(ZString("a[")));
-    ZString lone("a[*]["), expanded("String");
-    EXPECT_FALSE(isValidParameterTypePattern(lone));
+    // Identifiers and type names without and with wildcards; any byte with the top bit passes.
+    struct Case {
+        bool (*rule)(const ZString&, bool);
+        const char* name;
+        bool wildcards, valid;
+    } cases[] = {
+        {isValidJavaIdentifier, "a1$_", false, true}, {isValidJavaIdentifier, "a*", false, false},
+        {isValidJavaIdentifier, "*", true, true},     {isValidJavaIdentifier, "1a", true, false},
+        {isValidJavaIdentifier, "\xff", false, true}, {isValidTypeName, "a..b", true, false},
+        {isValidTypeName, "a.*.c", true, true},       {isValidTypeName, "a.*.c", false, false},
+    };
+    for (const Case& c : cases) EXPECT_EQ(c.valid, c.rule(ZString(c.name), c.wildcards)) << c.name << " " << c.wildcards;
+    for (const char* pattern : {"[]", "a[", "a[*]["}) EXPECT_FALSE(isValidParameterTypePattern(ZString(pattern))) << pattern;
+    ZString expanded("String");
     expandJavaLangType(&expanded);
     EXPECT_EQ(ZString("java.lang.String"), expanded);
     EXPECT_THROW(expandJavaLangType(nullptr), KZTRuntimeException);
