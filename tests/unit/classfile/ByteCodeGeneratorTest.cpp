@@ -88,8 +88,7 @@ TEST(ByteCodeGenerator, IfEndPatchesTheDistanceAndRecordsTheTarget) {
 TEST(ByteCodeGenerator, ApplyNeedsEveryIfClosed) {
     ClassBuilder b;
     b.method("f", "()V").code = {0xb1};
-    auto cf = parseClass(b.build());
-    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    auto [cf, code] = firstCode(b.build());
     ByteCodeGenerator g;
     g.ifeq_start();
     EXPECT_THROW(g.applyTo(code), KZTRuntimeException);

@@ -170,6 +170,17 @@ inline Bytes writeClass(ClassFile& cf) {
     return Bytes(out.getElements(), out.getElements() + out.getSize());
 }
 
+// A parsed class and the code of its first method.
+struct ParsedCode {
+    std::unique_ptr<ClassFile> cf;
+    CodeAttribute* code;
+};
+inline ParsedCode firstCode(const Bytes& b) {
+    std::unique_ptr<ClassFile> cf = parseClass(b);
+    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    return {std::move(cf), code};
+}
+
 // The offsets of a method's stack map frames, the initial frame's -1 first.
 inline std::vector<int> frameOffsets(CodeAttribute* code) {
     std::vector<int> offsets;

@@ -29,8 +29,7 @@ static Bytes switchClass() {
 static int s4(const unsigned char* p) { return ByteConversions::readS4(p, 0); }
 
 TEST(CodeEditor, InsertsAndMovesEverythingThatHoldsAnOffset) {
-    auto cf = parseClass(switchClass());
-    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    auto [cf, code] = firstCode(switchClass());
     CodeEditor editor;
     editor.begin(code);
     // Out of order on purpose; insertions are sorted by position.
@@ -77,8 +76,7 @@ TEST(CodeEditor, InsertsAndMovesEverythingThatHoldsAnOffset) {
 }
 
 TEST(CodeEditor, CodeAtTheEndStandsOutsideEveryRangeAndEachInsertionIsFound) {
-    auto cf = parseClass(switchClass());
-    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    auto [cf, code] = firstCode(switchClass());
     code->getExceptionTable()[0]->endPc = 30;  // to the end of the code
     CodeEditor editor;
     editor.begin(code);
@@ -109,8 +107,7 @@ TEST(CodeEditor, UninitializedItemsFollowTheirNewInstruction) {
     m.code = {0, 0, 0, 0, 0xbb, (uint8_t)(cls >> 8), (uint8_t)cls, 0, 0x57, 0xb1};
     m.withStackMap = true;
     m.stackMap = {0, 1, 255, 0, 7, 0, 0, 0, 1, 8, 0, 4};
-    auto cf = parseClass(b.build());
-    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    auto [cf, code] = firstCode(b.build());
     CodeEditor editor;
     editor.begin(code);
     editor.insertBefore(4, THREE, 2);
@@ -124,8 +121,7 @@ TEST(CodeEditor, UninitializedItemsFollowTheirNewInstruction) {
 
 TEST(CodeEditor, RefusesWhatDoesNotFitAndChangesNothing) {
     Bytes bytes = switchClass();
-    auto cf = parseClass(bytes);
-    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    auto [cf, code] = firstCode(bytes);
     std::vector<unsigned char> big(32770, 0);
     CodeEditor editor;
     editor.begin(code);
@@ -152,8 +148,7 @@ TEST(CodeEditor, LongBranchesStretch) {
     m.code = {0xc8, 0, 0, 0, 5, 0xb1};  // goto_w +5; return
     m.withStackMap = true;
     m.stackMap = {0, 1, 5};
-    auto cf = parseClass(b.build());
-    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    auto [cf, code] = firstCode(b.build());
     std::vector<unsigned char> big(40000, 0);
     CodeEditor editor;
     editor.begin(code);
@@ -189,8 +184,7 @@ struct NopFiller : CodeEditor::Filler {
 };
 
 TEST(CodeEditor, ScanShowsTheVisitorItsInstructionsAndFillsWhatWasReserved) {
-    auto cf = parseClass(switchClass());
-    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    auto [cf, code] = firstCode(switchClass());
     CodeEditor editor;
     ReturnsVisitor visitor{&editor, {}};
     editor.begin(code);

@@ -4,6 +4,12 @@
 
 static VerificationType type(int tag, int data = -1) { return VerificationType(tag, data); }
 
+static ZVector<int, 10> pcs(std::initializer_list<int> values) {
+    ZVector<int, 10> v;
+    for (int pc : values) v.push(pc);
+    return v;
+}
+
 static StackMapFrame frame(int offset, std::vector<VerificationType> locals, std::vector<VerificationType> stack = {}) {
     StackMapFrame f(offset);
     for (auto& t : locals) f.getLocals().push(t);
@@ -95,12 +101,9 @@ static Bytes methodWithFrame(int major, bool withTable = true) {
 }
 
 TEST(CodeAttribute, OldClassesHaveNoFrames) {
-    auto cf = parseClass(methodWithFrame(49, false));
-    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    auto [cf, code] = firstCode(methodWithFrame(49, false));
     EXPECT_FALSE(code->isStackMapsEnabled());
-    ZVector<int, 10> pcs;
-    pcs.push(1);
-    code->addStackMapFrames(pcs, 0, VerificationType(), -1, false, nullptr);
+    code->addStackMapFrames(pcs({1}), 0, VerificationType(), -1, false, nullptr);
     code->duplicateUninitializedStackMapFramesItem(0);
     EXPECT_EQ(0, code->getFrames().getSize());
 }
@@ -110,23 +113,17 @@ TEST(CodeAttribute, TableAppearsOnlyWhenFramesAreAdded) {
     auto cf = parseClass(bytes);
     EXPECT_EQ(bytes, writeClass(*cf));
     CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
-    ZVector<int, 10> pcs;
-    pcs.push(4);
-    code->addStackMapFrames(pcs, 0, VerificationType(), -1, false, nullptr);
+    code->addStackMapFrames(pcs({4}), 0, VerificationType(), -1, false, nullptr);
     auto again = parseClass(writeClass(*cf));
     CodeAttribute* written = again->getMethods()[0]->getCodeAttribute();
     EXPECT_EQ((std::vector<int>{-1, 4}), frameOffsets(written));
 }
 
 TEST(CodeAttribute, AddedFramesGoBetweenExistingOnes) {
-    auto cf = parseClass(methodWithFrame(52));
-    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    auto [cf, code] = firstCode(methodWithFrame(52));
     code->getPreservedVariables().push(0);
-    ZVector<int, 10> pcs;
-    pcs.push(1);
-    pcs.push(3);  // 1 + 3 = 4 holds a frame already
-    pcs.push(5);
-    code->addStackMapFrames(pcs, 1, type(VerificationType::INTEGER), -1, true, nullptr);
+    // Frames go to each pc plus the base 1: 3 + 1 = 4 holds a frame already.
+    code->addStackMapFrames(pcs({1, 3, 5}), 1, type(VerificationType::INTEGER), -1, true, nullptr);
     ZVector<StackMapFrame*, 10>& frames = code->getFrames();
     ASSERT_EQ((std::vector<int>{-1, 2, 4, 6}), frameOffsets(code));
     EXPECT_EQ(0, frames[2]->getStack().getSize());
@@ -135,8 +132,7 @@ TEST(CodeAttribute, AddedFramesGoBetweenExistingOnes) {
 }
 
 TEST(CodeAttribute, NewHandlersAreOrderedInsideTheirEnclosingRange) {
-    auto cf = parseClass(methodWithFrame(52));
-    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    auto [cf, code] = firstCode(methodWithFrame(52));
     int length = code->getAttributeLength();
     code->addExceptionHandler(0, 5, 5, type(VerificationType::OBJECT, 2));  // start 0: stays last
     EXPECT_EQ(5, code->getExceptionTable()[1]->handlerPc);
@@ -158,8 +154,7 @@ TEST(CodeAttribute, NewHandlersAreOrderedInsideTheirEnclosingRange) {
 }
 
 TEST(CodeAttribute, NewVariablesReachFramesOnlyWhenApplied) {
-    auto cf = parseClass(methodWithFrame(52));
-    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    auto [cf, code] = firstCode(methodWithFrame(52));
     EXPECT_EQ(2, code->addLocalVariableToTable(type(VerificationType::INTEGER), true));
     EXPECT_EQ(3, code->addLocalVariableToTable(type(VerificationType::LONG), true));
     EXPECT_EQ(5, code->getMaxLocals());
@@ -190,8 +185,7 @@ TEST(CodeAttribute, NewVariablesReachFramesOnlyWhenApplied) {
 }
 
 TEST(CodeAttribute, UninitializedItemIsDuplicatedOnlyAtTheBottom) {
-    auto cf = parseClass(methodWithFrame(52));
-    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    auto [cf, code] = firstCode(methodWithFrame(52));
     VerificationTypes& stack = code->getFrames()[1]->getStack();
     stack.push(type(VerificationType::UNINITIALIZED, 7));
     stack.push(type(VerificationType::INTEGER));
@@ -212,8 +206,7 @@ TEST(CodeAttribute, WipedParametersAreRestoredFromTheEntry) {
     m.maxLocals = 3;
     m.withStackMap = true;
     m.stackMap = {0, 1, 255, 0, 4, 0, 3, 0, 0, 0, 0, 0};  // full frame at 4: Top Top Top
-    auto cf = parseClass(b.build());
-    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
+    auto [cf, code] = firstCode(b.build());
     EXPECT_FALSE(code->tryRestoreWipedVariablesInStackMapTable(-1));  // nothing preserved
     code->getPreservedVariables().push(0);
     code->getPreservedVariables().push(1);
@@ -255,11 +248,8 @@ TEST(LineNumberTable, LookupStopsAtTheFirstEntryPastThePc) {
 }
 
 TEST(CodeAttribute, StreamedTableEqualsAddWriteRemove) {
-    auto cf = parseClass(methodWithFrame(52));
-    CodeAttribute* code = cf->getMethods()[0]->getCodeAttribute();
-    ZVector<int, 10> pcs;
-    pcs.push(2);
-    code->addStackMapFrames(pcs, 0, type(VerificationType::INTEGER), -1, false, nullptr);
+    auto [cf, code] = firstCode(methodWithFrame(52));
+    code->addStackMapFrames(pcs({2}), 0, type(VerificationType::INTEGER), -1, false, nullptr);
     ZVector<unsigned char, 10> streamed, stepwise;
     DataOutput a(streamed), b(stepwise);
     code->writeWithStackMapTable(a);
