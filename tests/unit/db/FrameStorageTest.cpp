@@ -175,10 +175,9 @@ TEST_F(DBTest, DescriptionsNameMethodsAndStacks) {
               ZFrameStorage::getMethodDescription(lock, run));
     EXPECT_EQ(ZString("method #999999: <no class>.<no name><no params>"),
               ZFrameStorage::getMethodDescriptionByFrame(lock, fInner));
-    ZString expected("stack for frame ");
-    expected.appendLong(fInner).append(":\n #999999 <no class>.<no name><no params>\n #");
-    expected.appendLong(run).append(" p.Main.run(int)");
-    EXPECT_EQ(expected, ZFrameStorage::getStackTraceByFrame(lock, fInner));
+    EXPECT_EQ("stack for frame " + std::to_string(fInner) + ":\n #999999 <no class>.<no name><no params>\n #" +
+                  std::to_string(run) + " p.Main.run(int)",
+              std::string(ZFrameStorage::getStackTraceByFrame(lock, fInner).c_str()));
 }
 
 TEST_F(DBTest, ThreadFrameIndexMapsPairsAndMergesFinishedThreads) {

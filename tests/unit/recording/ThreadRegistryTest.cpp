@@ -1,6 +1,5 @@
 // Thread rows, names, the end of a thread, the merging of old finished
 // threads and the collection of rows nothing refers to.
-#include "db/StringPool.h"
 #include "RecordingTestSupport.h"
 
 namespace {
@@ -55,21 +54,20 @@ TEST_F(ThreadRegistryTest, AThreadGetsARowATRNAndATFIIndex) {
     EXPECT_EQ(t, ThreadInfo::findByTRN(5));
     ThreadRecord* row = db->getThreadTable()->getPtr(t->getThreadRow(), false);
     ASSERT_NE(nullptr, row);
-    EXPECT_EQ(5, row->myTRN);
-    EXPECT_EQ(t->getTFIIndex(), row->myTFIIndex);
-    EXPECT_EQ(0, row->myName);  // until the name is applied
-    EXPECT_EQ(0, row->myStartUptime);  // no native id
-    EXPECT_EQ(ZString("main"), ZString(StringPool::getString(lock, row->myGroup)));
+    // TRN, index, no name until it is applied, no start time without a native id.
+    EXPECT_EQ((std::vector<int64_t>{5, t->getTFIIndex(), 0, 0}),
+              (std::vector<int64_t>{row->myTRN, row->myTFIIndex, row->myName, row->myStartUptime}));
+    EXPECT_EQ("main", text(row->myGroup));
 
     t->applyThreadNameToDB(lock, db);
-    EXPECT_EQ(ZString("worker"), ZString(StringPool::getString(lock, row->myName)));
+    EXPECT_EQ("worker", text(row->myName));
     row->myStamp = 1;
     db->advanceGeneration();
     t->applyThreadNameToDB(lock, db);
     EXPECT_EQ(1, row->myStamp) << "an unchanged name leaves the row alone";
     t->setThreadName(ZString("renamed"));
     t->applyThreadNameToDB(lock, db);
-    EXPECT_EQ(ZString("renamed"), ZString(StringPool::getString(lock, row->myName)));
+    EXPECT_EQ("renamed", text(row->myName));
     EXPECT_EQ(db->getCurrentGeneration(), row->myStamp);
 }
 
