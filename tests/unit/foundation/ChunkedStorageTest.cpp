@@ -133,16 +133,11 @@ TEST(ZRollingArray, BuildsEachRecordOnFirstUseAndDestroysWhatItBuilt) {
 
 TEST(IndexPool, ReusesReleasedIndicesLastInFirstOut) {
     IndexPool pool(1);
-    EXPECT_EQ(1, pool.nextIndex());
-    EXPECT_EQ(2, pool.nextIndex());
-    EXPECT_EQ(3, pool.nextIndex());
+    auto next = [&] { return std::vector<int>{pool.peekNextIndex(), pool.nextIndex()}; };
+    for (int expected : {1, 2, 3}) EXPECT_EQ((std::vector<int>{expected, expected}), next());
     pool.releaseIndex(1);
     pool.releaseIndex(3);
-    EXPECT_EQ(3, pool.peekNextIndex());
-    EXPECT_EQ(3, pool.nextIndex());
-    EXPECT_EQ(1, pool.nextIndex());
-    EXPECT_EQ(4, pool.peekNextIndex());
-    EXPECT_EQ(4, pool.nextIndex());
+    for (int expected : {3, 1, 4}) EXPECT_EQ((std::vector<int>{expected, expected}), next());
     pool.releaseIndex(2);
     pool.clearIndexPool();
     EXPECT_EQ(1, pool.nextIndex());
