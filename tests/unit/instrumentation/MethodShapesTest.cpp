@@ -302,36 +302,29 @@ TEST_F(MethodShapesTest, ClassesThatCannotBeRewrittenLoadAsTheyCame) {
     Bytes bad = b.build();
     EXPECT_THROW(hook(bad), KZTRuntimeException);  // the handler's caller logs and moves on
 
-    jint length = 7;
-    unsigned char* bytes = (unsigned char*)1;
-    classFileLoadHook(nullptr, nullptr, nullptr, "T", (jint)bad.size(), bad.data(), &length, &bytes);
-    EXPECT_EQ(0, length);
-    EXPECT_EQ(nullptr, bytes);
-
+    // Through the JVM's hook: what cannot be rewritten, or is no class, comes back as no new bytes.
     Bytes garbage{0xCA, 0xFE, 0xBA, 0xBE, 0, 0, 0, 52, 0, 3, 99, 1, 2};
-    classFileLoadHook(nullptr, nullptr, nullptr, "T", (jint)garbage.size(), garbage.data(), &length, &bytes);
-    EXPECT_EQ(nullptr, bytes);
     Bytes notAClass{1, 2, 3, 4, 5};
     EXPECT_TRUE(hook(notAClass, "T").empty());
-    classFileLoadHook(nullptr, nullptr, nullptr, nullptr, (jint)notAClass.size(), notAClass.data(), &length, &bytes);
-    EXPECT_EQ(nullptr, bytes);
+    for (auto [in, name] : {std::pair{&bad, "T"}, {&garbage, "T"}, {&notAClass, nullptr}}) {
+        jint length = 7;
+        unsigned char* bytes = (unsigned char*)1;
+        classFileLoadHook(nullptr, nullptr, nullptr, name, (jint)in->size(), in->data(), &length, &bytes);
+        EXPECT_EQ(0, length) << in->size();
+        EXPECT_EQ(nullptr, bytes) << in->size();
+    }
 
     // The agent's own classes and Unsafe are never touched.
-    ClassBuilder own;
-    own.name = "com/corvane/runtime/Thing";
-    MethodSpec& o = own.method("m", "()V");
-    o.code = {0xb1};
-    EXPECT_TRUE(hook(own.build()).empty());
-    own.name = "sun/misc/Unsafe";
-    EXPECT_TRUE(hook(own.build()).empty());
-    own.name = "p/Fine";
-    EXPECT_FALSE(hook(own.build()).empty());
+    for (auto [name, left] : {std::pair{"com/corvane/runtime/Thing", true}, {"sun/misc/Unsafe", true}, {"p/Fine", false}}) {
+        ClassBuilder own;
+        own.name = name;
+        own.method("m", "()V").code = {0xb1};
+        EXPECT_EQ(left, hook(own.build()).empty()) << name;
+    }
 
     // An interface below version 52 has no code to instrument.
     ClassBuilder old;
     old.major = 51;
-    MethodSpec& a = old.method("m", "()V", 0x0401);
-    a.withCode = false;
-    Bytes oldInterface = old.build();
-    EXPECT_TRUE(hook(oldInterface).empty());
+    old.method("m", "()V", 0x0401).withCode = false;
+    EXPECT_TRUE(hook(old.build()).empty());
 }
