@@ -205,28 +205,32 @@ int NodeStackCapture::readWholeStack(JNIEnv* env) {
     return count;
 }
 
-bool NodeStackCapture::isRememberedStack(int count) const {
-    return count == myRememberedCount && memcmp(myFrameBuffer, myRememberedFrames, count * sizeof(jvmtiFrameInfo)) == 0;
+const NodeStackCapture::RememberedStack* NodeStackCapture::findRememberedStack(int count) const {
+    for (const RememberedStack& stack : myRemembered) {
+        if (stack.myCount == count && memcmp(myFrameBuffer, stack.myFrames, count * sizeof(jvmtiFrameInfo)) == 0) {
+            return &stack;
+        }
+    }
+    return nullptr;
 }
 
 void NodeStackCapture::rememberStack(int count, int node, int lastLine) {
-    if (count > REMEMBERED_DEPTH) {
-        myRememberedCount = -1;
-        return;
-    }
-    memcpy(myRememberedFrames, myFrameBuffer, count * sizeof(jvmtiFrameInfo));
-    myRememberedCount = count;
-    myRememberedNode = node;
-    myRememberedLastLine = lastLine;
+    if (count > REMEMBERED_DEPTH) return;
+    RememberedStack& stack = myRemembered[myOldestRemembered];
+    myOldestRemembered = (myOldestRemembered + 1) % REMEMBERED_STACKS;
+    memcpy(stack.myFrames, myFrameBuffer, count * sizeof(jvmtiFrameInfo));
+    stack.myCount = count;
+    stack.myNode = node;
+    stack.myLastLine = lastLine;
 }
 
 int NodeStackCapture::fillCurrentNodeJvmti_notForTracing_noOwnLine(JNIEnv* env, int* lastLine) {
     int count = readWholeStack(env);
     int line = 0;
     int node = 0;
-    if (isRememberedStack(count)) {
-        node = myRememberedNode;
-        line = myRememberedLastLine;
+    if (const RememberedStack* remembered = findRememberedStack(count)) {
+        node = remembered->myNode;
+        line = remembered->myLastLine;
     } else {
         // Invisibility is fixed when a method is first seen.
         node = walkCurrentStack(env, count, METHOD_FLAG_INVISIBLE, 0, false, true, &line);

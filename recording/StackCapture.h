@@ -77,19 +77,28 @@ private:
     int readWholeStack(JNIEnv* env);
     int walkCurrentStack(JNIEnv* env, int count, int mask, int wanted, bool dropLine, bool lines, int* lastLine);
 
-    // The walk that skips only invisible frames, remembered for the stack it
-    // was made from: methods, lines and nodes never change for given frames,
-    // so the same frames give the same node without a lookup.
+    // The walk that skips only invisible frames, remembered for the last few
+    // stacks it was made from: methods, lines and nodes never change for
+    // given frames, so the same frames give the same node without a lookup.
+    // Probes make rows from a few places in turn (a request, its connection,
+    // its statement), each with a stack of its own.
     static constexpr int REMEMBERED_DEPTH = 64;
-    bool isRememberedStack(int count) const;
+    static constexpr int REMEMBERED_STACKS = 8;
+    struct RememberedStack {
+        int myCount = -1;
+        int myNode = 0;
+        int myLastLine = 0;
+        jvmtiFrameInfo myFrames[REMEMBERED_DEPTH];
+    };
+    // The remembered stack with the `count` frames of the buffer, or null.
+    const RememberedStack* findRememberedStack(int count) const;
+    // Takes the place of the stack remembered longest ago.
     void rememberStack(int count, int node, int lastLine);
 
     ZNodeTree* myTree;
     ZMap<MethodAndLocation, int> myLineCache;
     ZMap<jmethodID, int> myMethodCache;
-    int myRememberedCount = -1;
-    int myRememberedNode = 0;
-    int myRememberedLastLine = 0;
-    jvmtiFrameInfo myRememberedFrames[REMEMBERED_DEPTH];
+    RememberedStack myRemembered[REMEMBERED_STACKS];
+    int myOldestRemembered = 0;
     jvmtiFrameInfo myFrameBuffer[MAX_STACK_DEPTH];
 };

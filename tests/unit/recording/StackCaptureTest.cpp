@@ -147,7 +147,7 @@ TEST_F(StackCaptureTest, NodeTreesMirrorStacksWithTheirOwnCaches) {
     EXPECT_EQ(0, capture.getTopMethodIndex(nullptr));
 }
 
-// The last stack is remembered with its node: the same frames give the same
+// The last stacks are remembered with their nodes: the same frames give the same
 // node, and any other frame, however deep, gives its own.
 TEST_F(StackCaptureTest, ARememberedStackServesOnlyTheSameFrames) {
     jmethodID a = plain(1, "a");
