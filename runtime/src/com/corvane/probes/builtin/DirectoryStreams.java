@@ -6,9 +6,6 @@ import com.corvane.probes.Param;
 import com.corvane.probes.ReturnValue;
 import com.corvane.probes.Table;
 import com.corvane.probes.This;
-import java.util.Collections;
-import java.util.Map;
-import java.util.WeakHashMap;
 
 /**
  * Folders listed through directory streams: a row of "Directory Streams"
@@ -22,8 +19,8 @@ public final class DirectoryStreams {
     static final Table.IntColumn ENTRIES = STREAMS.intColumn("Entries");
     static final ObjectMap ROWS = new ObjectMap();
     // Entries read, by stream; and the stream of each iterator.
-    static final Map<Object, int[]> COUNTS = Collections.synchronizedMap(new WeakHashMap<Object, int[]>());
-    static final Map<Object, int[]> ITERATORS = Collections.synchronizedMap(new WeakHashMap<Object, int[]>());
+    static final WeakObjects<int[]> COUNTS = new WeakObjects<int[]>();
+    static final WeakObjects<int[]> ITERATORS = new WeakObjects<int[]>();
 
     private DirectoryStreams() {
     }

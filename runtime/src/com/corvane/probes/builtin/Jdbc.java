@@ -1,9 +1,6 @@
 package com.corvane.probes.builtin;
 
 import com.corvane.probes.Table;
-import java.util.Collections;
-import java.util.Map;
-import java.util.WeakHashMap;
 
 /**
  * The tables of the probes Databases and DatabasesLW: "JDBC Connections",
@@ -50,14 +47,12 @@ final class Jdbc {
         }
     }
 
-    // Drivers' connections, statements and result sets keep identity
-    // equality, so weak maps are identity maps here. Not the agent's object
-    // map: a connection is looked up at each statement and close, and on a
-    // fast database the tag lookups and the agent-wide lock of that map cost
-    // more than the statement.
-    private static final Map<Object, Integer> ourConnectionRows = Collections.synchronizedMap(new WeakHashMap<Object, Integer>());
-    private static final Map<Object, Info> ourStatements = Collections.synchronizedMap(new WeakHashMap<Object, Info>());
-    private static final Map<Object, long[]> ourResultSets = Collections.synchronizedMap(new WeakHashMap<Object, long[]>());
+    // Not the agent's object map: a connection is looked up at each
+    // statement and close, and on a fast database the tag lookups and the
+    // agent-wide lock of that map cost more than the statement.
+    private static final WeakObjects<Integer> ourConnectionRows = new WeakObjects<Integer>();
+    private static final WeakObjects<Info> ourStatements = new WeakObjects<Info>();
+    private static final WeakObjects<long[]> ourResultSets = new WeakObjects<long[]>();
 
     private Jdbc() {
     }
@@ -123,7 +118,10 @@ final class Jdbc {
             if (connectionRow != 0) {
                 CONNECTION.set(row, connectionRow);
             }
-            SQL.set(row, sql instanceof String ? ProbeSupport.text(sql) : null);
+            // Columns left unset read as empty: commits and closes have no SQL.
+            if (sql instanceof String) {
+                SQL.set(row, ProbeSupport.text(sql));
+            }
             KIND.set(row, kind);
         } catch (Throwable e) {
             // the program's call stands
@@ -143,11 +141,20 @@ final class Jdbc {
         try {
             Info info = statement == null ? null : ourStatements.get(statement);
             if (info != null) {
+                int parameters;
+                int batch;
                 synchronized (info) {
-                    PARAMETERS.set(row, info.myParameters);
-                    BATCH.set(row, info.myBatch);
+                    parameters = info.myParameters;
+                    batch = info.myBatch;
                     info.myParameters = 0;
                     info.myBatch = 0;
+                }
+                // Unset columns read as 0.
+                if (parameters != 0) {
+                    PARAMETERS.set(row, parameters);
+                }
+                if (batch != 0) {
+                    BATCH.set(row, batch);
                 }
             }
             long updated = updateCount(result);

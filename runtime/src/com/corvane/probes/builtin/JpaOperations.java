@@ -2,9 +2,6 @@ package com.corvane.probes.builtin;
 
 import com.corvane.probes.Table;
 import java.util.Collection;
-import java.util.Collections;
-import java.util.Map;
-import java.util.WeakHashMap;
 
 /**
  * The table "JPA Operations" of the probes JPA_Hibernate, JPA_EclipseLink,
@@ -24,7 +21,7 @@ final class JpaOperations {
     // Providers make a query through their own makers of queries.
     static final Nesting CREATING = new Nesting();
     // Query objects keep identity equality, so a weak map is an identity map here.
-    private static final Map<Object, String> ourQueries = Collections.synchronizedMap(new WeakHashMap<Object, String>());
+    private static final WeakObjects<String> ourQueries = new WeakObjects<String>();
 
     private JpaOperations() {
     }

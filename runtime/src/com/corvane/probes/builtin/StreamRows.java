@@ -3,9 +3,6 @@ package com.corvane.probes.builtin;
 import com.corvane.probes.ObjectMap;
 import com.corvane.probes.Table;
 import java.lang.ref.WeakReference;
-import java.util.Collections;
-import java.util.Map;
-import java.util.WeakHashMap;
 
 /**
  * The rows of a table of streams (files, sockets): a row from the opening of
@@ -33,8 +30,7 @@ final class StreamRows {
     private final Table.LongColumn myWriteNs;
     private final ObjectMap myRows = new ObjectMap();
     private final ThreadLocal<WeakReference<Throwable>> myLastFailure = new ThreadLocal<WeakReference<Throwable>>();
-    // The JDK's stream classes keep identity equality, so a weak map is an identity map here.
-    private final Map<Object, long[]> myCounters = Collections.synchronizedMap(new WeakHashMap<Object, long[]>());
+    private final WeakObjects<long[]> myCounters = new WeakObjects<long[]>();
 
     StreamRows(String table, String name) {
         myTable = new Table(table, true);
@@ -60,8 +56,8 @@ final class StreamRows {
                 myAccess.set(row, access);
                 myRows.put(stream, row);
             }
-            if (counted && !myCounters.containsKey(stream)) {
-                myCounters.put(stream, new long[6]);
+            if (counted) {
+                myCounters.putIfAbsent(stream, new long[6]);
             }
         } catch (Throwable e) {
             // the program's stream stands
