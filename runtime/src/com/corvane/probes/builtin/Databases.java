@@ -73,8 +73,24 @@ public final class Databases {
             Jdbc.executing(null, method, null, Jdbc.connectionRow(connection));
         }
 
-        public static void onExit(@ThrownException Throwable thrown) {
+        public static void onExit(@This Object connection, @MethodName String method,
+                                  @ThrownException Throwable thrown) {
             Jdbc.executed(null, null, thrown, false);
+            if (method.equals("close")) {
+                Jdbc.connectionClosed(connection);
+            }
+        }
+    }
+
+    @MethodPattern({"*Statement*:close()",
+            Jdbc.NOT_JDK, Jdbc.NOT_SUN, Jdbc.NOT_COM_SUN, Jdbc.NOT_JDK_INTERNAL})
+    @InstanceOf("java.sql.Statement")
+    public static final class StatementClose {
+        private StatementClose() {
+        }
+
+        public static void onReturn(@This Object statement) {
+            Jdbc.statementClosed(statement);
         }
     }
 

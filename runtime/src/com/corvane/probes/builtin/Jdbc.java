@@ -89,6 +89,26 @@ final class Jdbc {
         }
     }
 
+    // A closed connection or statement leaves its map at once, so that the
+    // weak reference dies young with it instead of being kept, and looked at
+    // by each collection, until the collector finds the object gone.
+
+    static void connectionClosed(Object connection) {
+        forget(ourConnectionRows, connection);
+    }
+
+    static void statementClosed(Object statement) {
+        forget(ourStatements, statement);
+    }
+
+    private static void forget(WeakObjects<?> map, Object key) {
+        try {
+            map.remove(key);
+        } catch (Throwable e) {
+            // an object whose hash code fails was never entered
+        }
+    }
+
     /** A statement made by a connection; {@code sql} for a prepared one. */
     static void created(Object connection, Object statement, String sql) {
         try {
