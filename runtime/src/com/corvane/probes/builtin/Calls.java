@@ -20,7 +20,9 @@ final class Calls {
     int enter(Object name) {
         try {
             int row = myTable.createRow();
-            myName.set(row, ProbeSupport.text(name));
+            if (row != 0) {
+                myName.set(row, ProbeSupport.text(name));
+            }
             return row;
         } catch (Throwable e) {
             return 0;

@@ -28,6 +28,9 @@ public final class DirectoryStreams {
     public static void onReturn(@This Object stream, @Param(1) Object folder) {
         try {
             int row = STREAMS.createRow();
+            if (row == 0) {
+                return;
+            }
             FOLDER.set(row, ProbeSupport.text(folder));
             ROWS.put(stream, row);
             COUNTS.put(stream, new int[1]);

@@ -63,10 +63,13 @@ final class Jdbc {
             return;
         }
         try {
+            int row = CONNECTIONS.createRow();
+            if (row == 0) {
+                return;
+            }
             if (url == null && connection != null) {
                 url = ProbeSupport.call(ProbeSupport.call(connection, "getMetaData"), "getURL");
             }
-            int row = CONNECTIONS.createRow();
             URL.set(row, ProbeSupport.text(url));
             // Closed now: the rows of its statements name it as their master.
             CONNECTIONS.close(row, thrown);
@@ -126,9 +129,13 @@ final class Jdbc {
             return;
         }
         try {
-            Info info = statement == null ? null : ourStatements.get(statement);
             int row = STATEMENTS.createRow();
             EXECUTING.setRow(row);
+            if (row == 0) {
+                // The table is full: no row, and nothing to look up for one.
+                return;
+            }
+            Info info = statement == null ? null : ourStatements.get(statement);
             if (info != null) {
                 connectionRow = info.myConnectionRow;
                 if (!(sql instanceof String)) {

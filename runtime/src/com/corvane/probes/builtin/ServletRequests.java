@@ -29,13 +29,17 @@ final class ServletRequests {
             if (NESTING.enter()) {
                 row = REQUESTS.createRow();
                 NESTING.setRow(row);
-                METHOD.set(row, ProbeSupport.text(ProbeSupport.call(request, "getMethod")));
-                URI.set(row, ProbeSupport.text(ProbeSupport.call(request, "getRequestURI")));
+                if (row != 0) {
+                    METHOD.set(row, ProbeSupport.text(ProbeSupport.call(request, "getMethod")));
+                    URI.set(row, ProbeSupport.text(ProbeSupport.call(request, "getRequestURI")));
+                }
             }
             if (full) {
                 // The full probe may be the second on the call; it completes the
                 // outermost row, and the servlet, entered last, names itself.
                 row = NESTING.getRow();
+            }
+            if (full && row != 0) {
                 QUERY.set(row, ProbeSupport.text(ProbeSupport.call(request, "getQueryString")));
                 SERVLET.set(row, servlet == null ? null : servlet.getClass().getName());
                 CLIENT.set(row, ProbeSupport.text(ProbeSupport.call(request, "getRemoteAddr")));

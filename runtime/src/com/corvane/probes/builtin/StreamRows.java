@@ -52,6 +52,10 @@ final class StreamRows {
             }
             if (myRows.get(stream) == 0) {
                 int row = myTable.createRow();
+                if (row == 0) {
+                    // No row (the table is full): nothing to count either.
+                    return;
+                }
                 myName.set(row, ProbeSupport.text(name));
                 myAccess.set(row, access);
                 myRows.put(stream, row);

@@ -32,6 +32,9 @@ public final class Threads {
                 return;
             }
             int row = THREADS.createRow();
+            if (row == 0) {
+                return;
+            }
             THREAD.set(row, thread.getName());
             EVENT.set(row, event);
             ThreadGroup group = thread.getThreadGroup();

@@ -208,6 +208,17 @@ class BuiltinProbesTest {
             assertTrue(t.reportSection("Database statements, the most often run first").get(0)
                     .matches("6 [0-9.]+ [0-9.]+ 0 insert into item values\\(\\?, \\?\\)"), c.options());
         }
+        // With the tables full after four rows, the rest of the work makes none and runs as before.
+        Tables full = run(Files.createDirectories(dir.resolve("full")), ",probetablelengthlimit=4", "JdbcWork");
+        assertEquals("read: 8\nfailed: 42102\nno connection: 90146\n", full.out());
+        Map<String, Object> shop = full.row("JDBC Connections", has("URL", "jdbc:h2:mem:shop"));
+        assertEquals(1, full.rows("JDBC Connections").size());
+        @SuppressWarnings("unchecked")
+        List<Map<String, Object>> first =
+                (List<Map<String, Object>>) ((Map<String, Object>) shop.get("dependent")).get("JDBC Statements");
+        assertEquals(List.of("create table item(id int primary key, name varchar(20))",
+                "insert into item values(?, ?)", "insert into item values(?, ?)"),
+                first.stream().map(s -> (String) s.get("SQL")).collect(Collectors.toList()));
     }
 
     @Test
