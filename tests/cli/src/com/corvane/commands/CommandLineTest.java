@@ -1,5 +1,7 @@
 package com.corvane.commands;
 
+import static com.corvane.testing.JsonParser.list;
+import static com.corvane.testing.JsonParser.map;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
@@ -100,65 +102,49 @@ class CommandLineTest {
     }
 
     @Test
-    void reportAsJson() throws Exception {
+    void reportAsJsonAndText() throws Exception {
         Path snapshot = Samples.sampled().write(dir.resolve("app.snapshot"));
         ToolRun result = corvane("report", "--json", "--hotspots", "2", snapshot.toString());
-        assertEquals(0, result.code(), result.err());
-        @SuppressWarnings("unchecked")
-        Map<String, Object> json = (Map<String, Object>) JsonParser.parse(result.out());
-        @SuppressWarnings("unchecked")
-        List<Object> methods = (List<Object>) ((Map<String, Object>) json.get("hotSpots")).get("methods");
-        assertEquals(2, methods.size());
+        assertEquals(2, list(map(map(JsonParser.parse(result.ok())).get("hotSpots")).get("methods")).size());
         assertEquals("", result.err());
+        String text = corvane("report", snapshot.toString()).ok();
+        assertTrue(text.contains(Samples.HOT_METHOD), text);
+        assertTrue(text.contains("Hot spots: 4 of 4 methods"), text);
     }
 
     @Test
-    @SuppressWarnings("unchecked")
     void reportOfSelectedThreads() throws Exception {
         Path snapshot = Samples.sampled().write(dir.resolve("app.snapshot"));
-        ToolRun result = corvane("report", "--json", "--thread", "w?rk*", snapshot.toString());
-        assertEquals(0, result.code(), result.err());
-        Map<String, Object> json = (Map<String, Object>) JsonParser.parse(result.out());
+        Map<String, Object> json = map(JsonParser.parse(corvane("report", "--json", "--thread", "w?rk*",
+                snapshot.toString()).ok()));
         assertEquals(400_000_000L, json.get("totalTimeNs"));
-        List<Object> threads = (List<Object>) json.get("threads");
+        List<Object> threads = list(json.get("threads"));
         assertEquals(1, threads.size());
-        Map<String, Object> worker = (Map<String, Object>) threads.get(0);
+        Map<String, Object> worker = map(threads.get(0));
         assertEquals("worker", worker.get("name"));
-        Map<String, Object> top = (Map<String, Object>) ((List<Object>) ((Map<String, Object>) worker.get("hotSpots"))
-                .get("methods")).get(0);
+        Map<String, Object> top = map(list(map(worker.get("hotSpots")).get("methods")).get(0));
         assertEquals(Samples.HOT_METHOD, top.get("method"));
         assertEquals(75.0, ((Number) top.get("ownPercent")).doubleValue());
 
-        ToolRun brief = corvane("report", "--brief", "--thread", "main", snapshot.toString());
-        assertEquals(0, brief.code(), brief.err());
-        assertTrue(brief.out().contains("100% = 1,000.0 ms of recorded CPU time in 1 thread"), brief.out());
-        assertTrue(brief.out().contains("Hot spots of thread \"main\""), brief.out());
-        assertFalse(brief.out().contains("Call tree"), brief.out());
-        assertFalse(brief.out().contains("Snapshot:"), brief.out());
-    }
-
-    @Test
-    void reportAsText() throws Exception {
-        Path snapshot = Samples.sampled().write(dir.resolve("app.snapshot"));
-        ToolRun result = corvane("report", snapshot.toString());
-        assertEquals(0, result.code(), result.err());
-        assertTrue(result.out().contains(Samples.HOT_METHOD));
-        assertTrue(result.out().contains("Hot spots: 4 of 4 methods"), result.out());
+        String brief = corvane("report", "--brief", "--thread", "main", snapshot.toString()).ok();
+        assertTrue(brief.contains("100% = 1,000.0 ms of recorded CPU time in 1 thread"), brief);
+        assertTrue(brief.contains("Hot spots of thread \"main\""), brief);
+        assertFalse(brief.contains("Call tree"), brief);
+        assertFalse(brief.contains("Snapshot:"), brief);
     }
 
     @Test
     void collapsedStacksAddUpToTheRecordedTime() throws Exception {
         Path snapshot = Samples.sampled().write(dir.resolve("app.snapshot"));
-        ToolRun result = corvane("flamegraph", snapshot.toString(), "--format", "collapsed");
-        assertEquals(0, result.code(), result.err());
+        String collapsed = corvane("flamegraph", snapshot.toString(), "--format", "collapsed").ok();
         long sum = 0;
-        for (String line : result.out().split("\n")) {
+        for (String line : collapsed.split("\n")) {
             assertTrue(line.matches("[^ ;][^;]*(;[^;]+)* \\d+"), line);
             sum += Long.parseLong(line.substring(line.lastIndexOf(' ') + 1));
         }
         assertEquals(1_400_000_000L, sum);
-        assertTrue(result.out().contains("com.example.Main.main(java.lang.String[]);" + Samples.HOT_METHOD
-                + " 700000000\n"), result.out());
+        assertTrue(collapsed.contains("com.example.Main.main(java.lang.String[]);" + Samples.HOT_METHOD
+                + " 700000000\n"), collapsed);
 
         ToolRun perThread = corvane("flamegraph", snapshot.toString(), "--format", "collapsed", "--threads");
         assertTrue(perThread.out().contains("worker;com.example.Worker.run();" + Samples.HOT_METHOD + " 300000000"),

@@ -1,6 +1,7 @@
 package com.corvane.heap;
 
-
+import static com.corvane.testing.JsonParser.list;
+import static com.corvane.testing.JsonParser.map;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
@@ -169,13 +170,12 @@ class HeapCommandTest {
         return w.writeTo(myFolder.resolve("shape.snapshot"));
     }
 
-    @SuppressWarnings("unchecked")
     @Test
     void retainedSizesAreTheSumsOfTheShape() throws IOException {
         Path snapshot = writeSnapshot();
         ToolRun result = ToolRun.of("heap", "--json", "--biggest", "3", "--path-to-roots", "16", snapshot.toString());
         assertEquals(0, result.code(), result.err());
-        Map<String, Object> report = (Map<String, Object>) JsonParser.parse(result.out());
+        Map<String, Object> report = map(JsonParser.parse(result.out()));
         assertEquals(22L, ((Number) report.get("objects")).longValue());
         assertEquals(6L, ((Number) report.get("gcRoots")).longValue(), "six classes, Main twice");
 
@@ -188,8 +188,8 @@ class HeapCommandTest {
         assertEquals(17L, ((Number) report.get("reachableObjects")).longValue());
 
         Map<String, long[]> classes = new HashMap<>();
-        for (Object row : (List<Object>) report.get("classes")) {
-            Map<String, Object> r = (Map<String, Object>) row;
+        for (Object row : list(report.get("classes"))) {
+            Map<String, Object> r = map(row);
             classes.put((String) r.get("class"), new long[] {((Number) r.get("instances")).longValue(),
                 ((Number) r.get("shallowSize")).longValue(), ((Number) r.get("retainedSize")).longValue()});
         }
@@ -202,20 +202,18 @@ class HeapCommandTest {
         assertEquals(6, classes.get("java.lang.Class")[0]);
         assertEquals(main + 5L * CLASS_SIZE, classes.get("java.lang.Class")[2]);
 
-        List<Object> biggest = (List<Object>) report.get("biggestObjects");
-        Map<String, Object> first = (Map<String, Object>) biggest.get(0);
+        List<Object> biggest = list(report.get("biggestObjects"));
+        Map<String, Object> first = map(biggest.get(0));
         assertEquals("class com.acme.Main@2", first.get("description"));
         assertEquals(main, ((Number) first.get("retainedSize")).longValue());
-        Map<String, Object> second = (Map<String, Object>) biggest.get(1);
+        Map<String, Object> second = map(biggest.get(1));
         assertEquals("com.acme.Tree@10", second.get("description"));
         assertEquals(tree, ((Number) second.get("retainedSize")).longValue());
-        assertEquals(List.of(2L), ((List<Object>) second.get("dominators")).stream()
-                .map(d -> ((Number) ((Map<String, Object>) d).get("object")).longValue()).toList());
-        assertEquals(array, ((Number) ((Map<String, Object>) biggest.get(2)).get("retainedSize")).longValue());
+        assertEquals(List.of(2L), list(second.get("dominators")).stream().map(d -> map(d).get("object")).toList());
+        assertEquals(array, map(biggest.get(2)).get("retainedSize"));
 
-        Map<String, Object> path = (Map<String, Object>) report.get("pathToRoots");
-        List<String> steps = ((List<Object>) path.get("path")).stream().map(step -> {
-            Map<String, Object> s = (Map<String, Object>) step;
+        List<String> steps = list(map(report.get("pathToRoots")).get("path")).stream().map(step -> {
+            Map<String, Object> s = map(step);
             return s.getOrDefault("reference", "") + " " + s.get("description");
         }).toList();
         assertEquals(List.of(" class com.acme.Main@2", ".cache (static) com.acme.Node[]@20",

@@ -1,5 +1,7 @@
 package com.corvane.report;
 
+import static com.corvane.testing.JsonParser.list;
+import static com.corvane.testing.JsonParser.map;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertNull;
@@ -29,19 +31,17 @@ class ReportTest {
         return Report.build(snapshot, Profile.build(snapshot), limits);
     }
 
-    @SuppressWarnings("unchecked")
-    private static Map<String, Object> map(Object value) {
-        return (Map<String, Object>) value;
-    }
-
-    @SuppressWarnings("unchecked")
-    private static List<Object> list(Object value) {
-        return (List<Object>) value;
-    }
-
     /** The report as JSON text, read back: what a consumer of --json sees. */
     private static Map<String, Object> asJson(Map<String, Object> report) {
         return map(JsonParser.parse(Json.toString(report, true)));
+    }
+
+    /** The text report, as the tool prints it without colours. */
+    private String text(ProfileBuilder builder) throws Exception {
+        ByteArrayOutputStream bytes = new ByteArrayOutputStream();
+        TextReport.print(report(builder, new Report.Limits(20, 3, 5, 12)), false,
+                new PrintStream(bytes, true, StandardCharsets.UTF_8));
+        return bytes.toString(StandardCharsets.UTF_8);
     }
 
     @Test
@@ -135,10 +135,7 @@ class ReportTest {
 
     @Test
     void textReportShowsTheSameFacts() throws Exception {
-        ByteArrayOutputStream bytes = new ByteArrayOutputStream();
-        TextReport.print(report(Samples.sampled(), new Report.Limits(20, 3, 5, 12)), false, new PrintStream(bytes, true,
-                StandardCharsets.UTF_8));
-        String text = bytes.toString(StandardCharsets.UTF_8);
+        String text = text(Samples.sampled());
         assertTrue(text.contains("  name                               TestApp"), text);
         assertTrue(text.contains("  CPU                                sampling"), text);
         assertTrue(text.contains("       1,000.0  71.43%      1,000.0  71.43%  " + Samples.HOT_METHOD), text);
@@ -148,10 +145,7 @@ class ReportTest {
 
     @Test
     void aSnapshotWithoutCpuDataSaysSo() throws Exception {
-        ByteArrayOutputStream bytes = new ByteArrayOutputStream();
-        TextReport.print(report(new ProfileBuilder(), new Report.Limits(20, 3, 5, 12)), false, new PrintStream(bytes, true,
-                StandardCharsets.UTF_8));
-        assertTrue(bytes.toString(StandardCharsets.UTF_8).contains("No CPU time was recorded"));
+        assertTrue(text(new ProfileBuilder()).contains("No CPU time was recorded"));
     }
 
     @Test
