@@ -53,10 +53,8 @@ class MemorySnapshotTest {
     void capture() throws Exception {
         dir = Files.createTempDirectory("corvane-heap-test-");
         Path file = dir.resolve("shapes.snapshot");
-        String library = System.getenv("CORVANE_TEST_JNI_LIBRARY");
-        assertNotNull(library, "the test's JNI library (CORVANE_TEST_JNI_LIBRARY)");
         AgentJvm.Run run = AgentJvm.run(dir, "dir=" + Files.createDirectories(dir.resolve("exit")) + options(),
-                System.getProperty("corvane.heap.classes"), "HeapShapes", file.toString(), library, "native");
+                System.getProperty("corvane.heap.classes"), "HeapShapes", file.toString(), AgentJvm.jniLibrary(), "native");
         assertEquals(0, run.exitCode(), run.out());
         assertTrue(run.out().contains("capture null"), run.out() + run.log());
         log = run.log();

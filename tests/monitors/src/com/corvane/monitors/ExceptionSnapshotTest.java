@@ -11,6 +11,8 @@ import com.corvane.report.Json;
 import com.corvane.report.Report;
 import com.corvane.report.TextReport;
 import com.corvane.snapshot.Snapshot;
+import com.corvane.testing.AgentJvm;
+import com.corvane.testing.AgentJvm.Snapshotted;
 import java.io.ByteArrayOutputStream;
 import java.io.PrintStream;
 import java.nio.charset.StandardCharsets;
@@ -123,7 +125,7 @@ class ExceptionSnapshotTest {
 
     @Test
     void disabledByOptionNothingIsCountedEvenWhenStarted() throws Exception {
-        Shapes.Outcome outcome = Shapes.run(dir, "sampling,exceptions=disable", PROGRAM, "control");
+        Snapshotted outcome = Shapes.run(dir, "sampling,exceptions=disable", PROGRAM, "control");
         assertEquals(0, outcome.snapshot().tables().exceptions.liveCount());
         assertTrue(outcome.run().log().contains("can_generate_exception_events: explicitly disabled with a startup"
                 + " option"), outcome.run().log());

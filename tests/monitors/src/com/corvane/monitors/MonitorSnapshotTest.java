@@ -16,6 +16,8 @@ import com.corvane.report.TextReport;
 import com.corvane.snapshot.Rows.MonitorRow;
 import com.corvane.snapshot.Snapshot;
 import com.corvane.snapshot.Table;
+import com.corvane.testing.AgentJvm;
+import com.corvane.testing.AgentJvm.Snapshotted;
 import java.io.ByteArrayOutputStream;
 import java.io.PrintStream;
 import java.nio.charset.StandardCharsets;
@@ -83,7 +85,7 @@ class MonitorSnapshotTest {
 
     @Test
     void startedClearedAndStoppedThroughTheNatives() throws Exception {
-        Shapes.Outcome outcome = Shapes.run(dir, "sampling", PROGRAM, "control");
+        Snapshotted outcome = Shapes.run(dir, "sampling", PROGRAM, "control");
         assertTrue(outcome.run().out().contains("start null\nagain Already started\n"), outcome.run().out());
         MonitorProfile profile = MonitorProfile.build(outcome.snapshot());
         assertEquals(List.of(), ofClass(profile.entries(), "Lock"), "cleared");
@@ -186,10 +188,7 @@ class MonitorSnapshotTest {
     /** The JVM keeps a monitor entered through JNI owned after its owner ended: the block never ends. */
     @Test
     void aMonitorHeldAcrossItsOwnersEndLeavesTheOpenBlockUncounted() throws Exception {
-        String library = System.getenv("CORVANE_TEST_JNI_LIBRARY");
-        assertNotNull(library, "the test's JNI library (CORVANE_TEST_JNI_LIBRARY)");
-        assertTrue(Files.isRegularFile(Path.of(library)), "built: " + library);
-        Shapes.Outcome outcome = Shapes.run(dir, "monitors", "JniMonitorShapes", library);
+        Snapshotted outcome = Shapes.run(dir, "monitors", "JniMonitorShapes", AgentJvm.jniLibrary());
         assertTrue(outcome.run().out().contains("still BLOCKED"), outcome.run().out());
         Snapshot snapshot = outcome.snapshot();
         Map<Integer, String> names = Places.threadNames(snapshot);

@@ -14,6 +14,7 @@ import com.corvane.snapshot.Snapshot;
 import com.corvane.snapshot.SnapshotReader;
 import com.corvane.snapshot.Table;
 import com.corvane.testing.AgentJvm;
+import com.corvane.testing.AgentJvm.Snapshotted;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.HashMap;
@@ -58,13 +59,9 @@ class SamplingSnapshotTest {
     }
 
     static Run run(Path dir, String options, String... program) throws Exception {
-        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
-        AgentJvm.Run jvm = AgentJvm.run(dir, (options.isEmpty() ? "" : options + ",") + "onexit=snapshot,dir=" + snapshots,
-                System.getProperty("corvane.sampling.classes"), program);
-        assertEquals(0, jvm.exitCode(), jvm.out());
-        assertTrue(jvm.out().contains("done "), jvm.out());
-        Snapshot read = SnapshotReader.read(AgentJvm.onlyFile(snapshots, "-shutdown.snapshot"));
-        return new Run(jvm.out(), new Times(timesByThread(read), jvm.log()), read);
+        Snapshotted jvm = AgentJvm.atExit(dir, options, System.getProperty("corvane.sampling.classes"), program);
+        assertTrue(jvm.run().out().contains("done "), jvm.run().out());
+        return new Run(jvm.run().out(), new Times(timesByThread(jvm.snapshot()), jvm.run().log()), jvm.snapshot());
     }
 
     static Map<String, Map<String, Long>> timesByThread(Snapshot snapshot) {
