@@ -43,24 +43,33 @@ public final class AgentJvm {
     /** As {@link #run}, under a shell that first sets the process's limits ("ulimit -f 1000"), unless null. */
     public static Run runLimited(String limits, Path dir, String agentOptions, String classPath, String... program)
             throws IOException, InterruptedException {
-        Path home = dir.resolve("home");
-        List<String> command = new ArrayList<>();
+        ProcessBuilder builder = builder(dir, agentOptions, classPath, program).redirectErrorStream(true);
         if (limits != null) {
-            command.addAll(List.of("/bin/sh", "-c", limits + "; exec \"$0\" \"$@\""));
+            builder.command().addAll(0, List.of("/bin/sh", "-c", limits + "; exec \"$0\" \"$@\""));
         }
-        command.addAll(List.of(System.getProperty("corvane.java"),
-                "-agentpath:" + System.getProperty("corvane.agent") + "=" + agentOptions, "-cp", classPath));
-        command.addAll(List.of(program));
-        ProcessBuilder builder = new ProcessBuilder(command).redirectErrorStream(true);
-        builder.environment().put("CORVANE_HOME", home.toString());
-        builder.environment().remove("JAVA_TOOL_OPTIONS");
-        builder.environment().remove("KZT_STARTUP_OPTIONS_PRE");
-        builder.environment().remove("KZT_STARTUP_OPTIONS_POST");
         Process process = builder.start();
         String out = new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
         assertTrue(process.waitFor(300, TimeUnit.SECONDS), "the program ends");
+        return new Run(process.exitValue(), out, log(dir));
+    }
+
+    /** The command and environment of a JVM with the agent, to start as the caller needs. */
+    public static ProcessBuilder builder(Path dir, String agentOptions, String classPath, String... program) {
+        List<String> command = new ArrayList<>(List.of(System.getProperty("corvane.java"),
+                "-agentpath:" + System.getProperty("corvane.agent") + "=" + agentOptions, "-cp", classPath));
+        command.addAll(List.of(program));
+        ProcessBuilder builder = new ProcessBuilder(command);
+        builder.environment().put("CORVANE_HOME", dir.resolve("home").toString());
+        builder.environment().remove("JAVA_TOOL_OPTIONS");
+        builder.environment().remove("KZT_STARTUP_OPTIONS_PRE");
+        builder.environment().remove("KZT_STARTUP_OPTIONS_POST");
+        return builder;
+    }
+
+    /** The agent's log files of the runs in {@code dir}, joined. */
+    public static String log(Path dir) throws IOException {
+        Path logs = dir.resolve("home/.kzt/log");
         StringBuilder log = new StringBuilder();
-        Path logs = home.resolve(".kzt/log");
         if (Files.isDirectory(logs)) {
             try (Stream<Path> files = Files.list(logs)) {
                 for (Path file : files.collect(Collectors.toList())) {
@@ -68,7 +77,7 @@ public final class AgentJvm {
                 }
             }
         }
-        return new Run(process.exitValue(), out, log.toString());
+        return log.toString();
     }
 
     /**

@@ -102,6 +102,13 @@ final class Wire {
             return string();
         }
 
+        /** An error answer and nothing after it; the result is its message. */
+        String refusal() throws IOException {
+            String message = error();
+            end();
+            return message;
+        }
+
         /** Either the standard answer, or an error: the message, or null for OK. */
         String okOrError(long sessionId) throws IOException {
             assertEquals(Protocol.MAGIC, myIn.readLong(), "magic");
