@@ -10,18 +10,12 @@ import com.corvane.profile.MonitorProfile;
 import com.corvane.profile.MonitorProfile.Entry;
 import com.corvane.profile.Places;
 import com.corvane.profile.Profile;
-import com.corvane.report.Json;
 import com.corvane.report.Report;
-import com.corvane.report.TextReport;
 import com.corvane.snapshot.Rows.MonitorRow;
 import com.corvane.snapshot.Snapshot;
 import com.corvane.snapshot.Table;
 import com.corvane.testing.AgentJvm;
 import com.corvane.testing.AgentJvm.Snapshotted;
-import java.io.ByteArrayOutputStream;
-import java.io.PrintStream;
-import java.nio.charset.StandardCharsets;
-import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
@@ -139,16 +133,14 @@ class MonitorSnapshotTest {
         checkAfterTheLock(profile, withStacks);
 
         // The report carries the same, as `corvane report --json` writes it.
-        Map<String, Object> report = Report.build(snapshot, Profile.build(snapshot), new Report.Limits(50, 5, 5, 12));
-        String json = Json.toString(report, false);
+        Shapes.Printed report = Shapes.report(snapshot);
+        String json = report.json();
         assertTrue(json.contains("\"monitors\":{\"recordingTimeNs\":"), json);
         assertTrue(json.contains("\"thread\":\"blocker\",\"trn\":"), json);
         assertTrue(json.contains("\"owner\":\"holder\""), json);
         assertTrue(json.contains("\"monitorClass\":\"MonitorShapes$WaitLock\""), json);
         // And the text that `corvane report` prints.
-        ByteArrayOutputStream text = new ByteArrayOutputStream();
-        TextReport.print(report, false, new PrintStream(text, true, StandardCharsets.UTF_8));
-        String printed = text.toString(StandardCharsets.UTF_8);
+        String printed = report.text();
         assertTrue(printed.contains("blocker <- holder: MonitorShapes$Lock at " + (withStacks
                 ? PROGRAM + ".blockOnce():" + Shapes.line(PROGRAM, "BLOCK-LOCK") : "<no stack>") + "\n"), printed);
         assertTrue(printed.contains("waiter: MonitorShapes$WaitLock at "), printed);

@@ -4,14 +4,23 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.corvane.profile.Profile;
+import com.corvane.report.Json;
+import com.corvane.report.Report;
+import com.corvane.report.TextReport;
+import com.corvane.snapshot.Snapshot;
 import com.corvane.testing.AgentJvm;
 import com.corvane.testing.AgentJvm.Snapshotted;
+import java.io.ByteArrayOutputStream;
 import java.io.IOException;
+import java.io.PrintStream;
+import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.List;
+import java.util.Map;
 
-/** Runs the programs of tests/monitors/java and finds the lines their sources mark. */
+/** Runs the programs of tests/monitors/java, reports their snapshots and finds the lines their sources mark. */
 final class Shapes {
     private Shapes() {
     }
@@ -21,6 +30,18 @@ final class Shapes {
         String classes = System.getProperty("corvane.monitors.classes");
         assertNotNull(classes, "the programs' classes (corvane.monitors.classes)");
         return AgentJvm.capturing(dir, options, classes, program, more);
+    }
+
+    /** The report of a snapshot, with room for every row of the programs. */
+    record Printed(String json, String text) {
+    }
+
+    /** The report as `corvane report --json` writes it and as the text `corvane report` prints. */
+    static Printed report(Snapshot snapshot) throws Exception {
+        Map<String, Object> report = Report.build(snapshot, Profile.build(snapshot), new Report.Limits(50, 5, 5, 12));
+        ByteArrayOutputStream text = new ByteArrayOutputStream();
+        TextReport.print(report, false, new PrintStream(text, true, StandardCharsets.UTF_8));
+        return new Printed(Json.toString(report, false), text.toString(StandardCharsets.UTF_8));
     }
 
     /** The line of the program's source that carries the marker comment. */
