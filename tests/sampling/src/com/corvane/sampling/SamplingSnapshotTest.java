@@ -50,12 +50,16 @@ class SamplingSnapshotTest {
     record Run(String out, Times times, Snapshot snapshot) {
     }
 
+    /** SampledWork sampled with the settings text (none: the defaults); it must log no problem and keep the ratio. */
     static Times sample(Path dir, String settingsText) throws Exception {
         String options = "sampling";
         if (settingsText != null) {
             options += ",sampling_settings_path=" + Files.writeString(dir.resolve("sampling.txt"), settingsText);
         }
-        return run(dir, options, "SampledWork", "" + ROUNDS, "" + SLEEP_MS).times();
+        Times times = run(dir, options, "SampledWork", "" + ROUNDS, "" + SLEEP_MS).times();
+        assertNoErrors(times);
+        assertWorkRatio(times);
+        return times;
     }
 
     static Run run(Path dir, String options, String... program) throws Exception {
@@ -104,9 +108,7 @@ class SamplingSnapshotTest {
     @Test
     void withoutWallTimeMethodsOnlyCpuIsCharged(@TempDir Path dir) throws Exception {
         Times times = sample(dir, "sampling_period_ms=10\n");
-        assertNoErrors(times);
         assertTrue(times.log().contains("SamplingSettings: sampling_period_ms = 10\n"), times.log());
-        assertWorkRatio(times);
         long sleeper = times.of("sleeper", "SampledWork.sleeper");
         long light = times.of("light-worker", "SampledWork.light");
         assertTrue(sleeper < light / 10, "sleeping costs no CPU: " + sleeper + " vs " + light);
@@ -115,9 +117,7 @@ class SamplingSnapshotTest {
     @Test
     void defaultSettingsChargeTheWallTimeOfSleep(@TempDir Path dir) throws Exception {
         Times times = sample(dir, null);
-        assertNoErrors(times);
         assertTrue(times.log().contains("SamplingSettings: sampling_period_ms = 20 (default)"), times.log());
-        assertWorkRatio(times);
         // Thread.sleep counts wall time, and so do its callers.
         long sleep = times.of("sleeper", "java.lang.Thread.sleep");
         long sleeper = times.of("sleeper", "SampledWork.sleeper");
@@ -128,8 +128,6 @@ class SamplingSnapshotTest {
     @Test
     void aWallTimeMethodChargesItsCallersButNotItsCallees(@TempDir Path dir) throws Exception {
         Times times = sample(dir, "walltime=SampledWork : sleeper(*)\n");
-        assertNoErrors(times);
-        assertWorkRatio(times);
         long sleeper = times.of("sleeper", "SampledWork.sleeper");
         long caller = times.of("sleeper", "java.lang.Thread.run");
         long sleep = times.of("sleeper", "java.lang.Thread.sleep");
