@@ -81,15 +81,21 @@ class HeapCommandTest {
             }
         }
 
-        void node(int id, int next) throws IOException {
+        /** An instance whose field values are the words given, 4 bytes each. */
+        void instance(int id, int classId, long size, int... words) throws IOException {
             out.writeByte(0x21);
-            info(NODE_SIZE);
+            info(size);
             out.writeInt(id);
             out.writeInt(0);
-            out.writeInt(NODE);
-            out.writeInt(8);
-            out.writeInt(next);
-            out.writeInt(id * 10);  // value
+            out.writeInt(classId);
+            out.writeInt(4 * words.length);
+            for (int word : words) {
+                out.writeInt(word);
+            }
+        }
+
+        void node(int id, int next) throws IOException {
+            instance(id, NODE, NODE_SIZE, next, id * 10);  // next, value
         }
 
         void root(int object, int kind) throws IOException {
@@ -126,16 +132,7 @@ class HeapCommandTest {
         s.classDump(TREE, BASE, new int[0][], new int[][] {{112, ref, 0}, {113, typeLong, 0}});
         s.classDump(BASE, OBJECT, new int[0][], new int[][] {{111, ref, 0}});
         s.classDump(NODE_ARRAY, OBJECT, new int[0][], new int[0][]);
-        // Tree@10
-        s.out.writeByte(0x21);
-        s.info(TREE_SIZE);
-        s.out.writeInt(10);
-        s.out.writeInt(0);
-        s.out.writeInt(TREE);
-        s.out.writeInt(16);
-        s.out.writeInt(11);    // name
-        s.out.writeInt(12);    // root
-        s.out.writeLong(5);    // size
+        s.instance(10, TREE, TREE_SIZE, 11, 12, 0, 5);  // name, root, size (a long)
         // byte[]@11
         s.out.writeByte(0x23);
         s.info(BYTES_SIZE);
