@@ -8,7 +8,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.corvane.testing.JsonParser;
 import com.corvane.testing.Samples;
-import com.corvane.testing.SnapshotFileWriter;
+import com.corvane.testing.SnapshotFixture;
 import com.corvane.testing.ToolRun;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -168,7 +168,7 @@ class CommandLineTest {
 
     @Test
     void emptySnapshotStillGivesAFlameGraph() throws Exception {
-        Path snapshot = new SnapshotFileWriter().writeTo(dir.resolve("empty.snapshot"));
+        Path snapshot = new SnapshotFixture().write(dir.resolve("empty.snapshot"));
         Path html = dir.resolve("empty.html");
         ToolRun result = corvane("flamegraph", snapshot.toString(), "-o", html.toString());
         assertEquals(0, result.code());
