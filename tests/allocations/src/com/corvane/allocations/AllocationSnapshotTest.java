@@ -317,17 +317,12 @@ class AllocationSnapshotTest {
         AgentJvm.Run run = AgentJvm.run(dir, "dir=" + Files.createDirectories(dir.resolve("exit")),
                 System.getProperty("corvane.allocations.classes"), "AllocControl", first.toString(), second.toString());
         assertEquals(0, run.exitCode(), run.out());
-        String out = run.out();
-        assertTrue(out.contains("start null\n"), out);
-        assertTrue(out.contains("again Cannot start allocation recording: already started (exact stacks)\n"), out);
-        assertTrue(out.contains("badmode Bad mode: 5\n"), out);
-        assertTrue(out.contains("negative Incorrect value passed for 'recordEach': -1\n"), out);
-        assertTrue(out.contains("each 1\n"), out);
-        assertTrue(out.contains("restart null\n"), out);
-        assertTrue(out.contains("counting null\n"), out);
-        assertTrue(out.contains("countingAgain Cannot start allocation recording: already started (object counting)\n"),
-                out);
-        assertTrue(out.contains("capture null\n") && out.contains("capture2 null\n"), out);
+        for (String answer : List.of("start null", "again Cannot start allocation recording: already started (exact stacks)",
+                "badmode Bad mode: 5", "negative Incorrect value passed for 'recordEach': -1", "each 1", "restart null",
+                "counting null", "countingAgain Cannot start allocation recording: already started (object counting)",
+                "capture null", "capture2 null")) {
+            assertTrue(run.out().contains(answer + "\n"), answer + " in\n" + run.out());
+        }
         assertTrue(run.log().contains("Allocation data cleared"), run.log());
         // A stop while recording is off does nothing.
         assertEquals(2, run.log().split("Allocation recording stopped \\(exact stacks\\)", -1).length - 1, run.log());
