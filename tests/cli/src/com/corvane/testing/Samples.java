@@ -7,8 +7,6 @@ package com.corvane.testing;
  * Thread "worker" runs Worker.run calling Work.compute.
  */
 public final class Samples {
-    public static final String HOT_CLASS = "com.example.Work";
-    public static final String HOT_NAME = "compute";
     public static final String HOT_METHOD = "com.example.Work.compute(int)";
 
     private Samples() {
@@ -17,7 +15,7 @@ public final class Samples {
     public static ProfileBuilder sampled() {
         ProfileBuilder p = new ProfileBuilder().cpuMode(ProfileBuilder.SAMPLING);
         int main = p.method("com.example.Main", "main", "(java.lang.String[])");
-        int compute = p.method(HOT_CLASS, HOT_NAME, "(int)");
+        int compute = p.method("com.example.Work", "compute", "(int)");
         int read = p.method("com.example.Io", "read", "()");
         int run = p.method("com.example.Worker", "run", "()");
         int own = p.ownLineMethod();
