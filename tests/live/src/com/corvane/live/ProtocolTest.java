@@ -173,10 +173,7 @@ class ProtocolTest {
             Wire.request(Protocol.PACKET_SET_PROBES).i(0),
             Wire.request(Protocol.PACKET_RETRANSFORM_CLASSES_LOADED_BEFORE_AGENT_ATTACHED)};
         for (Wire request : requests) {
-            Wire.Reply reply = send(request);
-            String refusal = reply.okOrError(ourSessionId);
-            assertTrue(refusal == null || refusal.endsWith(NOT_AVAILABLE), refusal);
-            reply.end();
+            answeredOrRefused(request, reply -> { });
         }
         assertEquals("Error: no probes found in classes: ",
                 send(Wire.request(Protocol.PACKET_REGISTER_AND_LOAD_PROBES_BY_BYTECODE).i(0)).refusal());
@@ -411,38 +408,36 @@ class ProtocolTest {
         two.end();
     }
 
-    @Test
-    void probeAndEventTableListsAreClosedOrRefused() throws Exception {
-        Wire.Reply probes = send(Wire.request(Protocol.PACKET_GET_PROBES));
-        String refusal = probes.okOrError(ourSessionId);
+    /** What an answer holds beyond its head. */
+    private interface Body {
+        void read(Wire.Reply reply) throws Exception;
+    }
+
+    /** The standard answer with the body read to its end, or the refusal of a recording still to come. */
+    private static void answeredOrRefused(Wire request, Body body) throws Exception {
+        Wire.Reply reply = send(request);
+        String refusal = reply.okOrError(ourSessionId);
         if (refusal == null) {
-            for (String name = probes.string(); name != null; name = probes.string()) {
-                assertTrue(probes.i() >= 0);
-            }
+            body.read(reply);
         } else {
             assertTrue(refusal.endsWith(NOT_AVAILABLE), refusal);
         }
-        probes.end();
+        reply.end();
+    }
 
-        Wire.Reply tables = send(Wire.request(Protocol.PACKET_UPDATE_EVENT_TABLE_INFO).i(32));
-        refusal = tables.okOrError(ourSessionId);
-        if (refusal == null) {
+    @Test
+    void probeAndEventTableListsAreClosedOrRefused() throws Exception {
+        answeredOrRefused(Wire.request(Protocol.PACKET_GET_PROBES), probes -> {
+            for (String name = probes.string(); name != null; name = probes.string()) {
+                assertTrue(probes.i() >= 0);
+            }
+        });
+        answeredOrRefused(Wire.request(Protocol.PACKET_UPDATE_EVENT_TABLE_INFO).i(32), tables -> {
             for (int id = tables.i(); id != -1; id = tables.i()) {
                 assertTrue(id >= 32 && id <= 127);
                 tables.string();
             }
-        } else {
-            assertTrue(refusal.endsWith(NOT_AVAILABLE), refusal);
-        }
-        tables.end();
-
-        Wire.Reply names = send(Wire.request(Protocol.PACKET_GET_TOP_EVENT_TABLE_NAMES));
-        refusal = names.okOrError(ourSessionId);
-        if (refusal == null) {
-            names.string();
-        } else {
-            assertTrue(refusal.endsWith(NOT_AVAILABLE), refusal);
-        }
-        names.end();
+        });
+        answeredOrRefused(Wire.request(Protocol.PACKET_GET_TOP_EVENT_TABLE_NAMES), Wire.Reply::string);
     }
 }
