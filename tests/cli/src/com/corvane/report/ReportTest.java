@@ -102,9 +102,8 @@ class ReportTest {
         int run = b.method("T", "run", "()");
         int step = b.method("T", "step", "(long)");
         int t = b.thread("main", 1, false);
-        int f = b.frame(0, run, 0);
-        b.time(t, f, 50_000_000L, 1);
-        b.time(t, b.frame(f, step, 3), 40_000_000L, 1000);
+        int f = b.call(t, 0, run, 0, 50_000_000L, 1);
+        b.call(t, f, step, 3, 40_000_000L, 1000);
         Map<String, Object> json = asJson(report(b, new Report.Limits(5, 5, 5, 5)));
         assertEquals("tracing", map(map(json.get("summary")).get("modes")).get("cpu"));
         Map<String, Object> hot = map(list(map(json.get("hotSpots")).get("methods")).get(0));
@@ -120,10 +119,9 @@ class ReportTest {
         int big = b.method("T", "big", "()");
         int tiny = b.method("T", "tiny", "()");
         int t = b.thread("main", 1, false);
-        int f = b.frame(0, run, 0);
-        b.time(t, f, 1_000_000_000L, 1);
-        b.time(t, b.frame(f, big, 3), 900_000_000L, 1);
-        b.time(t, b.frame(f, tiny, 4), 999_999L, 1);
+        int f = b.call(t, 0, run, 0, 1_000_000_000L, 1);
+        b.call(t, f, big, 3, 900_000_000L, 1);
+        b.call(t, f, tiny, 4, 999_999L, 1);
         Map<String, Object> json = asJson(report(b, new Report.Limits(5, 5, 5, 5)));
         Map<String, Object> runNode = map(list(map(list(map(json.get("callTree")).get("threads")).get(0))
                 .get("callees")).get(0));
