@@ -101,7 +101,7 @@ class CorruptSnapshotTest {
         }
     }
 
-    /** A damage done to a sound file, and the failure it must give: kind, offset and part of the message, where not null. */
+    /** A damage to a sound file, and the failure it must give: kind, offset, a piece of the message, if not null. */
     record Damage(String what, Function<byte[], byte[]> damage, Kind kind, Integer offset, String message) {
     }
 
