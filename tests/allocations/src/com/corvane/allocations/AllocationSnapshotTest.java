@@ -1,7 +1,6 @@
 package com.corvane.allocations;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.corvane.allocations.Allocations.Counted;
@@ -14,6 +13,8 @@ import com.corvane.snapshot.Snapshot;
 import com.corvane.snapshot.SnapshotReader;
 import com.corvane.snapshot.Table;
 import com.corvane.testing.AgentJvm;
+import com.corvane.testing.AgentJvm.Snapshotted;
+import com.corvane.testing.ToolRun;
 import java.io.StringWriter;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -68,26 +69,9 @@ class AllocationSnapshotTest {
     @TempDir
     Path dir;
 
-    record Outcome(AgentJvm.Run run, Snapshot snapshot) {
-    }
-
-    Outcome runShapes(String options) throws Exception {
-        Path snapshot = dir.resolve("shapes.snapshot");
-        AgentJvm.Run run = AgentJvm.run(dir, options + ",dir=" + Files.createDirectories(dir.resolve("exit")),
-                System.getProperty("corvane.allocations.classes"), "AllocShapes", snapshot.toString(),
-                jniLibrary());
-        assertEquals(0, run.exitCode(), run.out());
-        assertTrue(run.out().contains("capture null"), run.out());
-        assertTrue(run.out().contains("done "), run.out());
-        assertEquals(List.of(), AgentJvm.problems(run.log()), "the agent logged no warnings or errors");
-        return new Outcome(run, SnapshotReader.read(snapshot));
-    }
-
-    static String jniLibrary() {
-        String library = System.getenv("CORVANE_TEST_JNI_LIBRARY");
-        assertNotNull(library, "the test's JNI library (CORVANE_TEST_JNI_LIBRARY)");
-        assertTrue(Files.isRegularFile(Path.of(library)), "built: " + library);
-        return library;
+    Snapshotted runShapes(String options) throws Exception {
+        return AgentJvm.capturing(dir, options, System.getProperty("corvane.allocations.classes"), "AllocShapes",
+                AgentJvm.jniLibrary());
     }
 
     static boolean bytecode(String options) {
@@ -136,7 +120,7 @@ class AllocationSnapshotTest {
     @ParameterizedTest
     @ValueSource(strings = {"alloceach=1", "alloceach=1" + BYTECODE})
     void eachObjectIsRecordedWithItsThreadSiteClassAndSize(String options) throws Exception {
-        Outcome outcome = runShapes(options);
+        Snapshotted outcome = runShapes(options);
         boolean bytecode = bytecode(options);
         assertTrue(outcome.run().log().contains("Allocation recording started (exact stacks) recordEach=1 sizeLimit=4096"));
         List<Recorded> rows = Allocations.recorded(outcome.snapshot());
@@ -206,7 +190,7 @@ class AllocationSnapshotTest {
     @ParameterizedTest
     @ValueSource(strings = {"alloceach=10,allocsizelimit=4096", "alloceach=10,allocsizelimit=4096" + BYTECODE})
     void oneSmallObjectInTenAndEveryLargeOne(String options) throws Exception {
-        Outcome outcome = runShapes(options);
+        Snapshotted outcome = runShapes(options);
         List<Recorded> rows = Allocations.recorded(outcome.snapshot());
         for (int i = 0; i < WORKERS; i++) {
             String thread = "alloc-" + (i + 1);
@@ -228,7 +212,7 @@ class AllocationSnapshotTest {
     @ParameterizedTest
     @ValueSource(strings = {"alloc_object_counting", "alloc_object_counting" + BYTECODE})
     void objectCountingCountsEachAllocationPoint(String options) throws Exception {
-        Outcome outcome = runShapes(options);
+        Snapshotted outcome = runShapes(options);
         boolean bytecode = bytecode(options);
         assertTrue(outcome.run().log().contains("Allocation recording started (object counting)"));
         assertEquals(List.of(), Allocations.recorded(outcome.snapshot()), "no stacks while counting");
@@ -261,7 +245,7 @@ class AllocationSnapshotTest {
 
     @Test
     void sampledStacksCountEachObjectUnderTheSamplersStack() throws Exception {
-        Outcome outcome = runShapes("allocsampled,alloceach=1");
+        Snapshotted outcome = runShapes("allocsampled,alloceach=1");
         assertTrue(outcome.run().log().contains("Allocation recording started (sampled stacks)"));
         assertTrue(outcome.run().log().contains("starting sampling: synchronous"));
         List<Recorded> rows = Allocations.recorded(outcome.snapshot());
@@ -314,7 +298,7 @@ class AllocationSnapshotTest {
 
     @Test
     void callCountsEqualTheInvocationCountsOfTracing() throws Exception {
-        Outcome counted = runShapes("call_counting");
+        Snapshotted counted = runShapes("call_counting");
         assertTrue(counted.run().log().contains("Call counting started"), counted.run().log());
         Map<String, Long> counts = programCalls(counted.snapshot(), true);
         assertEquals(WORKERS * (LEAF_CALLS + 4), counts.get("AllocShapes.leaf(int)"));
@@ -322,7 +306,7 @@ class AllocationSnapshotTest {
         assertEquals((long) WORKERS, counts.get("AllocShapes.smalls(int)"));
 
         Path settings = Files.writeString(dir.resolve("tracing.txt"), "walltime=*\nadaptive=false\n");
-        Outcome traced = runShapes("tracing,tracing_settings_path=" + settings);
+        Snapshotted traced = runShapes("tracing,tracing_settings_path=" + settings);
         assertEquals(programCalls(traced.snapshot(), false), counts);
     }
 
@@ -333,17 +317,12 @@ class AllocationSnapshotTest {
         AgentJvm.Run run = AgentJvm.run(dir, "dir=" + Files.createDirectories(dir.resolve("exit")),
                 System.getProperty("corvane.allocations.classes"), "AllocControl", first.toString(), second.toString());
         assertEquals(0, run.exitCode(), run.out());
-        String out = run.out();
-        assertTrue(out.contains("start null\n"), out);
-        assertTrue(out.contains("again Cannot start allocation recording: already started (exact stacks)\n"), out);
-        assertTrue(out.contains("badmode Bad mode: 5\n"), out);
-        assertTrue(out.contains("negative Incorrect value passed for 'recordEach': -1\n"), out);
-        assertTrue(out.contains("each 1\n"), out);
-        assertTrue(out.contains("restart null\n"), out);
-        assertTrue(out.contains("counting null\n"), out);
-        assertTrue(out.contains("countingAgain Cannot start allocation recording: already started (object counting)\n"),
-                out);
-        assertTrue(out.contains("capture null\n") && out.contains("capture2 null\n"), out);
+        for (String answer : List.of("start null", "again Cannot start allocation recording: already started (exact stacks)",
+                "badmode Bad mode: 5", "negative Incorrect value passed for 'recordEach': -1", "each 1", "restart null",
+                "counting null", "countingAgain Cannot start allocation recording: already started (object counting)",
+                "capture null", "capture2 null")) {
+            assertTrue(run.out().contains(answer + "\n"), answer + " in\n" + run.out());
+        }
         assertTrue(run.log().contains("Allocation data cleared"), run.log());
         // A stop while recording is off does nothing.
         assertEquals(2, run.log().split("Allocation recording stopped \\(exact stacks\\)", -1).length - 1, run.log());
@@ -368,16 +347,13 @@ class AllocationSnapshotTest {
     void runWithAllocationsRecordsFromTheStartAndLeavesAReadableSnapshot() throws Exception {
         Path exit = Files.createDirectories(dir.resolve("run"));
         Path logs = Files.createDirectories(dir.resolve("logs"));
-        java.io.ByteArrayOutputStream err = new java.io.ByteArrayOutputStream();
-        java.io.PrintStream errStream = new java.io.PrintStream(err, true, "UTF-8");
-        int code = com.corvane.Main.execute(new String[] {"run", "--allocations=each-1", "--dir", exit.toString(),
-            "--agent-options", "logdir=" + logs, "--", System.getProperty("corvane.java"), "-cp",
-            System.getProperty("corvane.allocations.classes"), "AllocShapes", dir.resolve("own.snapshot").toString(),
-            "-"}, new com.corvane.commands.Io(new java.io.PrintStream(new java.io.ByteArrayOutputStream()),
-                    errStream, false));
-        assertEquals(0, code, err.toString("UTF-8"));
+        ToolRun run = ToolRun.of("run", "--allocations=each-1", "--dir", exit.toString(), "--agent-options",
+                "logdir=" + logs, "--", System.getProperty("corvane.java"), "-cp",
+                System.getProperty("corvane.allocations.classes"), "AllocShapes", dir.resolve("own.snapshot").toString(),
+                "-");
+        run.ok();
         Path snapshot = AgentJvm.onlyFile(exit, "-shutdown.snapshot");
-        assertTrue(err.toString("UTF-8").contains("snapshot written: " + snapshot), err.toString("UTF-8"));
+        assertTrue(run.err().contains("snapshot written: " + snapshot), run.err());
         List<Recorded> rows = Allocations.recorded(SnapshotReader.read(snapshot));
         assertEquals(of(SMALL, SMALLS[2]), Allocations.recordedByClass(rows, "alloc-3", SMALLS_SITE));
     }

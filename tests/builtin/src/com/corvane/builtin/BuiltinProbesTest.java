@@ -4,8 +4,8 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.corvane.profile.EventTables;
-import com.corvane.snapshot.SnapshotReader;
 import com.corvane.testing.AgentJvm;
+import com.corvane.testing.AgentJvm.Snapshotted;
 import com.corvane.testing.ToolRun;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -66,13 +66,10 @@ class BuiltinProbesTest {
     }
 
     static Tables run(Path dir, String options, String... program) throws Exception {
-        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
         String classPath = System.getProperty("corvane.builtin.classes") + ":" + System.getProperty("corvane.builtin.libraries");
-        AgentJvm.Run run = AgentJvm.run(dir, "quiet,onexit=snapshot,dir=" + snapshots + options, classPath, program);
-        assertEquals(0, run.exitCode(), run.out() + run.log());
-        assertEquals(List.of(), AgentJvm.problems(run.log()));
-        Path snapshot = AgentJvm.onlyFile(snapshots, "-shutdown.snapshot");
-        return new Tables(new EventTables(SnapshotReader.read(snapshot)), run.out(), snapshot);
+        Snapshotted jvm = AgentJvm.atExit(dir, "quiet" + options, classPath, program);
+        assertEquals(List.of(), AgentJvm.problems(jvm.run().log()));
+        return new Tables(new EventTables(jvm.snapshot()), jvm.run().out(), jvm.file());
     }
 
     static Predicate<Map<String, Object>> has(String column, Object value) {

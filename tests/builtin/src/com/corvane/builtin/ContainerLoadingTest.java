@@ -6,8 +6,10 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.corvane.profile.HotSpot;
 import com.corvane.profile.Profile;
+import com.corvane.snapshot.Snapshot;
 import com.corvane.snapshot.SnapshotReader;
 import com.corvane.testing.AgentJvm;
+import com.corvane.testing.AgentJvm.Snapshotted;
 import com.corvane.testing.ToolRun;
 import java.io.BufferedReader;
 import java.io.IOException;
@@ -74,7 +76,7 @@ class ContainerLoadingTest {
         } finally {
             host.destroyForcibly();
         }
-        Map<String, Long> calls = callsIn(snapshots);
+        Map<String, Long> calls = callsIn(SnapshotReader.read(AgentJvm.onlyFile(snapshots, "-shutdown.snapshot")));
         assertEquals(1L, calls.get("bundled.BundleWork.work(int)"), calls.toString());
     }
 
@@ -93,16 +95,14 @@ class ContainerLoadingTest {
 
     /** Runs the program traced from the start; the calls of its methods, by name. */
     static Map<String, Long> tracedRun(Path dir, String classPath, String... program) throws Exception {
-        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
-        AgentJvm.Run run = AgentJvm.run(dir, "tracing,onexit=snapshot,dir=" + snapshots, classPath, program);
-        assertEquals(0, run.exitCode(), run.out());
-        assertTrue(run.out().contains(" work 4950"), run.out());
-        return callsIn(snapshots);
+        Snapshotted jvm = AgentJvm.atExit(dir, "tracing", classPath, program);
+        assertTrue(jvm.run().out().contains(" work 4950"), jvm.run().out());
+        return callsIn(jvm.snapshot());
     }
 
-    static Map<String, Long> callsIn(Path snapshots) throws Exception {
-        Profile profile = Profile.build(SnapshotReader.read(AgentJvm.onlyFile(snapshots, "-shutdown.snapshot")));
-        return profile.hotSpots().stream().collect(Collectors.toMap(HotSpot::name, HotSpot::invocations, Long::sum));
+    static Map<String, Long> callsIn(Snapshot snapshot) throws Exception {
+        return Profile.build(snapshot).hotSpots().stream()
+                .collect(Collectors.toMap(HotSpot::name, HotSpot::invocations, Long::sum));
     }
 
     static String felixClassPath() {

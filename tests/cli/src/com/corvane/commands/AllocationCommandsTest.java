@@ -1,33 +1,26 @@
 package com.corvane.commands;
 
+import static com.corvane.testing.JsonParser.list;
+import static com.corvane.testing.JsonParser.map;
 import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
-import com.corvane.Main;
 import com.corvane.testing.JsonParser;
 import com.corvane.testing.ProfileBuilder;
-import java.io.ByteArrayOutputStream;
-import java.io.PrintStream;
-import java.nio.charset.StandardCharsets;
+import com.corvane.testing.ToolRun;
 import java.nio.file.Path;
 import java.util.List;
 import java.util.Map;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
-/** What report, flamegraph and run make of allocation recording and call counting. */
+/** What report and flamegraph make of allocation recording and call counting. */
 class AllocationCommandsTest {
     @TempDir
     Path dir;
 
     static String corvane(String... args) {
-        ByteArrayOutputStream out = new ByteArrayOutputStream();
-        ByteArrayOutputStream err = new ByteArrayOutputStream();
-        int code = Main.execute(args, new Io(new PrintStream(out, true, StandardCharsets.UTF_8),
-                new PrintStream(err, true, StandardCharsets.UTF_8), false));
-        assertEquals(0, code, err.toString(StandardCharsets.UTF_8));
-        return out.toString(StandardCharsets.UTF_8);
+        return ToolRun.of(args).ok();
     }
 
     // Two threads make p.Small at p.Work.make():7 below p.Main.main(); one makes int[] in p.Work.fill().
@@ -53,16 +46,6 @@ class AllocationCommandsTest {
         b.calls(make, 40);
         b.calls(fill, 5);
         return b.write(dir.resolve("a.snapshot"));
-    }
-
-    @SuppressWarnings("unchecked")
-    static Map<String, Object> map(Object value) {
-        return (Map<String, Object>) value;
-    }
-
-    @SuppressWarnings("unchecked")
-    static List<Object> list(Object value) {
-        return (List<Object>) value;
     }
 
     @Test
@@ -103,17 +86,5 @@ class AllocationCommandsTest {
         String html = corvane("flamegraph", "--allocations", "-o", "-", snapshot().toString());
         assertTrue(html.contains("\"unit\":\"bytes\""), "the page shows bytes");
         assertTrue(html.contains("Allocation flame graph"));
-    }
-
-    @Test
-    void runTurnsAllocationsIntoAnAgentOption() {
-        assertEquals(null, RunCommand.allocationOption(null));
-        assertEquals("alloceach=10", RunCommand.allocationOption(""));
-        assertEquals("alloceach=100", RunCommand.allocationOption("each-100"));
-        assertEquals("alloceach=1", RunCommand.allocationOption("1"));
-        assertEquals("allocsampled", RunCommand.allocationOption("sampled"));
-        assertEquals("alloc_object_counting", RunCommand.allocationOption("counting"));
-        UserException wrong = assertThrows(UserException.class, () -> RunCommand.allocationOption("java"));
-        assertTrue(wrong.getMessage().contains("each-N"), wrong.getMessage());
     }
 }

@@ -1,20 +1,21 @@
 package com.corvane.endtoend;
 
+import static com.corvane.testing.JsonParser.list;
+import static com.corvane.testing.JsonParser.map;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.corvane.testing.HotLoop;
 import com.corvane.testing.JsonParser;
+import com.corvane.testing.ToolRun;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.Paths;
 import java.util.ArrayList;
-import java.util.Arrays;
 import java.util.List;
 import java.util.Map;
-import java.util.concurrent.TimeUnit;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 import org.junit.jupiter.api.Tag;
@@ -29,7 +30,6 @@ import org.junit.jupiter.params.provider.ValueSource;
  */
 @Tag("agent")
 class RealAgentTest {
-    private static final Path DIST = Paths.get(System.getProperty("corvane.dist", "build/dist"));
     private static final String JAVA = System.getProperty("corvane.java", "java");
     private static final String CLASSES = System.getProperty("corvane.test.classes");
     private static final Pattern WRITTEN = Pattern.compile("(?m)^corvane: snapshot written: (.+?)  \\(corvane report");
@@ -38,30 +38,14 @@ class RealAgentTest {
     @TempDir
     Path dir;
 
-    record Result(int code, String out, String err) {
-    }
-
-    private Result corvane(String... args) throws Exception {
-        List<String> command = new ArrayList<>();
-        command.add(DIST.resolve("bin/corvane").toString());
-        command.addAll(Arrays.asList(args));
-        ProcessBuilder builder = new ProcessBuilder(command).directory(dir.toFile());
-        builder.environment().put("CORVANE_HOME", dir.resolve("home").toString());
-        Path err = dir.resolve("stderr.txt");
-        builder.redirectError(err.toFile());
-        Process process = builder.start();
-        process.getOutputStream().close();
-        byte[] out = process.getInputStream().readAllBytes();
-        assertTrue(process.waitFor(120, TimeUnit.SECONDS), "corvane " + String.join(" ", args));
-        return new Result(process.exitValue(), new String(out, StandardCharsets.UTF_8),
-                Files.readString(err, StandardCharsets.UTF_8));
+    private ToolRun corvane(String... args) throws Exception {
+        return ToolRun.installed(dir, Map.of("CORVANE_HOME", dir.resolve("home").toString()), "", args);
     }
 
     @ParameterizedTest
     @ValueSource(strings = {"--tracing", "--sampling"})
-    @SuppressWarnings("unchecked")
     void theHotMethodLeadsReportAndFlameGraph(String mode) throws Exception {
-        Result run = corvane("run", mode, "--dir", dir.resolve("snapshots").toString(), "--",
+        ToolRun run = corvane("run", mode, "--dir", dir.resolve("snapshots").toString(), "--",
                 JAVA, "-cp", CLASSES, PROGRAM);
         assertEquals(0, run.code(), run.err());
         assertTrue(run.out().startsWith("sum "), run.out());
@@ -70,15 +54,15 @@ class RealAgentTest {
         Path snapshot = Paths.get(written.group(1));
         assertTrue(Files.isRegularFile(snapshot), snapshot.toString());
 
-        Result report = corvane("report", "--json", "--hotspots", "1000", "--thread", "main", snapshot.toString());
+        ToolRun report = corvane("report", "--json", "--hotspots", "1000", "--thread", "main", snapshot.toString());
         assertEquals(0, report.code(), report.err());
-        Map<String, Object> json = (Map<String, Object>) JsonParser.parse(report.out());
+        Map<String, Object> json = map(JsonParser.parse(report.out()));
         long total = (Long) json.get("totalTimeNs");
         assertTrue(total > 300_000_000L, "the main thread ran 0.8 s of CPU time: " + total);
         List<Map<String, Object>> own = new ArrayList<>();
         long ownSum = 0;
-        for (Object item : (List<Object>) ((Map<String, Object>) json.get("hotSpots")).get("methods")) {
-            Map<String, Object> m = (Map<String, Object>) item;
+        for (Object item : list(map(json.get("hotSpots")).get("methods"))) {
+            Map<String, Object> m = map(item);
             ownSum += (Long) m.get("ownTimeNs");
             if (((String) m.get("method")).startsWith(PROGRAM + ".")) {
                 own.add(m);
@@ -100,7 +84,7 @@ class RealAgentTest {
         }
 
         Path html = dir.resolve("flame.html");
-        Result flame = corvane("flamegraph", snapshot.toString(), "-o", html.toString());
+        ToolRun flame = corvane("flamegraph", snapshot.toString(), "-o", html.toString());
         assertEquals(0, flame.code(), flame.err());
         assertTrue(flame.err().contains("flame graph written: " + html), flame.err());
         String page = Files.readString(html, StandardCharsets.UTF_8);

@@ -3,13 +3,10 @@ package com.corvane.flame;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
-import com.corvane.Main;
-import com.corvane.commands.Io;
 import com.corvane.testing.Chromium;
 import com.corvane.testing.Samples;
+import com.corvane.testing.ToolRun;
 import java.awt.image.BufferedImage;
-import java.io.ByteArrayOutputStream;
-import java.io.PrintStream;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
@@ -34,10 +31,7 @@ class FlameGraphBrowserTest {
     private Path flameGraph() throws Exception {
         Path snapshot = Samples.sampled().write(dir.resolve("app.snapshot"));
         Path html = dir.resolve("app.html");
-        ByteArrayOutputStream err = new ByteArrayOutputStream();
-        int code = Main.execute(new String[] {"flamegraph", snapshot.toString(), "-o", html.toString()},
-                new Io(new PrintStream(new ByteArrayOutputStream()), new PrintStream(err), false));
-        assertEquals(0, code, err.toString());
+        ToolRun.of("flamegraph", snapshot.toString(), "-o", html.toString()).ok();
         return html;
     }
 

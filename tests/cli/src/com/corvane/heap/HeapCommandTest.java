@@ -1,6 +1,7 @@
 package com.corvane.heap;
 
-
+import static com.corvane.testing.JsonParser.list;
+import static com.corvane.testing.JsonParser.map;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
@@ -80,15 +81,21 @@ class HeapCommandTest {
             }
         }
 
-        void node(int id, int next) throws IOException {
+        /** An instance whose field values are the words given, 4 bytes each. */
+        void instance(int id, int classId, long size, int... words) throws IOException {
             out.writeByte(0x21);
-            info(NODE_SIZE);
+            info(size);
             out.writeInt(id);
             out.writeInt(0);
-            out.writeInt(NODE);
-            out.writeInt(8);
-            out.writeInt(next);
-            out.writeInt(id * 10);  // value
+            out.writeInt(classId);
+            out.writeInt(4 * words.length);
+            for (int word : words) {
+                out.writeInt(word);
+            }
+        }
+
+        void node(int id, int next) throws IOException {
+            instance(id, NODE, NODE_SIZE, next, id * 10);  // next, value
         }
 
         void root(int object, int kind) throws IOException {
@@ -125,16 +132,7 @@ class HeapCommandTest {
         s.classDump(TREE, BASE, new int[0][], new int[][] {{112, ref, 0}, {113, typeLong, 0}});
         s.classDump(BASE, OBJECT, new int[0][], new int[][] {{111, ref, 0}});
         s.classDump(NODE_ARRAY, OBJECT, new int[0][], new int[0][]);
-        // Tree@10
-        s.out.writeByte(0x21);
-        s.info(TREE_SIZE);
-        s.out.writeInt(10);
-        s.out.writeInt(0);
-        s.out.writeInt(TREE);
-        s.out.writeInt(16);
-        s.out.writeInt(11);    // name
-        s.out.writeInt(12);    // root
-        s.out.writeLong(5);    // size
+        s.instance(10, TREE, TREE_SIZE, 11, 12, 0, 5);  // name, root, size (a long)
         // byte[]@11
         s.out.writeByte(0x23);
         s.info(BYTES_SIZE);
@@ -169,13 +167,12 @@ class HeapCommandTest {
         return w.writeTo(myFolder.resolve("shape.snapshot"));
     }
 
-    @SuppressWarnings("unchecked")
     @Test
     void retainedSizesAreTheSumsOfTheShape() throws IOException {
         Path snapshot = writeSnapshot();
         ToolRun result = ToolRun.of("heap", "--json", "--biggest", "3", "--path-to-roots", "16", snapshot.toString());
         assertEquals(0, result.code(), result.err());
-        Map<String, Object> report = (Map<String, Object>) JsonParser.parse(result.out());
+        Map<String, Object> report = map(JsonParser.parse(result.out()));
         assertEquals(22L, ((Number) report.get("objects")).longValue());
         assertEquals(6L, ((Number) report.get("gcRoots")).longValue(), "six classes, Main twice");
 
@@ -188,8 +185,8 @@ class HeapCommandTest {
         assertEquals(17L, ((Number) report.get("reachableObjects")).longValue());
 
         Map<String, long[]> classes = new HashMap<>();
-        for (Object row : (List<Object>) report.get("classes")) {
-            Map<String, Object> r = (Map<String, Object>) row;
+        for (Object row : list(report.get("classes"))) {
+            Map<String, Object> r = map(row);
             classes.put((String) r.get("class"), new long[] {((Number) r.get("instances")).longValue(),
                 ((Number) r.get("shallowSize")).longValue(), ((Number) r.get("retainedSize")).longValue()});
         }
@@ -202,20 +199,18 @@ class HeapCommandTest {
         assertEquals(6, classes.get("java.lang.Class")[0]);
         assertEquals(main + 5L * CLASS_SIZE, classes.get("java.lang.Class")[2]);
 
-        List<Object> biggest = (List<Object>) report.get("biggestObjects");
-        Map<String, Object> first = (Map<String, Object>) biggest.get(0);
+        List<Object> biggest = list(report.get("biggestObjects"));
+        Map<String, Object> first = map(biggest.get(0));
         assertEquals("class com.acme.Main@2", first.get("description"));
         assertEquals(main, ((Number) first.get("retainedSize")).longValue());
-        Map<String, Object> second = (Map<String, Object>) biggest.get(1);
+        Map<String, Object> second = map(biggest.get(1));
         assertEquals("com.acme.Tree@10", second.get("description"));
         assertEquals(tree, ((Number) second.get("retainedSize")).longValue());
-        assertEquals(List.of(2L), ((List<Object>) second.get("dominators")).stream()
-                .map(d -> ((Number) ((Map<String, Object>) d).get("object")).longValue()).toList());
-        assertEquals(array, ((Number) ((Map<String, Object>) biggest.get(2)).get("retainedSize")).longValue());
+        assertEquals(List.of(2L), list(second.get("dominators")).stream().map(d -> map(d).get("object")).toList());
+        assertEquals(array, map(biggest.get(2)).get("retainedSize"));
 
-        Map<String, Object> path = (Map<String, Object>) report.get("pathToRoots");
-        List<String> steps = ((List<Object>) path.get("path")).stream().map(step -> {
-            Map<String, Object> s = (Map<String, Object>) step;
+        List<String> steps = list(map(report.get("pathToRoots")).get("path")).stream().map(step -> {
+            Map<String, Object> s = map(step);
             return s.getOrDefault("reference", "") + " " + s.get("description");
         }).toList();
         assertEquals(List.of(" class com.acme.Main@2", ".cache (static) com.acme.Node[]@20",

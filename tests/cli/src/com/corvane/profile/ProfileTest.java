@@ -72,12 +72,9 @@ class ProfileTest {
         ProfileBuilder b = new ProfileBuilder().cpuMode(ProfileBuilder.TRACING);
         int fib = b.method("Fib", "fib", "(int)");
         int t = b.thread("main", 1, false);
-        int f1 = b.frame(0, fib, 0);
-        int f2 = b.frame(f1, fib, 5);
-        int f3 = b.frame(f2, fib, 5);
-        b.time(t, f1, 100 * MS, 1);
-        b.time(t, f2, 60 * MS, 2);
-        b.time(t, f3, 20 * MS, 4);
+        int f1 = b.call(t, 0, fib, 0, 100 * MS, 1);
+        int f2 = b.call(t, f1, fib, 5, 60 * MS, 2);
+        b.call(t, f2, fib, 5, 20 * MS, 4);
         Profile p = profile(b);
         HotSpot spot = p.hotSpots().get(0);
         assertEquals(100 * MS, spot.totalNs(), "the nested calls are inside the outer one");
@@ -93,14 +90,10 @@ class ProfileTest {
         int wall = b.method("A", "sleepy", "()");
         int work = b.method("A", "work", "()");
         int t = b.thread("main", 1, false);
-        int fOuter = b.frame(0, outer, 0);
-        int fInner = b.frame(fOuter, inner, 3);
-        int fWall = b.frame(fInner, wall, 4);
-        int fWork = b.frame(fOuter, work, 5);
-        b.time(t, fOuter, 0, 1);       // still open at the snapshot: entered, never exited
-        b.time(t, fInner, 10 * MS, 1); // CPU-timed caller
-        b.time(t, fWall, 30 * MS, 1);  // wall-timed callee: more than its caller
-        b.time(t, fWork, 5 * MS, 1);
+        int fOuter = b.call(t, 0, outer, 0, 0, 1);           // still open at the snapshot: entered, never exited
+        int fInner = b.call(t, fOuter, inner, 3, 10 * MS, 1); // CPU-timed caller
+        b.call(t, fInner, wall, 4, 30 * MS, 1);               // wall-timed callee: more than its caller
+        b.call(t, fOuter, work, 5, 5 * MS, 1);
         Profile p = profile(b);
         CallNode root = p.threads().get(0).root();
         CallNode outerNode = child(root, "A.outer()");
@@ -123,8 +116,7 @@ class ProfileTest {
         int t = b.thread("main", 1, false);
         int plain = b.frame(0, m, 0);
         int packed = b.frame(plain, n, 2047);
-        int table = b.frame(packed, o, 2048);
-        b.time(t, table, 5 * MS, 0);
+        b.call(t, packed, o, 2048, 5 * MS, 0);
         Profile p = profile(b);
         CallNode node = p.threads().get(0).root();
         for (String name : new String[] {"C.m()", "C.n()", "C.o()"}) {

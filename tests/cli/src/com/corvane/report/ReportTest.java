@@ -1,5 +1,7 @@
 package com.corvane.report;
 
+import static com.corvane.testing.JsonParser.list;
+import static com.corvane.testing.JsonParser.map;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertNull;
@@ -29,19 +31,17 @@ class ReportTest {
         return Report.build(snapshot, Profile.build(snapshot), limits);
     }
 
-    @SuppressWarnings("unchecked")
-    private static Map<String, Object> map(Object value) {
-        return (Map<String, Object>) value;
-    }
-
-    @SuppressWarnings("unchecked")
-    private static List<Object> list(Object value) {
-        return (List<Object>) value;
-    }
-
     /** The report as JSON text, read back: what a consumer of --json sees. */
     private static Map<String, Object> asJson(Map<String, Object> report) {
         return map(JsonParser.parse(Json.toString(report, true)));
+    }
+
+    /** The text report, as the tool prints it without colours. */
+    private String text(ProfileBuilder builder) throws Exception {
+        ByteArrayOutputStream bytes = new ByteArrayOutputStream();
+        TextReport.print(report(builder, new Report.Limits(20, 3, 5, 12)), false,
+                new PrintStream(bytes, true, StandardCharsets.UTF_8));
+        return bytes.toString(StandardCharsets.UTF_8);
     }
 
     @Test
@@ -102,9 +102,8 @@ class ReportTest {
         int run = b.method("T", "run", "()");
         int step = b.method("T", "step", "(long)");
         int t = b.thread("main", 1, false);
-        int f = b.frame(0, run, 0);
-        b.time(t, f, 50_000_000L, 1);
-        b.time(t, b.frame(f, step, 3), 40_000_000L, 1000);
+        int f = b.call(t, 0, run, 0, 50_000_000L, 1);
+        b.call(t, f, step, 3, 40_000_000L, 1000);
         Map<String, Object> json = asJson(report(b, new Report.Limits(5, 5, 5, 5)));
         assertEquals("tracing", map(map(json.get("summary")).get("modes")).get("cpu"));
         Map<String, Object> hot = map(list(map(json.get("hotSpots")).get("methods")).get(0));
@@ -120,10 +119,9 @@ class ReportTest {
         int big = b.method("T", "big", "()");
         int tiny = b.method("T", "tiny", "()");
         int t = b.thread("main", 1, false);
-        int f = b.frame(0, run, 0);
-        b.time(t, f, 1_000_000_000L, 1);
-        b.time(t, b.frame(f, big, 3), 900_000_000L, 1);
-        b.time(t, b.frame(f, tiny, 4), 999_999L, 1);
+        int f = b.call(t, 0, run, 0, 1_000_000_000L, 1);
+        b.call(t, f, big, 3, 900_000_000L, 1);
+        b.call(t, f, tiny, 4, 999_999L, 1);
         Map<String, Object> json = asJson(report(b, new Report.Limits(5, 5, 5, 5)));
         Map<String, Object> runNode = map(list(map(list(map(json.get("callTree")).get("threads")).get(0))
                 .get("callees")).get(0));
@@ -135,10 +133,7 @@ class ReportTest {
 
     @Test
     void textReportShowsTheSameFacts() throws Exception {
-        ByteArrayOutputStream bytes = new ByteArrayOutputStream();
-        TextReport.print(report(Samples.sampled(), new Report.Limits(20, 3, 5, 12)), false, new PrintStream(bytes, true,
-                StandardCharsets.UTF_8));
-        String text = bytes.toString(StandardCharsets.UTF_8);
+        String text = text(Samples.sampled());
         assertTrue(text.contains("  name                               TestApp"), text);
         assertTrue(text.contains("  CPU                                sampling"), text);
         assertTrue(text.contains("       1,000.0  71.43%      1,000.0  71.43%  " + Samples.HOT_METHOD), text);
@@ -148,10 +143,7 @@ class ReportTest {
 
     @Test
     void aSnapshotWithoutCpuDataSaysSo() throws Exception {
-        ByteArrayOutputStream bytes = new ByteArrayOutputStream();
-        TextReport.print(report(new ProfileBuilder(), new Report.Limits(20, 3, 5, 12)), false, new PrintStream(bytes, true,
-                StandardCharsets.UTF_8));
-        assertTrue(bytes.toString(StandardCharsets.UTF_8).contains("No CPU time was recorded"));
+        assertTrue(text(new ProfileBuilder()).contains("No CPU time was recorded"));
     }
 
     @Test

@@ -15,6 +15,8 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.Arrays;
 import java.util.TreeSet;
+import java.util.function.Consumer;
+import java.util.function.Function;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -99,56 +101,53 @@ class CorruptSnapshotTest {
         }
     }
 
-    @Test
-    void notASnapshot() throws Exception {
-        assertEquals(Kind.NOT_A_SNAPSHOT, failure(new byte[0]).kind());
-        assertEquals(Kind.NOT_A_SNAPSHOT, failure("PK\u0003\u0004 a zip".getBytes()).kind());
-        byte[] bytes = new SnapshotFixture().toBytes();
-        bytes[18] = 'X'; // the magic ends with a zero byte
-        SnapshotFormatException e = failure(bytes);
-        assertEquals(Kind.NOT_A_SNAPSHOT, e.kind());
-        assertEquals(18, e.offset());
-        assertEquals("not a Corvane snapshot: the file does not begin with CORVANE_FILE_60000", e.getMessage());
+    /** A damage to a sound file, and the failure it must give: kind, offset, a piece of the message, if not null. */
+    record Damage(String what, Function<byte[], byte[]> damage, Kind kind, Integer offset, String message) {
+    }
+
+    private static Function<byte[], byte[]> at(int offset, Consumer<ByteBuffer> change) {
+        return bytes -> {
+            change.accept(ByteBuffer.wrap(bytes).position(offset));
+            return bytes;
+        };
     }
 
     @Test
-    void unsupportedRevision() throws Exception {
-        byte[] bytes = new SnapshotFixture().toBytes();
-        ByteBuffer.wrap(bytes).putInt(19, 5);
-        SnapshotFormatException e = failure(bytes);
-        assertEquals(19, e.offset(), "the revision follows the magic at once");
-        assertTrue(e.getMessage().contains("format revision 5"), e.getMessage());
-    }
-
-    @Test
-    void recordLengthThatDisagreesWithItsContents() throws Exception {
-        byte[] bytes = new SnapshotFixture().toBytes();
-        ByteBuffer buffer = ByteBuffer.wrap(bytes);
-        int length = buffer.getInt(HEADER_RECORD + 5);
-        buffer.putInt(HEADER_RECORD + 5, length - 1);
-        SnapshotFormatException shorter = failure(bytes);
-        assertEquals(Kind.CORRUPT, shorter.kind());
-        assertTrue(shorter.getMessage().contains("runs past the end of record 37 (header block) at offset 31"),
-                shorter.getMessage());
-
-        buffer.putInt(HEADER_RECORD + 5, length + 1);
-        SnapshotFormatException longer = failure(bytes);
-        assertEquals(Kind.CORRUPT, longer.kind(), longer.getMessage());
-    }
-
-    @Test
-    void recordWithNonZeroTimeOrUnknownTag() throws Exception {
-        byte[] bytes = new SnapshotFixture().toBytes();
-        bytes[HEADER_RECORD + 2] = 1;
-        SnapshotFormatException time = failure(bytes);
-        assertEquals(HEADER_RECORD + 1, time.offset());
-        assertTrue(time.getMessage().contains("time field"), time.getMessage());
-
-        bytes = new SnapshotFixture().toBytes();
-        bytes[HEADER_RECORD] = 0x33;
-        SnapshotFormatException tag = failure(bytes);
-        assertEquals(HEADER_RECORD, tag.offset());
-        assertTrue(tag.getMessage().contains("unknown tag 51 where the header block should be"), tag.getMessage());
+    void damagedFramesFailWithTheirKindPlaceAndReason() throws Exception {
+        int length = ByteBuffer.wrap(new SnapshotFixture().toBytes()).getInt(HEADER_RECORD + 5);
+        int whole = new SnapshotFixture().toBytes().length;
+        Damage[] damages = {
+            new Damage("empty", bytes -> new byte[0], Kind.NOT_A_SNAPSHOT, null, null),
+            new Damage("a zip", bytes -> "PK\u0003\u0004 a zip".getBytes(), Kind.NOT_A_SNAPSHOT, null, null),
+            // The magic ends with a zero byte.
+            new Damage("magic", at(18, b -> b.put((byte) 'X')), Kind.NOT_A_SNAPSHOT, 18,
+                    "not a Corvane snapshot: the file does not begin with CORVANE_FILE_60000"),
+            // The revision follows the magic at once.
+            new Damage("revision", at(19, b -> b.putInt(5)), null, 19, "format revision 5"),
+            new Damage("record length short", at(HEADER_RECORD + 5, b -> b.putInt(length - 1)), Kind.CORRUPT, null,
+                    "runs past the end of record 37 (header block) at offset 31"),
+            new Damage("record length long", at(HEADER_RECORD + 5, b -> b.putInt(length + 1)), Kind.CORRUPT, null, null),
+            new Damage("record time", at(HEADER_RECORD + 2, b -> b.put((byte) 1)), null, HEADER_RECORD + 1, "time field"),
+            new Damage("record tag", at(HEADER_RECORD, b -> b.put((byte) 0x33)), null, HEADER_RECORD,
+                    "unknown tag 51 where the header block should be"),
+            new Damage("data after the last record", bytes -> {
+                byte[] longer = Arrays.copyOf(bytes, bytes.length + 9);
+                longer[bytes.length] = 0x25;
+                return longer;
+            }, null, whole, "follows the last record"),
+        };
+        for (Damage d : damages) {
+            SnapshotFormatException e = failure(d.damage().apply(new SnapshotFixture().toBytes()));
+            if (d.kind() != null) {
+                assertEquals(d.kind(), e.kind(), d.what() + ": " + e.getMessage());
+            }
+            if (d.offset() != null) {
+                assertEquals((long) d.offset(), e.offset(), d.what() + ": " + e.getMessage());
+            }
+            if (d.message() != null) {
+                assertTrue(e.getMessage().contains(d.message()), d.what() + ": " + e.getMessage());
+            }
+        }
     }
 
     /** Where the string row of a text begins: its index, then stamp, length and bytes. */
@@ -203,16 +202,6 @@ class CorruptSnapshotTest {
         ByteBuffer.wrap(bytes).putInt(row + 4, 0);
         SnapshotFormatException stamp = failure(bytes);
         assertTrue(stamp.getMessage().contains("stamp 0"), stamp.getMessage());
-    }
-
-    @Test
-    void dataAfterThePerformanceSnapshotsLastRecord() throws Exception {
-        byte[] whole = new SnapshotFixture().toBytes();
-        byte[] longer = Arrays.copyOf(whole, whole.length + 9);
-        longer[whole.length] = 0x25;
-        SnapshotFormatException e = failure(longer);
-        assertEquals(whole.length, e.offset());
-        assertTrue(e.getMessage().contains("follows the last record"), e.getMessage());
     }
 
     @Test

@@ -24,6 +24,18 @@ public final class JsonParser {
         return value;
     }
 
+    /** A parsed object, as what it is. */
+    @SuppressWarnings("unchecked")
+    public static Map<String, Object> map(Object value) {
+        return (Map<String, Object>) value;
+    }
+
+    /** A parsed array, as what it is. */
+    @SuppressWarnings("unchecked")
+    public static List<Object> list(Object value) {
+        return (List<Object>) value;
+    }
+
     private Object value() {
         blanks();
         if (myAt >= myText.length()) {

@@ -56,6 +56,13 @@ public final class ProfileBuilder {
         fixture.index("time", tfi, frame, ns, invocations);
     }
 
+    /** A frame, as {@link #frame}, with the thread's time and entry count in it, as {@link #time}; the frame. */
+    public int call(int tfi, int parent, int method, int line, long ns, long invocations) {
+        int frame = frame(parent, method, line);
+        time(tfi, frame, ns, invocations);
+        return frame;
+    }
+
     /** Objects recorded by a thread in a frame (an allocated class's frame), through a thread_frame row. */
     public void allocation(int tfi, int frame, long objects, long bytes, long summedAgeMs) {
         fixture.index("alloc", tfi, frame, objects, bytes, summedAgeMs);

@@ -11,7 +11,6 @@ import java.util.ArrayList;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
-import java.util.TreeMap;
 
 /**
  * Writes snapshot files byte for byte as the agent does, from rows given by
@@ -27,13 +26,10 @@ public final class SnapshotFileWriter {
     public record Row(int index, int stamp, Object[] columns) {
     }
 
-    public long creationTimeMs = 1_700_000_000_000L;
-    public int revision = 4;
+    private static final long CREATION_TIME_MS = 1_700_000_000_000L;
+
     public final Map<String, String> header = new LinkedHashMap<>();
-    public final TreeMap<Integer, String> eventTables = new TreeMap<>();
     public final List<List<Row>> tables = new ArrayList<>();
-    /** The tables block's length field holds 0xFFFFFFFF, as when it did not fit. */
-    public boolean tablesLengthOverflow;
 
     // Memory snapshot parts; used when header "snapshot_flags" has bit 1.
     public final Map<Integer, String> heapStrings = new LinkedHashMap<>();
@@ -56,7 +52,7 @@ public final class SnapshotFileWriter {
         header.put("session_id", "123456789");
         header.put("session_name", "TestApp");
         header.put("snapshot_flags", Integer.toString(0x200 | 0x8000));
-        header.put("creation_time_ms", Long.toString(creationTimeMs));
+        header.put("creation_time_ms", Long.toString(CREATION_TIME_MS));
         header.put("sizeof_pointer", "8");
         header.put("oid_count", String.format("%32d", 0).replace(' ', '0'));
     }
@@ -76,17 +72,17 @@ public final class SnapshotFileWriter {
             byte[] magic = new byte[19];
             System.arraycopy("CORVANE_FILE_60000".getBytes(StandardCharsets.US_ASCII), 0, magic, 0, 18);
             out.write(magic);
-            out.writeInt(revision);
-            out.writeLong(creationTimeMs);
-            record(out, 0x25, headerBlock(), false);
-            record(out, 0x25, tablesBlock(tables), tablesLengthOverflow);
+            out.writeInt(4);  // the format revision
+            out.writeLong(CREATION_TIME_MS);
+            record(out, 0x25, headerBlock());
+            record(out, 0x25, tablesBlock(tables));
             if ((Integer.parseInt(header.getOrDefault("snapshot_flags", "0")) & 1) != 0) {
                 for (Map.Entry<Integer, String> string : heapStrings.entrySet()) {
                     ByteArrayOutputStream body = new ByteArrayOutputStream();
                     DataOutputStream b = new DataOutputStream(body);
                     b.writeInt(string.getKey());
                     b.write(string.getValue().getBytes(StandardCharsets.UTF_8));
-                    record(out, 0x01, body.toByteArray(), false);
+                    record(out, 0x01, body.toByteArray());
                 }
                 for (int[] heapClass : heapClasses) {
                     ByteArrayOutputStream body = new ByteArrayOutputStream();
@@ -95,14 +91,14 @@ public final class SnapshotFileWriter {
                     b.writeInt(heapClass[1]);
                     b.writeInt(0);
                     b.writeInt(heapClass[2]);
-                    record(out, 0x02, body.toByteArray(), false);
+                    record(out, 0x02, body.toByteArray());
                 }
                 for (byte[] segment : heapSegments) {
-                    record(out, 0x1C, segment, false);
+                    record(out, 0x1C, segment);
                 }
-                record(out, 0x2C, new byte[0], false);
-                record(out, 0x25, tablesBlock(modifiedTables), false);
-                record(out, 0x25, classReferencesBlock(), false);
+                record(out, 0x2C, new byte[0]);
+                record(out, 0x25, tablesBlock(modifiedTables));
+                record(out, 0x25, classReferencesBlock());
             }
             out.flush();
             return bytes.toByteArray();
@@ -120,10 +116,10 @@ public final class SnapshotFileWriter {
         }
     }
 
-    private static void record(DataOutputStream out, int tag, byte[] body, boolean overflow) throws IOException {
+    private static void record(DataOutputStream out, int tag, byte[] body) throws IOException {
         out.writeByte(tag);
         out.writeInt(0);
-        out.writeInt(overflow ? 0xFFFFFFFF : body.length);
+        out.writeInt(body.length);
         out.write(body);
     }
 
@@ -135,11 +131,6 @@ public final class SnapshotFileWriter {
         for (Map.Entry<String, String> property : header.entrySet()) {
             string(out, property.getKey());
             string(out, property.getValue());
-        }
-        for (Map.Entry<Integer, String> table : eventTables.entrySet()) {
-            out.writeByte(3);
-            out.writeInt(table.getKey());
-            string(out, table.getValue());
         }
         return bytes.toByteArray();
     }

@@ -53,10 +53,8 @@ class MemorySnapshotTest {
     void capture() throws Exception {
         dir = Files.createTempDirectory("corvane-heap-test-");
         Path file = dir.resolve("shapes.snapshot");
-        String library = System.getenv("CORVANE_TEST_JNI_LIBRARY");
-        assertNotNull(library, "the test's JNI library (CORVANE_TEST_JNI_LIBRARY)");
         AgentJvm.Run run = AgentJvm.run(dir, "dir=" + Files.createDirectories(dir.resolve("exit")) + options(),
-                System.getProperty("corvane.heap.classes"), "HeapShapes", file.toString(), library, "native");
+                System.getProperty("corvane.heap.classes"), "HeapShapes", file.toString(), AgentJvm.jniLibrary(), "native");
         assertEquals(0, run.exitCode(), run.out());
         assertTrue(run.out().contains("capture null"), run.out() + run.log());
         log = run.log();
@@ -71,20 +69,19 @@ class MemorySnapshotTest {
         }
     }
 
-    Map<String, Object> fields(int object) throws Exception {
+    /** Field names and values, in the order of the dump. */
+    static Map<String, Object> values(List<FieldValue> fields) {
         Map<String, Object> values = new LinkedHashMap<>();
-        for (FieldValue value : heap.fieldValues(object)) {
-            values.put(value.name(), value.value());
-        }
+        fields.forEach(value -> values.put(value.name(), value.value()));
         return values;
     }
 
+    Map<String, Object> fields(int object) throws Exception {
+        return values(heap.fieldValues(object));
+    }
+
     Map<String, Object> statics(int classObject) {
-        Map<String, Object> values = new LinkedHashMap<>();
-        for (FieldValue value : heap.staticValues(classObject)) {
-            values.put(value.name(), value.value());
-        }
-        return values;
+        return values(heap.staticValues(classObject));
     }
 
     int only(String className) {
@@ -141,7 +138,6 @@ class MemorySnapshotTest {
         assertEquals(CHAIN + 3, counted.get("HeapShapes$Node"));
         assertEquals(List.of(), AgentJvm.problems(log), "the agent logged no warnings");
     }
-
 
     @Test
     void theChainAndTheCycleAreThereNodeByNode() throws Exception {
@@ -241,19 +237,15 @@ class MemorySnapshotTest {
     @Test
     void corvaneHeapFindsTheClassesAndThePathsFromTheRoots() throws Exception {
         String file = dir.resolve("shapes.snapshot").toString();
-        ToolRun jni = ToolRun.of("heap", "--json", "--classes", "100000", "--biggest", "0", "--path-to-roots",
-                "HeapShapes$JniOnly", file);
-        assertEquals(0, jni.code(), jni.err());
-        String compact = jni.out().replaceAll("\\s", "");
+        String compact = ToolRun.of("heap", "--json", "--classes", "100000", "--biggest", "0", "--path-to-roots",
+                "HeapShapes$JniOnly", file).ok().replaceAll("\\s", "");
         assertTrue(compact.contains("{\"class\":\"HeapShapes$Node\",\"instances\":" + (CHAIN + 3) + ","), compact);
         assertTrue(compact.contains("\"path\":[{\"object\":" + only("HeapShapes$JniOnly")
                 + ",\"description\":\"HeapShapes$JniOnly@" + only("HeapShapes$JniOnly") + "\",\"gcRoot\":[\"JNI_GLOBAL\"]}]"),
                 compact);
-        ToolRun derived = ToolRun.of("heap", "--json", "--classes", "0", "--biggest", "0", "--path-to-roots",
-                "HeapShapes$Derived", file);
-        assertEquals(0, derived.code(), derived.err());
-        assertTrue(derived.out().replaceAll("\\s", "").endsWith("\"reference\":\".derived(static)\"}]}}"),
-                derived.out());
+        String derived = ToolRun.of("heap", "--json", "--classes", "0", "--biggest", "0", "--path-to-roots",
+                "HeapShapes$Derived", file).ok();
+        assertTrue(derived.replaceAll("\\s", "").endsWith("\"reference\":\".derived(static)\"}]}}"), derived);
     }
 
     @Test

@@ -1,7 +1,6 @@
 package com.corvane.heap;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.corvane.snapshot.Snapshot;
@@ -30,12 +29,9 @@ class RunMemoryTest {
     void runWithMemoryWritesTheHeapAtExitAndTheReportShowsItsClasses() throws Exception {
         Path exit = Files.createDirectories(dir.resolve("exit"));
         Path logs = Files.createDirectories(dir.resolve("logs"));
-        String library = System.getenv("CORVANE_TEST_JNI_LIBRARY");
-        assertNotNull(library, "the test's JNI library (CORVANE_TEST_JNI_LIBRARY)");
-        ToolRun run = ToolRun.of("run", "--memory", "--dir", exit.toString(), "--agent-options", "logdir=" + logs,
+        ToolRun.of("run", "--memory", "--dir", exit.toString(), "--agent-options", "logdir=" + logs,
                 "--", System.getProperty("corvane.java"), "-cp", System.getProperty("corvane.heap.classes"),
-                "HeapShapes", "-", library, "exit");
-        assertEquals(0, run.code(), run.err());
+                "HeapShapes", "-", AgentJvm.jniLibrary(), "exit").ok();
         Path file = AgentJvm.onlyFile(exit, "-shutdown.snapshot");
         Snapshot snapshot = SnapshotReader.read(file);
         assertEquals(Snapshot.FLAG_MEMORY, snapshot.flags() & Snapshot.FLAG_MEMORY);
@@ -50,20 +46,18 @@ class RunMemoryTest {
             }
         }
 
-        ToolRun text = ToolRun.of("report", "--classes", "1000", file.toString());
-        assertEquals(0, text.code(), text.err());
-        assertTrue(text.out().contains(String.format("Heap: %,d objects, %,d bytes (shallow), ", heap.objectCount(),
-                allBytes)), text.out());
-        Matcher row = Pattern.compile("\\n\\s+([\\d,]+)\\s+([\\d,]+)  HeapShapes\\$Node\\n").matcher(text.out());
-        assertTrue(row.find(), text.out());
+        String text = ToolRun.of("report", "--classes", "1000", file.toString()).ok();
+        assertTrue(text.contains(String.format("Heap: %,d objects, %,d bytes (shallow), ", heap.objectCount(),
+                allBytes)), text);
+        Matcher row = Pattern.compile("\\n\\s+([\\d,]+)\\s+([\\d,]+)  HeapShapes\\$Node\\n").matcher(text);
+        assertTrue(row.find(), text);
         assertEquals(String.format("%,d", NODES), row.group(1));
         assertEquals(String.format("%,d", nodeBytes), row.group(2));
 
-        ToolRun json = ToolRun.of("report", "--json", "--classes", "3", file.toString());
-        assertEquals(0, json.code(), json.err());
-        String compact = json.out().replaceAll("\\s", "");
+        String json = ToolRun.of("report", "--json", "--classes", "3", file.toString()).ok();
+        String compact = json.replaceAll("\\s", "");
         assertTrue(compact.contains("\"heap\":{\"objects\":" + heap.objectCount() + ",\"shallowSize\":" + allBytes
-                + ","), json.out());
-        assertEquals(3, compact.split("\"instances\":", -1).length - 1, "three classes: " + json.out());
+                + ","), json);
+        assertEquals(3, compact.split("\"instances\":", -1).length - 1, "three classes: " + json);
     }
 }

@@ -33,19 +33,15 @@ class CommandsTest {
         ourJvm.close();
     }
 
-    static ToolRun corvane(String... args) {
-        return ToolRun.of(args);
-    }
-
     private static ToolRun ok(String... args) {
-        ToolRun result = corvane(args);
+        ToolRun result = ToolRun.of(args);
         assertEquals(0, result.code(), String.join(" ", args) + ":\n" + result.out() + result.err());
         return result;
     }
 
     /** One line on stderr, a non-zero code. */
     private static void assertFailsWith(String message, String... args) {
-        ToolRun result = corvane(args);
+        ToolRun result = ToolRun.of(args);
         assertEquals(1, result.code(), result.out() + result.err());
         assertEquals("corvane: " + message + "\n", result.err());
     }
@@ -72,7 +68,7 @@ class CommandsTest {
                 ok("stop", pid).err());
         assertEquals("corvane: recorded data cleared in process " + pid + " (" + ourName + ")\n",
                 ok("clear", ourName).out());
-        ToolRun noMode = corvane("start", pid);
+        ToolRun noMode = ToolRun.of("start", pid);
         assertEquals(2, noMode.code());
     }
 

@@ -4,6 +4,8 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.corvane.runtime.Protocol;
+import com.corvane.testing.AgentJvm;
 import java.io.BufferedReader;
 import java.io.IOException;
 import java.io.InputStreamReader;
@@ -11,14 +13,10 @@ import java.io.PrintWriter;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
-import java.util.ArrayList;
-import java.util.List;
 import java.util.concurrent.LinkedBlockingQueue;
 import java.util.concurrent.TimeUnit;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
-import java.util.stream.Collectors;
-import java.util.stream.Stream;
 
 /**
  * The test program LiveApp in a JVM with the agent of the build, in a folder
@@ -33,12 +31,12 @@ final class LiveJvm implements AutoCloseable {
     private final PrintWriter myInput;
     private final LinkedBlockingQueue<String> myLines = new LinkedBlockingQueue<>();
     private final StringBuffer myOutput = new StringBuffer();
-    private final Path myHome;
+    private final Path myDir;
     private int myPort = -1;
 
-    private LiveJvm(Process process, Path home) {
+    private LiveJvm(Process process, Path dir) {
         myProcess = process;
-        myHome = home;
+        myDir = dir;
         myInput = new PrintWriter(process.getOutputStream(), true, StandardCharsets.UTF_8);
         Thread reader = new Thread(() -> {
             try (BufferedReader lines = new BufferedReader(
@@ -69,22 +67,21 @@ final class LiveJvm implements AutoCloseable {
 
     /** Starts LiveApp and lets it run as it may: for starts that are refused. */
     static LiveJvm launch(Path dir, String options) throws IOException {
-        Path home = dir.resolve("home");
         Files.createDirectories(dir.resolve("tmp"));
-        List<String> command = new ArrayList<>(List.of(System.getProperty("corvane.java"), "-Xmx64m",
-                "-agentpath:" + System.getProperty("corvane.agent") + "=tmpdir=" + dir.resolve("tmp")
-                        + (options.isEmpty() ? "" : "," + options),
-                "-cp", System.getProperty("corvane.live.classes"), "LiveApp"));
-        ProcessBuilder builder = new ProcessBuilder(command).redirectErrorStream(true).directory(dir.toFile());
-        builder.environment().put("CORVANE_HOME", home.toString());
-        builder.environment().remove("JAVA_TOOL_OPTIONS");
-        builder.environment().remove("KZT_STARTUP_OPTIONS_PRE");
-        builder.environment().remove("KZT_STARTUP_OPTIONS_POST");
-        return new LiveJvm(builder.start(), home);
+        return new LiveJvm(AgentJvm.builder(dir, "tmpdir=" + dir.resolve("tmp") + (options.isEmpty() ? "" : "," + options),
+                System.getProperty("corvane.live.classes"), "-Xmx64m", "LiveApp").redirectErrorStream(true)
+                .directory(dir.toFile()).start(), dir);
     }
 
     int port() {
         return myPort;
+    }
+
+    /** The session id that the agent's answers carry. */
+    long sessionId() throws IOException {
+        Wire.Reply status = Wire.request(Protocol.PACKET_GET_STATUS_REQ).send(myPort);
+        assertEquals(Protocol.PACKET_OK_RESP, status.header());
+        return status.l();
     }
 
     long pid() {
@@ -123,17 +120,7 @@ final class LiveJvm implements AutoCloseable {
 
     /** The agent's log files, joined. */
     String log() throws IOException {
-        Path logs = myHome.resolve(".kzt/log");
-        if (!Files.isDirectory(logs)) {
-            return "";
-        }
-        StringBuilder text = new StringBuilder();
-        try (Stream<Path> files = Files.list(logs)) {
-            for (Path file : files.collect(Collectors.toList())) {
-                text.append(Files.readString(file));
-            }
-        }
-        return text.toString();
+        return AgentJvm.log(myDir);
     }
 
     /** Ends the program through its input; it must exit normally. */

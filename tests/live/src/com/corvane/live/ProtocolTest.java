@@ -40,14 +40,7 @@ class ProtocolTest {
         // agent of this version on the machine just as this JVM loads it.
         ourJvm = LiveJvm.start(ourDir, "sessionname=LiveProtocol,telemetryperiod=200,dir=" + ourDir.resolve("snaps")
                 + ",tmpdir=" + ourDir);
-        Wire.Reply info = Wire.request(Protocol.PACKET_GET_AGENT_INFO_REQ).send(port());
-        info.header();
-        info.i();
-        info.string();
-        info.l();
-        info.string();
-        info.string();
-        ourSessionId = info.l();
+        ourSessionId = ourJvm.sessionId();
     }
 
     @AfterAll
@@ -105,9 +98,8 @@ class ProtocolTest {
         send(Wire.request(Protocol.PACKET_SET_TRIGGERS).s(other).b(0)).ok(ourSessionId).end();
         assertEquals(List.of("fired", "again"), linesOnceThere(file, 2));
 
-        Wire.Reply bad = send(Wire.request(Protocol.PACKET_SET_TRIGGERS).s("TimerListener delay=5x\n").b(1));
-        assertEquals("Cannot parse triggers: wrong duration postfix: 5x", bad.error());
-        bad.end();
+        assertEquals("Cannot parse triggers: wrong duration postfix: 5x",
+                send(Wire.request(Protocol.PACKET_SET_TRIGGERS).s("TimerListener delay=5x\n").b(1)).refusal());
         Wire.Reply triggers = send(Wire.request(Protocol.PACKET_GET_TRIGGERS));
         assertEquals(Protocol.PACKET_OK_RESP, triggers.header());
         assertEquals("TimerListener maxTriggerCount=1 delay=200ms\n  PrintMessage message=again output=" + file + "\n",
@@ -141,9 +133,8 @@ class ProtocolTest {
                 .okOrError(ourSessionId));
         send(Wire.request(Protocol.PACKET_START_CPU_PROFILING_REQ).l(4).s("sampling_period_ms=10\n"))
                 .ok(ourSessionId).end();
-        Wire.Reply again = send(Wire.request(Protocol.PACKET_START_CPU_PROFILING_REQ).l(12).s(null));
-        assertEquals("Cannot start CPU tracing: CPU profiling (sampling) already started", again.error());
-        again.end();
+        assertEquals("Cannot start CPU tracing: CPU profiling (sampling) already started",
+                send(Wire.request(Protocol.PACKET_START_CPU_PROFILING_REQ).l(12).s(null)).refusal());
         assertEquals(SharedConstants.CPU_SAMPLING, status() & SharedConstants.CPU_PROFILING_MASK);
         send(Wire.request(Protocol.PACKET_STOP_CPU_PROFILING_REQ)).ok(ourSessionId).end();
         send(Wire.request(Protocol.PACKET_CLEAR_CPU_DATA)).ok(ourSessionId).end();
@@ -182,14 +173,10 @@ class ProtocolTest {
             Wire.request(Protocol.PACKET_SET_PROBES).i(0),
             Wire.request(Protocol.PACKET_RETRANSFORM_CLASSES_LOADED_BEFORE_AGENT_ATTACHED)};
         for (Wire request : requests) {
-            Wire.Reply reply = send(request);
-            String refusal = reply.okOrError(ourSessionId);
-            assertTrue(refusal == null || refusal.endsWith(NOT_AVAILABLE), refusal);
-            reply.end();
+            answeredOrRefused(request, reply -> { });
         }
-        Wire.Reply none = send(Wire.request(Protocol.PACKET_REGISTER_AND_LOAD_PROBES_BY_BYTECODE).i(0));
-        assertEquals("Error: no probes found in classes: ", none.error());
-        none.end();
+        assertEquals("Error: no probes found in classes: ",
+                send(Wire.request(Protocol.PACKET_REGISTER_AND_LOAD_PROBES_BY_BYTECODE).i(0)).refusal());
         // Triggers set are given back in the form they were parsed into.
         send(Wire.request(Protocol.PACKET_SET_TRIGGERS).s("TimerListener delay=5m\n  Empty\n").b(0)).ok(ourSessionId).end();
         Wire.Reply triggers = send(Wire.request(Protocol.PACKET_GET_TRIGGERS));
@@ -238,10 +225,8 @@ class ProtocolTest {
         assertTrue(dispatch("d_get_total_created_object_count").matches("\\d+"));
         assertTrue(dispatch("d_get_total_created_object_size").matches("\\d+"));
         assertEquals("", dispatch("d_clear_charts"));
-        Wire.Reply unknown = send(Wire.request(Protocol.PACKET_DISPATCH).s("d_nothing"));
         assertEquals("Unknown dispatch command: d_nothing. Reason: Corvane Java Profiler agent and UI version"
-                + " mismatch", unknown.error());
-        unknown.end();
+                + " mismatch", send(Wire.request(Protocol.PACKET_DISPATCH).s("d_nothing")).refusal());
     }
 
     private static String dispatch(String command) throws Exception {
@@ -373,9 +358,7 @@ class ProtocolTest {
         for (String[] refused : new String[][] {
             {"/etc/passwd", "File cannot be transferred: unknown snapshot /etc/passwd"},
             {path + ".gone", "File cannot be transferred: unknown snapshot " + path + ".gone"}}) {
-            Wire.Reply reply = send(Wire.request(Protocol.PACKET_TRANSFER_SNAPSHOT_REQ).s(refused[0]));
-            assertEquals(refused[1], reply.error());
-            reply.end();
+            assertEquals(refused[1], send(Wire.request(Protocol.PACKET_TRANSFER_SNAPSHOT_REQ).s(refused[0])).refusal());
         }
         Files.delete(Path.of(path));
         Wire.Reply gone = send(Wire.request(Protocol.PACKET_TRANSFER_SNAPSHOT_REQ).s(path));
@@ -425,38 +408,36 @@ class ProtocolTest {
         two.end();
     }
 
-    @Test
-    void probeAndEventTableListsAreClosedOrRefused() throws Exception {
-        Wire.Reply probes = send(Wire.request(Protocol.PACKET_GET_PROBES));
-        String refusal = probes.okOrError(ourSessionId);
+    /** What an answer holds beyond its head. */
+    private interface Body {
+        void read(Wire.Reply reply) throws Exception;
+    }
+
+    /** The standard answer with the body read to its end, or the refusal of a recording still to come. */
+    private static void answeredOrRefused(Wire request, Body body) throws Exception {
+        Wire.Reply reply = send(request);
+        String refusal = reply.okOrError(ourSessionId);
         if (refusal == null) {
-            for (String name = probes.string(); name != null; name = probes.string()) {
-                assertTrue(probes.i() >= 0);
-            }
+            body.read(reply);
         } else {
             assertTrue(refusal.endsWith(NOT_AVAILABLE), refusal);
         }
-        probes.end();
+        reply.end();
+    }
 
-        Wire.Reply tables = send(Wire.request(Protocol.PACKET_UPDATE_EVENT_TABLE_INFO).i(32));
-        refusal = tables.okOrError(ourSessionId);
-        if (refusal == null) {
+    @Test
+    void probeAndEventTableListsAreClosedOrRefused() throws Exception {
+        answeredOrRefused(Wire.request(Protocol.PACKET_GET_PROBES), probes -> {
+            for (String name = probes.string(); name != null; name = probes.string()) {
+                assertTrue(probes.i() >= 0);
+            }
+        });
+        answeredOrRefused(Wire.request(Protocol.PACKET_UPDATE_EVENT_TABLE_INFO).i(32), tables -> {
             for (int id = tables.i(); id != -1; id = tables.i()) {
                 assertTrue(id >= 32 && id <= 127);
                 tables.string();
             }
-        } else {
-            assertTrue(refusal.endsWith(NOT_AVAILABLE), refusal);
-        }
-        tables.end();
-
-        Wire.Reply names = send(Wire.request(Protocol.PACKET_GET_TOP_EVENT_TABLE_NAMES));
-        refusal = names.okOrError(ourSessionId);
-        if (refusal == null) {
-            names.string();
-        } else {
-            assertTrue(refusal.endsWith(NOT_AVAILABLE), refusal);
-        }
-        names.end();
+        });
+        answeredOrRefused(Wire.request(Protocol.PACKET_GET_TOP_EVENT_TABLE_NAMES), Wire.Reply::string);
     }
 }

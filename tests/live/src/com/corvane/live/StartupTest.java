@@ -146,9 +146,8 @@ class StartupTest {
     @Test
     void withoutHttpEveryConnectionIsPackets() throws Exception {
         try (LiveJvm jvm = LiveJvm.start(dir, "_no_http")) {
-            Wire.Reply reply = new Wire().l(42).i(Protocol.PACKET_GET_STATUS_REQ).send(jvm.port());
-            assertEquals("Invalid header magic number:42", reply.error());
-            reply.end();
+            assertEquals("Invalid header magic number:42",
+                    new Wire().l(42).i(Protocol.PACKET_GET_STATUS_REQ).send(jvm.port()).refusal());
         }
     }
 

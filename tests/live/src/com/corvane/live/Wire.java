@@ -8,7 +8,6 @@ import java.io.ByteArrayOutputStream;
 import java.io.DataInputStream;
 import java.io.DataOutputStream;
 import java.io.IOException;
-import java.io.InputStream;
 import java.net.Socket;
 import java.nio.charset.StandardCharsets;
 
@@ -66,12 +65,8 @@ final class Wire {
             socket.setSoTimeout(60_000);
             socket.getOutputStream().write(bytes());
             socket.shutdownOutput();
-            return new Reply(readAll(socket.getInputStream()));
+            return new Reply(socket.getInputStream().readAllBytes());
         }
-    }
-
-    static byte[] readAll(InputStream in) throws IOException {
-        return in.readAllBytes();
     }
 
     /** An answer, read from its first byte. */
@@ -100,6 +95,13 @@ final class Wire {
         String error() throws IOException {
             assertEquals(Protocol.PACKET_ERROR_RESP, header(), "an error answer");
             return string();
+        }
+
+        /** An error answer and nothing after it; the result is its message. */
+        String refusal() throws IOException {
+            String message = error();
+            end();
+            return message;
         }
 
         /** Either the standard answer, or an error: the message, or null for OK. */

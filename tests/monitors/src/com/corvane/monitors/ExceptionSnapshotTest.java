@@ -6,19 +6,12 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.corvane.profile.ExceptionProfile;
 import com.corvane.profile.ExceptionProfile.Entry;
-import com.corvane.profile.Profile;
-import com.corvane.report.Json;
-import com.corvane.report.Report;
-import com.corvane.report.TextReport;
 import com.corvane.snapshot.Snapshot;
-import java.io.ByteArrayOutputStream;
-import java.io.PrintStream;
-import java.nio.charset.StandardCharsets;
+import com.corvane.testing.AgentJvm.Snapshotted;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.Comparator;
 import java.util.List;
-import java.util.Map;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -96,16 +89,14 @@ class ExceptionSnapshotTest {
         checkWorkersAndDoomed(profile);
         assertEquals(expectedRows(1), rowsOf(profile, "warmup"));
 
-        Map<String, Object> report = Report.build(snapshot, Profile.build(snapshot), new Report.Limits(50, 5, 5, 12));
-        String json = Json.toString(report, false);
+        Shapes.Printed report = Shapes.report(snapshot);
+        String json = report.json();
         long perClass = (long) ROUNDS * WORKERS * (WORKERS + 1) / 2 + 1;
         assertTrue(json.contains("{\"name\":\"ExceptionShapes$Plain\",\"count\":" + perClass + ","), json);
         assertTrue(json.contains("\"thread\":\"doomed\""), json);
         assertTrue(json.contains("\"caughtAt\":null"), json);
         // And the text that `corvane report` prints.
-        ByteArrayOutputStream text = new ByteArrayOutputStream();
-        TextReport.print(report, false, new PrintStream(text, true, StandardCharsets.UTF_8));
-        String printed = text.toString(StandardCharsets.UTF_8);
+        String printed = report.text();
         assertTrue(printed.contains("ExceptionShapes$Plain in worker-3: thrown at " + place("plain()", "THROW-PLAIN")
                 + ", caught at " + place("plain()", "CATCH-PLAIN") + "\n"), printed);
         assertTrue(printed.contains("ExceptionShapes$Doom in doomed: thrown at "), printed);
@@ -123,7 +114,7 @@ class ExceptionSnapshotTest {
 
     @Test
     void disabledByOptionNothingIsCountedEvenWhenStarted() throws Exception {
-        Shapes.Outcome outcome = Shapes.run(dir, "sampling,exceptions=disable", PROGRAM, "control");
+        Snapshotted outcome = Shapes.run(dir, "sampling,exceptions=disable", PROGRAM, "control");
         assertEquals(0, outcome.snapshot().tables().exceptions.liveCount());
         assertTrue(outcome.run().log().contains("can_generate_exception_events: explicitly disabled with a startup"
                 + " option"), outcome.run().log());

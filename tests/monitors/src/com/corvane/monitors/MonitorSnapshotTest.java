@@ -10,16 +10,12 @@ import com.corvane.profile.MonitorProfile;
 import com.corvane.profile.MonitorProfile.Entry;
 import com.corvane.profile.Places;
 import com.corvane.profile.Profile;
-import com.corvane.report.Json;
 import com.corvane.report.Report;
-import com.corvane.report.TextReport;
 import com.corvane.snapshot.Rows.MonitorRow;
 import com.corvane.snapshot.Snapshot;
 import com.corvane.snapshot.Table;
-import java.io.ByteArrayOutputStream;
-import java.io.PrintStream;
-import java.nio.charset.StandardCharsets;
-import java.nio.file.Files;
+import com.corvane.testing.AgentJvm;
+import com.corvane.testing.AgentJvm.Snapshotted;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
@@ -83,7 +79,7 @@ class MonitorSnapshotTest {
 
     @Test
     void startedClearedAndStoppedThroughTheNatives() throws Exception {
-        Shapes.Outcome outcome = Shapes.run(dir, "sampling", PROGRAM, "control");
+        Snapshotted outcome = Shapes.run(dir, "sampling", PROGRAM, "control");
         assertTrue(outcome.run().out().contains("start null\nagain Already started\n"), outcome.run().out());
         MonitorProfile profile = MonitorProfile.build(outcome.snapshot());
         assertEquals(List.of(), ofClass(profile.entries(), "Lock"), "cleared");
@@ -137,16 +133,14 @@ class MonitorSnapshotTest {
         checkAfterTheLock(profile, withStacks);
 
         // The report carries the same, as `corvane report --json` writes it.
-        Map<String, Object> report = Report.build(snapshot, Profile.build(snapshot), new Report.Limits(50, 5, 5, 12));
-        String json = Json.toString(report, false);
+        Shapes.Printed report = Shapes.report(snapshot);
+        String json = report.json();
         assertTrue(json.contains("\"monitors\":{\"recordingTimeNs\":"), json);
         assertTrue(json.contains("\"thread\":\"blocker\",\"trn\":"), json);
         assertTrue(json.contains("\"owner\":\"holder\""), json);
         assertTrue(json.contains("\"monitorClass\":\"MonitorShapes$WaitLock\""), json);
         // And the text that `corvane report` prints.
-        ByteArrayOutputStream text = new ByteArrayOutputStream();
-        TextReport.print(report, false, new PrintStream(text, true, StandardCharsets.UTF_8));
-        String printed = text.toString(StandardCharsets.UTF_8);
+        String printed = report.text();
         assertTrue(printed.contains("blocker <- holder: MonitorShapes$Lock at " + (withStacks
                 ? PROGRAM + ".blockOnce():" + Shapes.line(PROGRAM, "BLOCK-LOCK") : "<no stack>") + "\n"), printed);
         assertTrue(printed.contains("waiter: MonitorShapes$WaitLock at "), printed);
@@ -186,10 +180,7 @@ class MonitorSnapshotTest {
     /** The JVM keeps a monitor entered through JNI owned after its owner ended: the block never ends. */
     @Test
     void aMonitorHeldAcrossItsOwnersEndLeavesTheOpenBlockUncounted() throws Exception {
-        String library = System.getenv("CORVANE_TEST_JNI_LIBRARY");
-        assertNotNull(library, "the test's JNI library (CORVANE_TEST_JNI_LIBRARY)");
-        assertTrue(Files.isRegularFile(Path.of(library)), "built: " + library);
-        Shapes.Outcome outcome = Shapes.run(dir, "monitors", "JniMonitorShapes", library);
+        Snapshotted outcome = Shapes.run(dir, "monitors", "JniMonitorShapes", AgentJvm.jniLibrary());
         assertTrue(outcome.run().out().contains("still BLOCKED"), outcome.run().out());
         Snapshot snapshot = outcome.snapshot();
         Map<Integer, String> names = Places.threadNames(snapshot);

@@ -4,37 +4,44 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.corvane.profile.Profile;
+import com.corvane.report.Json;
+import com.corvane.report.Report;
+import com.corvane.report.TextReport;
 import com.corvane.snapshot.Snapshot;
-import com.corvane.snapshot.SnapshotReader;
 import com.corvane.testing.AgentJvm;
+import com.corvane.testing.AgentJvm.Snapshotted;
+import java.io.ByteArrayOutputStream;
 import java.io.IOException;
+import java.io.PrintStream;
+import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
-import java.util.ArrayList;
 import java.util.List;
+import java.util.Map;
 
-/** Runs the programs of tests/monitors/java and reads what they left. */
+/** Runs the programs of tests/monitors/java, reports their snapshots and finds the lines their sources mark. */
 final class Shapes {
-    record Outcome(AgentJvm.Run run, Snapshot snapshot) {
-    }
-
     private Shapes() {
     }
 
-    /** Runs the program with the options; its snapshot, after checking that it ran through and logged no problem. */
-    static Outcome run(Path dir, String options, String program, String... more) throws Exception {
-        Path snapshot = dir.resolve(program + ".snapshot");
-        List<String> arguments = new ArrayList<>(List.of(program, snapshot.toString()));
-        arguments.addAll(List.of(more));
+    /** Runs the program with the options (see {@link AgentJvm#capturing}). */
+    static Snapshotted run(Path dir, String options, String program, String... more) throws Exception {
         String classes = System.getProperty("corvane.monitors.classes");
         assertNotNull(classes, "the programs' classes (corvane.monitors.classes)");
-        AgentJvm.Run run = AgentJvm.run(dir, options + ",dir=" + Files.createDirectories(dir.resolve("exit")),
-                classes, arguments.toArray(new String[0]));
-        assertEquals(0, run.exitCode(), run.out());
-        assertTrue(run.out().contains("capture null"), run.out());
-        assertTrue(run.out().contains("done "), run.out());
-        assertEquals(List.of(), AgentJvm.problems(run.log()), "the agent logged no warnings or errors");
-        return new Outcome(run, SnapshotReader.read(snapshot));
+        return AgentJvm.capturing(dir, options, classes, program, more);
+    }
+
+    /** The report of a snapshot, with room for every row of the programs. */
+    record Printed(String json, String text) {
+    }
+
+    /** The report as `corvane report --json` writes it and as the text `corvane report` prints. */
+    static Printed report(Snapshot snapshot) throws Exception {
+        Map<String, Object> report = Report.build(snapshot, Profile.build(snapshot), new Report.Limits(50, 5, 5, 12));
+        ByteArrayOutputStream text = new ByteArrayOutputStream();
+        TextReport.print(report, false, new PrintStream(text, true, StandardCharsets.UTF_8));
+        return new Printed(Json.toString(report, false), text.toString(StandardCharsets.UTF_8));
     }
 
     /** The line of the program's source that carries the marker comment. */

@@ -1,13 +1,10 @@
 package com.corvane.tracing;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
-import com.corvane.snapshot.Rows.ThreadRow;
-import com.corvane.snapshot.Snapshot;
-import com.corvane.snapshot.SnapshotReader;
 import com.corvane.testing.AgentJvm;
+import com.corvane.testing.AgentJvm.Snapshotted;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.List;
@@ -40,26 +37,17 @@ class NativeWrappingSnapshotTest {
 
     /** NativeShapes under tracing with the agent options; the invocation counts by filtered path. */
     static Result run(Path dir, String options) throws Exception {
-        String library = System.getenv("CORVANE_TEST_JNI_LIBRARY");
-        assertNotNull(library, "the test's JNI library (CORVANE_TEST_JNI_LIBRARY)");
-        assertTrue(Files.isRegularFile(Path.of(library)), library);
-        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
         Path settings = Files.writeString(dir.resolve("tracing.txt"), "walltime=*\nadaptive=false\n");
         // The runtime class archive in a folder of its own, not the one that other agents on the machine share.
-        AgentJvm.Run run = AgentJvm.run(dir, "tracing,onexit=snapshot,dir=" + snapshots + ",tracing_settings_path="
-                + settings + ",tmpdir=" + dir + options, System.getProperty("corvane.natives.classes"), "NativeShapes",
-                library);
-        assertEquals(0, run.exitCode(), run.out());
-        assertTrue(run.out().contains(expectedOutput()), run.out());
-        Snapshot snapshot = SnapshotReader.read(AgentJvm.onlyFile(snapshots, "-shutdown.snapshot"));
-        ThreadRow thread = CallTree.thread(snapshot, "natives-worker");
-        assertNotNull(thread, "the worker thread");
-        CallTree tree = CallTree.of(snapshot, thread.tfiIndex());
+        Snapshotted jvm = AgentJvm.atExit(dir, "tracing,tracing_settings_path=" + settings + ",tmpdir=" + dir + options,
+                System.getProperty("corvane.natives.classes"), "NativeShapes", AgentJvm.jniLibrary());
+        assertTrue(jvm.run().out().contains(expectedOutput()), jvm.run().out());
+        CallTree tree = CallTree.of(jvm.snapshot(), "natives-worker");
         Map<String, Long> counts = new TreeMap<>();
         tree.byFilteredPath(m -> m.startsWith("NativeShapes.") || m.equals(ADLER)).forEach((path, frames) -> {
             counts.put(path, frames.stream().mapToLong(CallTree.Frame::invocations).sum());
         });
-        return new Result(counts, run.log());
+        return new Result(counts, jvm.run().log());
     }
 
     /** What NativeShapes prints, computed here without natives. */

@@ -4,10 +4,9 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.corvane.profile.EventTables;
-import com.corvane.snapshot.SnapshotReader;
 import com.corvane.testing.AgentJvm;
+import com.corvane.testing.AgentJvm.Snapshotted;
 import com.corvane.testing.ToolRun;
-import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
@@ -18,22 +17,21 @@ import org.junit.jupiter.api.io.TempDir;
 
 /** Event tables and object maps used through the natives by EventTablesApp; the tables read back from its snapshot. */
 class EventTablesTest {
-    static Path run(Path dir, String options) throws Exception {
-        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
+    static Snapshotted run(Path dir, String options) throws Exception {
         // Without the built-in probes, whose tables (Class Loading, Threads...) would come first.
-        AgentJvm.Run run = AgentJvm.run(dir, "quiet,onexit=snapshot,probe_disable=com.corvane.probes.builtin.*,dir=" + snapshots + options,
+        Snapshotted jvm = AgentJvm.atExit(dir, "quiet,probe_disable=com.corvane.probes.builtin.*" + options,
                 System.getProperty("corvane.probes.classes"), "EventTablesApp");
-        assertEquals(0, run.exitCode(), run.out() + run.log());
         assertEquals("same table again: true\nrefused: -3 -4 -5 -6 -7 -8\ntables: Requests,Slow,Messages\n"
-                + "maps: 0 0 7 8 0 7 9 9 11 0 true false\ncollected while mapped: true\n", run.out());
-        return AgentJvm.onlyFile(snapshots, "-shutdown.snapshot");
+                + "maps: 0 0 7 8 0 7 9 9 11 0 true false\ncollected while mapped: true\n", jvm.run().out());
+        return jvm;
     }
 
     @Test
     @SuppressWarnings("unchecked")
     void rowsFromThreeThreadsComeBackWithTheirDependentRowsDurationsAndErrors(@TempDir Path dir) throws Exception {
-        Path snapshot = run(dir, "");
-        EventTables tables = new EventTables(SnapshotReader.read(snapshot));
+        Snapshotted jvm = run(dir, "");
+        Path snapshot = jvm.file();
+        EventTables tables = new EventTables(jvm.snapshot());
         List<Map<String, Object>> requests = tables.rows(tables.table("Requests"));
         assertEquals(12, requests.size());
         TreeSet<String> uris = new TreeSet<>();
@@ -84,11 +82,9 @@ class EventTablesTest {
 
     @Test
     void theClassLoadingProbeRecordsAClassLoadedAndUnloaded(@TempDir Path dir) throws Exception {
-        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
-        AgentJvm.Run run = AgentJvm.run(dir, "quiet,onexit=snapshot,dir=" + snapshots,
-                System.getProperty("corvane.probes.classes"), "ClassLoadingApp");
-        assertEquals("own loader: true\nunloaded: true\n", run.out(), run.log());
-        Path snapshot = AgentJvm.onlyFile(snapshots, "-shutdown.snapshot");
+        Snapshotted jvm = AgentJvm.atExit(dir, "quiet", System.getProperty("corvane.probes.classes"), "ClassLoadingApp");
+        assertEquals("own loader: true\nunloaded: true\n", jvm.run().out(), jvm.run().log());
+        Path snapshot = jvm.file();
         assertTrue(ToolRun.of("events", snapshot.toString()).out().matches("(?s)(.*\n)? *[0-9]+  Class Loading\n.*"));
         List<String> rows = ToolRun.of("events", snapshot.toString(), "--table", "Class Loading").out().lines()
                 .filter(line -> line.contains("  Class=ClassLoadingApp$Passing  ")).toList();
@@ -102,7 +98,7 @@ class EventTablesTest {
 
     @Test
     void aMasterTableAndItsDependentsKeepNoMoreRowsThanTheLimit(@TempDir Path dir) throws Exception {
-        EventTables tables = new EventTables(SnapshotReader.read(run(dir, ",probetablelengthlimit=10")));
+        EventTables tables = new EventTables(run(dir, ",probetablelengthlimit=10").snapshot());
         int requests = tables.rows(tables.table("Requests")).size();
         int queries = tables.rows(tables.table("Queries")).size();
         assertEquals(10, requests + queries, requests + " requests, " + queries + " queries");

@@ -9,9 +9,9 @@ import com.corvane.snapshot.Rows.FrameRow;
 import com.corvane.snapshot.Rows.MethodRow;
 import com.corvane.snapshot.Rows.ThreadFrameRow;
 import com.corvane.snapshot.Snapshot;
-import com.corvane.snapshot.SnapshotReader;
 import com.corvane.snapshot.Table;
 import com.corvane.testing.AgentJvm;
+import com.corvane.testing.AgentJvm.Snapshotted;
 import java.io.IOException;
 import java.lang.invoke.MethodType;
 import java.nio.file.Files;
@@ -110,7 +110,6 @@ class JavacUnderProbeTest {
 
         Path jar = ProbeBuild.probeJar(dir, "javac");
         Path calls = dir.resolve("calls.txt");
-        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
         Path settings = Files.writeString(dir.resolve("tracing.txt"), "walltime=*\nadaptive=false\n");
         Path probed = dir.resolve("out-probed");
         // Tracing too for the compiler's methods alone, or the call tree of
@@ -119,10 +118,9 @@ class JavacUnderProbeTest {
                 "*\n+com.sun.tools.javac.*\n");
         List<String> program = new ArrayList<>(List.of("-Xverify:all", "-Djavac.calls=" + calls));
         program.addAll(javacArguments(dir, probed, files));
-        AgentJvm.Run run = AgentJvm.run(dir, "tracing,_instrument_all_methods,onexit=snapshot,dir=" + snapshots
-                + ",tracing_settings_path=" + settings + ",probeclasspath=" + jar + ",probe_on=javac.JavacCalls",
-                "", program.toArray(new String[0]));
-        assertEquals(0, run.exitCode(), run.out());
+        Snapshotted jvm = AgentJvm.atExit(dir, "tracing,_instrument_all_methods,tracing_settings_path=" + settings
+                + ",probeclasspath=" + jar + ",probe_on=javac.JavacCalls", "", program.toArray(new String[0]));
+        AgentJvm.Run run = jvm.run();
         for (String failure : List.of("exception caught", "the previous exception happened", "not instrumented by probe",
                 "bytecode too long", "no 'super' or 'this' call")) {
             assertTrue(!run.log().contains(failure), failure + " in the log:\n" + run.log());
@@ -143,7 +141,7 @@ class JavacUnderProbeTest {
             String[] fields = line.split("\t");
             probeCalls.put(fields[0] + " " + fields[1] + " " + readable(fields[2]), Long.parseLong(fields[3]));
         }
-        Map<String, Long> traced = tracedCalls(SnapshotReader.read(AgentJvm.onlyFile(snapshots, ".snapshot")));
+        Map<String, Long> traced = tracedCalls(jvm.snapshot());
         Map<String, Long> differences = new TreeMap<>();
         long total = 0;
         for (Map.Entry<String, Long> entry : probeCalls.entrySet()) {

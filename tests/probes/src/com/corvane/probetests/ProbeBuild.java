@@ -1,6 +1,7 @@
 package com.corvane.probetests;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.IOException;
 import java.nio.charset.StandardCharsets;
@@ -24,10 +25,15 @@ final class ProbeBuild {
 
     /** Runs a command in `dir`; fails the test unless it exits with 0. Returns its output. */
     static String run(Path dir, List<String> command) throws IOException, InterruptedException {
-        Process process = new ProcessBuilder(command).directory(dir.toFile()).redirectErrorStream(true).start();
+        return run(new ProcessBuilder(command).directory(dir.toFile()));
+    }
+
+    /** Runs what the builder says within 10 minutes; fails the test unless it exits with 0. Returns its output. */
+    static String run(ProcessBuilder builder) throws IOException, InterruptedException {
+        Process process = builder.redirectErrorStream(true).start();
         String out = new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
-        process.waitFor(600, TimeUnit.SECONDS);
-        assertEquals(0, process.exitValue(), String.join(" ", command) + "\n" + out);
+        assertTrue(process.waitFor(600, TimeUnit.SECONDS), "it ends: " + String.join(" ", builder.command()));
+        assertEquals(0, process.exitValue(), String.join(" ", builder.command()) + "\n" + out);
         return out;
     }
 

@@ -4,13 +4,11 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.IOException;
-import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.Paths;
 import java.util.ArrayList;
 import java.util.List;
-import java.util.concurrent.TimeUnit;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 import org.junit.jupiter.api.Test;
@@ -45,16 +43,12 @@ class ReadmeExampleTest {
 
         Files.writeString(dir.resolve("MyProbe.java"), java.get(0));
         Files.createSymbolicLink(dir.resolve("build"), Paths.get(System.getProperty("corvane.build")).toAbsolutePath());
-        ProcessBuilder builder = new ProcessBuilder("sh", "-e", "-c", shell.get(0)).directory(dir.toFile())
-                .redirectErrorStream(true);
+        ProcessBuilder builder = new ProcessBuilder("sh", "-e", "-c", shell.get(0)).directory(dir.toFile());
         Path jdk = Paths.get(System.getProperty("corvane.java")).getParent();
         builder.environment().put("PATH", jdk + ":" + System.getenv("PATH"));
         builder.environment().put("CORVANE_HOME", dir.resolve("home").toString());
         builder.environment().remove("JAVA_TOOL_OPTIONS");
-        Process process = builder.start();
-        String out = new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
-        assertTrue(process.waitFor(300, TimeUnit.SECONDS));
-        assertEquals(0, process.exitValue(), out);
+        String out = ProbeBuild.run(builder);
 
         Matcher priced = Pattern.compile("priced (\\d+) orders").matcher(out);
         assertTrue(priced.find(), out);

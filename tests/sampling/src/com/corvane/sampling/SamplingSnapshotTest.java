@@ -14,6 +14,7 @@ import com.corvane.snapshot.Snapshot;
 import com.corvane.snapshot.SnapshotReader;
 import com.corvane.snapshot.Table;
 import com.corvane.testing.AgentJvm;
+import com.corvane.testing.AgentJvm.Snapshotted;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.HashMap;
@@ -49,22 +50,22 @@ class SamplingSnapshotTest {
     record Run(String out, Times times, Snapshot snapshot) {
     }
 
+    /** SampledWork sampled with the settings text (none: the defaults); it must log no problem and keep the ratio. */
     static Times sample(Path dir, String settingsText) throws Exception {
         String options = "sampling";
         if (settingsText != null) {
             options += ",sampling_settings_path=" + Files.writeString(dir.resolve("sampling.txt"), settingsText);
         }
-        return run(dir, options, "SampledWork", "" + ROUNDS, "" + SLEEP_MS).times();
+        Times times = run(dir, options, "SampledWork", "" + ROUNDS, "" + SLEEP_MS).times();
+        assertNoErrors(times);
+        assertWorkRatio(times);
+        return times;
     }
 
     static Run run(Path dir, String options, String... program) throws Exception {
-        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
-        AgentJvm.Run jvm = AgentJvm.run(dir, (options.isEmpty() ? "" : options + ",") + "onexit=snapshot,dir=" + snapshots,
-                System.getProperty("corvane.sampling.classes"), program);
-        assertEquals(0, jvm.exitCode(), jvm.out());
-        assertTrue(jvm.out().contains("done "), jvm.out());
-        Snapshot read = SnapshotReader.read(AgentJvm.onlyFile(snapshots, "-shutdown.snapshot"));
-        return new Run(jvm.out(), new Times(timesByThread(read), jvm.log()), read);
+        Snapshotted jvm = AgentJvm.atExit(dir, options, System.getProperty("corvane.sampling.classes"), program);
+        assertTrue(jvm.run().out().contains("done "), jvm.run().out());
+        return new Run(jvm.run().out(), new Times(timesByThread(jvm.snapshot()), jvm.run().log()), jvm.snapshot());
     }
 
     static Map<String, Map<String, Long>> timesByThread(Snapshot snapshot) {
@@ -107,9 +108,7 @@ class SamplingSnapshotTest {
     @Test
     void withoutWallTimeMethodsOnlyCpuIsCharged(@TempDir Path dir) throws Exception {
         Times times = sample(dir, "sampling_period_ms=10\n");
-        assertNoErrors(times);
         assertTrue(times.log().contains("SamplingSettings: sampling_period_ms = 10\n"), times.log());
-        assertWorkRatio(times);
         long sleeper = times.of("sleeper", "SampledWork.sleeper");
         long light = times.of("light-worker", "SampledWork.light");
         assertTrue(sleeper < light / 10, "sleeping costs no CPU: " + sleeper + " vs " + light);
@@ -118,9 +117,7 @@ class SamplingSnapshotTest {
     @Test
     void defaultSettingsChargeTheWallTimeOfSleep(@TempDir Path dir) throws Exception {
         Times times = sample(dir, null);
-        assertNoErrors(times);
         assertTrue(times.log().contains("SamplingSettings: sampling_period_ms = 20 (default)"), times.log());
-        assertWorkRatio(times);
         // Thread.sleep counts wall time, and so do its callers.
         long sleep = times.of("sleeper", "java.lang.Thread.sleep");
         long sleeper = times.of("sleeper", "SampledWork.sleeper");
@@ -131,8 +128,6 @@ class SamplingSnapshotTest {
     @Test
     void aWallTimeMethodChargesItsCallersButNotItsCallees(@TempDir Path dir) throws Exception {
         Times times = sample(dir, "walltime=SampledWork : sleeper(*)\n");
-        assertNoErrors(times);
-        assertWorkRatio(times);
         long sleeper = times.of("sleeper", "SampledWork.sleeper");
         long caller = times.of("sleeper", "java.lang.Thread.run");
         long sleep = times.of("sleeper", "java.lang.Thread.sleep");

@@ -1,5 +1,8 @@
 package com.corvane.tracing;
 
+import static org.junit.jupiter.api.Assertions.assertNotNull;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
 import com.corvane.snapshot.Rows.CpuRow;
 import com.corvane.snapshot.Rows.FrameRow;
 import com.corvane.snapshot.Rows.MethodRow;
@@ -33,14 +36,17 @@ final class CallTree {
     private CallTree() {
     }
 
-    /** The thread row with this name, or null. */
-    static ThreadRow thread(Snapshot snapshot, String name) {
+    /** The tree of the thread with this name, which must keep its own data. */
+    static CallTree of(Snapshot snapshot, String threadName) {
+        ThreadRow thread = null;
         for (Table.Entry<ThreadRow> entry : snapshot.tables().threads.liveEntries()) {
-            if (name.equals(snapshot.string(entry.row().name()))) {
-                return entry.row();
+            if (thread == null && threadName.equals(snapshot.string(entry.row().name()))) {
+                thread = entry.row();
             }
         }
-        return null;
+        assertNotNull(thread, "thread " + threadName);
+        assertTrue(thread.tfiIndex() > 0, threadName + " keeps its own data");
+        return of(snapshot, thread.tfiIndex());
     }
 
     static CallTree of(Snapshot snapshot, int tfiIndex) {

@@ -9,6 +9,7 @@ import com.corvane.snapshot.Snapshot;
 import com.corvane.snapshot.SnapshotReader;
 import com.corvane.snapshot.Table;
 import com.corvane.testing.AgentJvm;
+import com.corvane.testing.AgentJvm.Snapshotted;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
@@ -39,10 +40,7 @@ class TracingSnapshotTest {
     static final long SLEEP_NS = 200_000_000L;
     static final long SPIN_NS = 150_000_000L;
     static final int DEAD_THREAD_LIMIT = 5;
-
-    static AgentJvm.Run runJava(Path dir, String agentOptions, String... program) throws Exception {
-        return AgentJvm.run(dir, agentOptions, System.getProperty("corvane.tracing.classes"), program);
-    }
+    static final String CLASSES = System.getProperty("corvane.tracing.classes");
 
     static Map<String, Long> measured(String out) {
         Map<String, Long> result = new HashMap<>();
@@ -65,30 +63,21 @@ class TracingSnapshotTest {
         return found;
     }
 
-    static CallTree treeOf(Snapshot snapshot, String threadName) {
-        ThreadRow thread = CallTree.thread(snapshot, threadName);
-        assertNotNull(thread, "thread " + threadName);
-        assertTrue(thread.tfiIndex() > 0, threadName + " keeps its own data");
-        return CallTree.of(snapshot, thread.tfiIndex());
-    }
-
     // Without exception events the frames that an exception unwinds are told by a probe instead.
     @ParameterizedTest
     @ValueSource(strings = {"", ",exceptions=disable"})
     void aProgramOfKnownShapeIsRecordedExactly(String exceptions, @TempDir Path dir) throws Exception {
-        Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
         Path settings = Files.writeString(dir.resolve("tracing.txt"), "walltime=*\nadaptive=false\n");
-        AgentJvm.Run run = runJava(dir, "tracing,onexit=snapshot,dir=" + snapshots + ",deadthreadlimit=" + DEAD_THREAD_LIMIT
-                + ",tracing_settings_path=" + settings + exceptions, "TracedShapes");
-        assertEquals(0, run.exitCode(), run.out());
-        assertTrue(run.out().contains("done "), run.out());
-        assertEquals(List.of(), tracingWarnings(run.log()), "the player met no disorder");
-        Map<String, Long> measured = measured(run.out());
-        Snapshot snapshot = SnapshotReader.read(AgentJvm.onlyFile(snapshots, "-shutdown.snapshot"));
+        Snapshotted jvm = AgentJvm.atExit(dir, "tracing,deadthreadlimit=" + DEAD_THREAD_LIMIT + ",tracing_settings_path="
+                + settings + exceptions, CLASSES, "TracedShapes");
+        assertTrue(jvm.run().out().contains("done "), jvm.run().out());
+        assertEquals(List.of(), tracingWarnings(jvm.run().log()), "the player met no disorder");
+        Map<String, Long> measured = measured(jvm.run().out());
+        Snapshot snapshot = jvm.snapshot();
 
         for (int i = 0; i < LEAF_CALLS.length; i++) {
             String name = "worker-" + (i + 1);
-            CallTree tree = treeOf(snapshot, name);
+            CallTree tree = CallTree.of(snapshot, name);
             // Shape: exactly these frames of the program's own methods, each once.
             Map<String, List<CallTree.Frame>> frames = tree.byFilteredPath(m -> m.startsWith("TracedShapes"));
             Map<String, Long> counts = new TreeMap<>();
@@ -129,9 +118,9 @@ class TracingSnapshotTest {
             System.out.printf("%s: %d leaf calls, body %.1f ms traced, %.1f ms measured by the program%n", name,
                     LEAF_CALLS[i], body / 1e6, measured.get("body " + name) / 1e6);
         }
-        long slept = treeOf(snapshot, "worker-1").framesOf("TracedShapes.sleeper").get(0).timeNs();
+        long slept = CallTree.of(snapshot, "worker-1").framesOf("TracedShapes.sleeper").get(0).timeNs();
         assertTrue(slept >= SLEEP_NS && slept <= measured.get("sleeper"), "sleeper " + slept + " " + measured);
-        long spun = treeOf(snapshot, "worker-2").framesOf("TracedShapes.spinner").get(0).timeNs();
+        long spun = CallTree.of(snapshot, "worker-2").framesOf("TracedShapes.spinner").get(0).timeNs();
         assertTrue(spun >= SPIN_NS && spun <= measured.get("spinner"), "spinner " + spun + " " + measured);
         System.out.printf("sleeper %.2f ms traced, %.2f ms measured; spinner %.2f ms traced, %.2f ms measured%n",
                 slept / 1e6, measured.get("sleeper") / 1e6, spun / 1e6, measured.get("spinner") / 1e6);
@@ -174,7 +163,7 @@ class TracingSnapshotTest {
         }
         assertEquals(expected, merged, "merged when short-15 ended");
 
-        CallTree oldest = treeOf(snapshot, "<Oldest finished threads>");
+        CallTree oldest = CallTree.of(snapshot, "<Oldest finished threads>");
         Map<String, Long> counts = new TreeMap<>();
         oldest.byFilteredPath(m -> m.startsWith("TracedShapes")).forEach((path, frames) ->
                 counts.put(path, frames.stream().mapToLong(CallTree.Frame::invocations).sum()));
@@ -192,7 +181,7 @@ class TracingSnapshotTest {
     void tracingStartsStopsAndClearsThroughTheNatives(@TempDir Path dir) throws Exception {
         Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
         Path middle = snapshots.resolve("middle.snapshot");
-        AgentJvm.Run run = runJava(dir, "dir=" + snapshots, "TracingControl", middle.toString());
+        AgentJvm.Run run = AgentJvm.run(dir, "dir=" + snapshots, CLASSES, "TracingControl", middle.toString());
         assertEquals(0, run.exitCode(), run.out());
         List<String> answers = List.of("start null", "again Cannot start CPU tracing: CPU profiling (tracing) already started",
                 "invalid Invalid mode: 8", "capture null", "restart null");
@@ -209,14 +198,14 @@ class TracingSnapshotTest {
                 middleSnapshot.tables().telemetry.liveEntries().stream().filter(e -> e.row().values()[10] == 110)
                         .toList();
         assertEquals(1, samples.size(), "the telemetry sample stored through the native");
-        CallTree atMiddle = treeOf(middleSnapshot, "main");
+        CallTree atMiddle = CallTree.of(middleSnapshot, "main");
         assertEquals(0, atMiddle.invocationsOf("TracingControl.phaseA"));
         assertEquals(0, atMiddle.invocationsOf("TracingControl.phaseB"));
         assertEquals(300, atMiddle.invocationsOf("TracingControl.phaseC"));
         assertEquals(0, atMiddle.invocationsOf("TracingControl.phaseD"));
 
         // At exit, tracing runs again: a new start clears what was before.
-        CallTree atExit = treeOf(SnapshotReader.read(AgentJvm.onlyFile(snapshots, "-shutdown.snapshot")), "main");
+        CallTree atExit = CallTree.of(SnapshotReader.read(AgentJvm.onlyFile(snapshots, "-shutdown.snapshot")), "main");
         assertEquals(0, atExit.invocationsOf("TracingControl.phaseC"));
         assertEquals(500, atExit.invocationsOf("TracingControl.phaseE"));
     }

@@ -22,10 +22,14 @@ import org.junit.jupiter.api.io.TempDir;
  * the default one and may write it just as this JVM is about to load it.
  */
 class TriggersTest {
-    static AgentJvm.Run run(Path dir, String triggers, String options, long runMs) throws Exception {
+    static final String CLASSES = System.getProperty("corvane.triggers.classes");
+
+    /** Runs the program with the triggers and the options; it must end with code 0. */
+    static AgentJvm.Run run(Path dir, String triggers, String options, String... program) throws Exception {
         Path file = Files.writeString(dir.resolve("triggers.txt"), triggers);
-        return AgentJvm.run(dir, "triggers=" + file + ",tmpdir=" + dir + options,
-                System.getProperty("corvane.triggers.classes"), "Idle", String.valueOf(runMs));
+        AgentJvm.Run run = AgentJvm.run(dir, "triggers=" + file + ",tmpdir=" + dir + options, CLASSES, program);
+        assertEquals(0, run.exitCode(), run.out());
+        return run;
     }
 
     static List<String> linesOf(String out) {
@@ -53,8 +57,7 @@ class TriggersTest {
                 + "  PrintMessage message=jvm\\sexiting output=stderr\n"
                 + "UnknownListener x=1\n"
                 + "  PrintMessage message=never\n";
-        AgentJvm.Run run = run(dir, triggers, ",dir=" + snapshots, 9000);
-        assertEquals(0, run.exitCode(), run.out());
+        AgentJvm.Run run = run(dir, triggers, ",dir=" + snapshots, "Idle", "9000");
         List<String> lines = linesOf(run.out());
         assertEquals(3, lines.stream().filter("timer fired"::equals).count(), run.out());
         assertEquals(1, lines.stream().filter("jvm started"::equals).count(), run.out());
@@ -75,13 +78,11 @@ class TriggersTest {
         String triggers = "TimerListener delay=1s maxTriggerCount=1\n"
                 + "  CaptureMemorySnapshot\n"
                 + "  CaptureHprofSnapshot\n";
-        AgentJvm.Run run = run(dir, triggers, ",dir=" + snapshots, 4000);
-        assertEquals(0, run.exitCode(), run.out());
+        AgentJvm.Run run = run(dir, triggers, ",dir=" + snapshots, "Idle", "4000");
         List<Path> memory = snapshotsIn(snapshots);
         assertEquals(1, memory.size(), memory.toString());
-        ToolRun report = ToolRun.of("report", memory.get(0).toString());
-        assertEquals(0, report.code(), report.err());
-        assertTrue(report.out().contains("\nHeap: "), report.out());
+        String report = ToolRun.of("report", memory.get(0).toString()).ok();
+        assertTrue(report.contains("\nHeap: "), report);
         try (Stream<Path> files = Files.list(snapshots)) {
             assertEquals(1, files.filter(p -> p.toString().endsWith(".hprof")).count(), run.log());
         }
@@ -95,8 +96,7 @@ class TriggersTest {
         };
         for (String[] c : cases) {
             Path caseDir = Files.createDirectories(dir.resolve("case" + Arrays.asList(cases).indexOf(c)));
-            AgentJvm.Run run = run(caseDir, c[0], c[1], 0);
-            assertEquals(0, run.exitCode(), run.out());
+            AgentJvm.Run run = run(caseDir, c[0], c[1], "Idle", "0");
             assertTrue(run.log().contains("warning: " + c[2]), c[2] + " in\n" + run.log());
         }
     }
@@ -120,11 +120,8 @@ class TriggersTest {
                 + "  onenter:PrintMessage message=never\n"
                 + "MethodListener methodPattern=Shop:price(*) fillParams=true fillReturnValue=true\n"
                 + "  onreturn:RecordMethodInvocation\n";
-        Path file = Files.writeString(dir.resolve("triggers.txt"), triggers);
         Path snapshots = Files.createDirectories(dir.resolve("snapshots"));
-        AgentJvm.Run run = AgentJvm.run(dir, "quiet,triggers=" + file + ",tmpdir=" + dir + ",onexit=snapshot,dir="
-                + snapshots, System.getProperty("corvane.triggers.classes"), "Shop");
-        assertEquals(0, run.exitCode(), run.out());
+        AgentJvm.Run run = run(dir, triggers, ",quiet,onexit=snapshot,dir=" + snapshots, "Shop");
         StringBuilder expected = new StringBuilder();
         for (int i = 0; i < 5; i++) {
             expected.append("enter price(" + i + ", apple) stock=7\nreturn " + 3 * i + "\ncounted\n");
@@ -175,7 +172,7 @@ class TriggersTest {
         Path snapshots = dir.resolve("snapshots");
         ToolRun run = ToolRun.of("run", "--trigger-file", file.toString(), "--dir", snapshots.toString(),
                 "--agent-options", "tmpdir=" + dir, "--",
-                System.getProperty("corvane.java"), "-cp", System.getProperty("corvane.triggers.classes"), "Report");
+                System.getProperty("corvane.java"), "-cp", CLASSES, "Report");
         assertEquals(0, run.code(), run.err());
         assertEquals(1, run.errLines().stream().filter("bye"::equals).count(), run.err());
         // The timer's first snapshot is 10 minutes away: the one of the first render and the one at exit.
@@ -184,9 +181,8 @@ class TriggersTest {
         Path render = taken.stream().filter(p -> p.getFileName().toString().startsWith("render-")).findFirst()
                 .orElseThrow();
         // Sampled while the first page rendered.
-        ToolRun report = ToolRun.of("report", render.toString());
-        assertEquals(0, report.code(), report.err());
-        assertTrue(report.out().contains("Report.render(int)"), report.out());
+        String report = ToolRun.of("report", render.toString()).ok();
+        assertTrue(report.contains("Report.render(int)"), report);
 
         ToolRun missing = ToolRun.of("run", "--trigger-file", dir.resolve("none.txt").toString(), "--",
                 System.getProperty("corvane.java"), "-version");
@@ -199,12 +195,8 @@ class TriggersTest {
                 + "  PrintMessage message=heap\\shigh\\sat\\s${Uptime}\n"
                 + "HeapMemoryUsageListener usageThresholdPercent=50 minimumTimeToActivate=1h\n"
                 + "  PrintMessage message=never\n";
-        Path file = Files.writeString(dir.resolve("triggers.txt"), triggers);
         // 48 of 64 MB held for 6 s.
-        AgentJvm.Run run = AgentJvm.run(dir, "triggers=" + file + ",tmpdir=" + dir,
-                System.getProperty("corvane.triggers.classes"),
-                "-Xmx64m", "Hold", "48", "6000");
-        assertEquals(0, run.exitCode(), run.out());
+        AgentJvm.Run run = run(dir, triggers, "", "-Xmx64m", "Hold", "48", "6000");
         List<String> fired = linesOf(run.out()).stream().filter(l -> l.startsWith("heap high at ")).collect(Collectors.toList());
         assertEquals(1, fired.size(), run.out());
         long since = Long.parseLong(linesOf(run.out()).stream().filter(l -> l.startsWith("holding since "))
@@ -227,8 +219,7 @@ class TriggersTest {
                 + "  PrintMessage message=before\\s${Uptime}\n"
                 + "  Sleep duration=2s\n"
                 + "  PrintMessage message=after\\s${Uptime}\n";
-        AgentJvm.Run run = run(dir, triggers, ",dir=" + snapshots, 7000);
-        assertEquals(0, run.exitCode(), run.out());
+        AgentJvm.Run run = run(dir, triggers, ",dir=" + snapshots, "Idle", "7000");
         int tracing = run.log().indexOf("CPU tracing started");
         int counting = run.log().indexOf("Allocation recording started (object counting)");
         assertTrue(tracing >= 0 && counting > tracing, run.log());
@@ -251,10 +242,7 @@ class TriggersTest {
                 + "TimerListener delay=1s maxTriggerCount=1\n"
                 + "  WaitForEventToFinish\n"
                 + "  PrintMessage message=timer\\sat\\s${Uptime}\n";
-        Path file = Files.writeString(dir.resolve("triggers.txt"), triggers);
-        AgentJvm.Run run = AgentJvm.run(dir, "triggers=" + file + ",tmpdir=" + dir,
-                System.getProperty("corvane.triggers.classes"), "Spin", "3000", "6000", "4000");
-        assertEquals(0, run.exitCode(), run.out());
+        AgentJvm.Run run = run(dir, triggers, "", "Spin", "3000", "6000", "4000");
         long high = uptimeOf(run.out(), "cpu high at ");
         long low = uptimeOf(run.out(), "cpu low at ");
         long since = uptimeOf(run.out(), "spinning since ");

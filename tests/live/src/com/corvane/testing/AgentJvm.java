@@ -1,0 +1,1 @@
+../../../../../java-shared/com/corvane/testing/AgentJvm.java
