@@ -98,7 +98,7 @@ JNIEXPORT jint JNICALL NATIVE(createEventTableRow)(JNIEnv* env, jclass, jint tab
 JNIEXPORT void JNICALL NATIVE(closeEventTableRow)(JNIEnv* env, jclass, jint tableId, jint eventId, jboolean noEndTime,
                                                   jstring exceptionText) {
     KZT_NATIVE_BEGIN
-    PlayerEventAdding::closeTableRow(env, tableId, eventId, noEndTime, takeString(env, exceptionText));
+    PlayerEventAdding::closeTableRowWithJavaText(env, tableId, eventId, noEndTime, exceptionText);
     KZT_NATIVE_END(env, )
 }
 
@@ -125,7 +125,7 @@ JNIEXPORT void JNICALL NATIVE(setEventTableLongColumn)(JNIEnv* env, jclass, jint
 JNIEXPORT void JNICALL NATIVE(setEventTableStringColumn)(JNIEnv* env, jclass, jint tableId, jint eventId, jint column,
                                                          jstring value) {
     KZT_NATIVE_BEGIN
-    PlayerEventAdding::setStringColumn(env, tableId, eventId, column, takeString(env, value));
+    PlayerEventAdding::setStringColumnFromJava(env, tableId, eventId, column, value);
     KZT_NATIVE_END(env, )
 }
 

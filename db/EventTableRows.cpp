@@ -155,7 +155,7 @@ void EventTableRows::createRow(const LockHolder& lock, DB* db, int tableId, int 
 }
 
 void EventTableRows::closeRow(const LockHolder& lock, DB* db, int tableId, int eventId, int64_t endUptimeNs,
-                              const ZString* exceptionText) {
+                              const char* exceptionText) {
     EventTable* table = nullptr;
     EventRecord* row = rowOf(lock, db, tableId, eventId, &table);
     if (row == nullptr) return;
@@ -169,7 +169,7 @@ void EventTableRows::closeRow(const LockHolder& lock, DB* db, int tableId, int e
         }
     }
     if (table->getExceptionTextColumn() >= 0) {
-        int text = exceptionText != nullptr ? StringPool::getStrID(lock, *exceptionText) : 0;
+        int text = exceptionText != nullptr ? StringPool::getStrIDImpl(lock, exceptionText, false) : 0;
         table->setInt32Column(*row, table->getExceptionTextColumn(), text);
     }
     stamp(db, row);
@@ -222,11 +222,11 @@ void EventTableRows::setLong(const LockHolder& lock, DB* db, int tableId, int ev
 }
 
 void EventTableRows::setString(const LockHolder& lock, DB* db, int tableId, int eventId, int column,
-                               const ZString* value) {
+                               const char* value) {
     EventTable* table = nullptr;
     EventRecord* row = rowOf(lock, db, tableId, eventId, &table);
     if (row == nullptr) return;
-    table->setInt32Column(*row, column, value != nullptr ? StringPool::getStrID(lock, *value) : 0);
+    table->setInt32Column(*row, column, value != nullptr ? StringPool::getStrIDImpl(lock, value, false) : 0);
     stamp(db, row);
 }
 

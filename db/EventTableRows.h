@@ -43,12 +43,13 @@ public:
     static void createRow(const LockHolder& lock, DB* db, int tableId, int eventId, int64_t uptimeNs, int frame,
                           int threadNumber);
     // A row shorter than the table's minimum duration goes at its close.
+    // Texts are zero-terminated; null for none.
     static void closeRow(const LockHolder& lock, DB* db, int tableId, int eventId, int64_t endUptimeNs,
-                         const ZString* exceptionText);
+                         const char* exceptionText);
     static void deleteRow(const LockHolder& lock, DB* db, int tableId, int eventId);
     static void setInt32(const LockHolder& lock, DB* db, int tableId, int eventId, int column, int value);
     static void setLong(const LockHolder& lock, DB* db, int tableId, int eventId, int column, int64_t value);
-    static void setString(const LockHolder& lock, DB* db, int tableId, int eventId, int column, const ZString* value);
+    static void setString(const LockHolder& lock, DB* db, int tableId, int eventId, int column, const char* value);
     // Deletes the rows of the tables and of the tables that depend on them.
     static void clearTables(const LockHolder& lock, DB* db, const ZVector<int>& ids);
 

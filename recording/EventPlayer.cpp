@@ -32,7 +32,8 @@ static void stampRecord(CpuProfilingRecord* record) {
 }
 
 static void deleteStringOfEvent(const int32_t* event, int at) {
-    delete (ZString*)(intptr_t)joinHalves(event[at], event[at + 1]);
+    int64_t text = joinHalves(event[at], event[at + 1]);
+    if (!isStoredText(text)) delete (ZString*)(intptr_t)text;
 }
 
 void ThreadInfo::playEvents(const LockHolder& lock) {

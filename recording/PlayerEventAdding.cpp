@@ -9,6 +9,7 @@
 #include "recording/TableWrapper.h"
 #include "recording/ThreadInfo.h"
 #include "services/AgentState.h"
+#include "services/JvmGlue.h"
 #include "services/Logger.h"
 #include "services/Options.h"
 
@@ -17,9 +18,12 @@ int PlayerEventAdding::ourMessagesTableIndex = 0;
 static const char* const MESSAGES_TABLE =
     "Messages\n5\nuptime_ns\n1\nthread\n0\nCategory\n2\nText\n2\nDetail\n2\n";
 
+static ThreadInfo* callerThread(JNIEnv* env) {
+    return env != nullptr ? getThreadInfoJvmti(env, nullptr) : nullptr;
+}
+
 // Hands one event to the caller's stream, or to the unknown thread's under the lock.
-static void addEvent(JNIEnv* env, const int32_t* event, int count) {
-    ThreadInfo* thread = env != nullptr ? getThreadInfoJvmti(env, nullptr) : nullptr;
+static void addEvent(ThreadInfo* thread, const int32_t* event, int count) {
     if (thread != nullptr) {
         thread->addEvent(event, count, true);
         return;
@@ -28,8 +32,41 @@ static void addEvent(JNIEnv* env, const int32_t* event, int count) {
     if (ourThreadUnknown != nullptr) ourThreadUnknown->addEvent(event, count, false);
 }
 
-static int32_t pointerLow(const ZString* text) { return lowHalf((int64_t)(intptr_t)text); }
-static int32_t pointerHigh(const ZString* text) { return highHalf((int64_t)(intptr_t)text); }
+static void addEvent(JNIEnv* env, const int32_t* event, int count) {
+    addEvent(callerThread(env), event, count);
+}
+
+static int64_t ownedText(ZString* text) { return (int64_t)(intptr_t)text; }
+
+// A Java string for the next event of the thread: in its text store when it
+// fits, else a ZString of the event's own. A store spares the allocation and
+// the free of each text, which cost more than the rest of the event.
+static int64_t javaText(JNIEnv* env, ThreadInfo* thread, jstring text) {
+    if (text == nullptr) return 0;
+    if (thread != nullptr) {
+        jsize length = env->GetStringLength(text);
+        jsize bytes = env->GetStringUTFLength(text);
+        char* stored = thread->reserveText(bytes);
+        if (stored != nullptr) {
+            env->GetStringUTFRegion(text, 0, length, stored);
+            stored[bytes] = 0;
+            return (int64_t)(intptr_t)stored | 1;
+        }
+    }
+    return ownedText(createZSPtr(env, text));
+}
+
+static void addClose(ThreadInfo* thread, int tableId, int eventId, bool noEndTime, int64_t text) {
+    int64_t end = noEndTime ? 0 : ourUptimeProvider.getUptimeNs();
+    int32_t event[7] = {EVENT_TABLE_ROW_CLOSE, tableId, eventId, lowHalf(end), highHalf(end), lowHalf(text),
+                        highHalf(text)};
+    addEvent(thread, event, 7);
+}
+
+static void addSetString(ThreadInfo* thread, int tableId, int eventId, int column, int64_t text) {
+    int32_t event[6] = {EVENT_TABLE_SET_STRING, tableId, eventId, column, lowHalf(text), highHalf(text)};
+    addEvent(thread, event, 6);
+}
 
 int PlayerEventAdding::createTableRow(JNIEnv* env, int tableId) {
     DB* db = ourDB;
@@ -53,10 +90,13 @@ int PlayerEventAdding::createTableRow(JNIEnv* env, int tableId) {
 }
 
 void PlayerEventAdding::closeTableRow(JNIEnv* env, int tableId, int eventId, bool noEndTime, ZString* exceptionText) {
-    int64_t end = noEndTime ? 0 : ourUptimeProvider.getUptimeNs();
-    int32_t event[7] = {EVENT_TABLE_ROW_CLOSE, tableId, eventId, lowHalf(end), highHalf(end),
-                        pointerLow(exceptionText), pointerHigh(exceptionText)};
-    addEvent(env, event, 7);
+    addClose(callerThread(env), tableId, eventId, noEndTime, ownedText(exceptionText));
+}
+
+void PlayerEventAdding::closeTableRowWithJavaText(JNIEnv* env, int tableId, int eventId, bool noEndTime,
+                                                  jstring exceptionText) {
+    ThreadInfo* thread = callerThread(env);
+    addClose(thread, tableId, eventId, noEndTime, javaText(env, thread, exceptionText));
 }
 
 void PlayerEventAdding::deleteTableRow(JNIEnv* env, int tableId, int eventId) {
@@ -75,8 +115,12 @@ void PlayerEventAdding::setLongColumn(JNIEnv* env, int tableId, int eventId, int
 }
 
 void PlayerEventAdding::setStringColumn(JNIEnv* env, int tableId, int eventId, int column, ZString* value) {
-    int32_t event[6] = {EVENT_TABLE_SET_STRING, tableId, eventId, column, pointerLow(value), pointerHigh(value)};
-    addEvent(env, event, 6);
+    addSetString(callerThread(env), tableId, eventId, column, ownedText(value));
+}
+
+void PlayerEventAdding::setStringColumnFromJava(JNIEnv* env, int tableId, int eventId, int column, jstring value) {
+    ThreadInfo* thread = callerThread(env);
+    addSetString(thread, tableId, eventId, column, javaText(env, thread, value));
 }
 
 void PlayerEventAdding::addMessage(JNIEnv* env, ZString* category, ZString* text, ZString* detail) {
@@ -97,8 +141,11 @@ void PlayerEventAdding::addMessage(JNIEnv* env, ZString* category, ZString* text
     setStringColumn(env, ourMessagesTableIndex, eventId, 4, detail);
 }
 
-static const ZString* stringAt(const int32_t* event, int at) {
-    return (const ZString*)(intptr_t)joinHalves(event[at], event[at + 1]);
+static const char* textAt(const int32_t* event, int at) {
+    int64_t text = joinHalves(event[at], event[at + 1]);
+    if (text == 0) return nullptr;
+    if (isStoredText(text)) return (const char*)(intptr_t)(text & ~(int64_t)1);
+    return ((const ZString*)(intptr_t)text)->c_str();
 }
 
 static void playCreate(const LockHolder& lock, ThreadInfo* thread, const int32_t* event) {
@@ -109,7 +156,7 @@ static void playCreate(const LockHolder& lock, ThreadInfo* thread, const int32_t
 }
 
 static void playClose(const LockHolder& lock, ThreadInfo*, const int32_t* event) {
-    EventTableRows::closeRow(lock, ourDB, event[1], event[2], joinHalves(event[3], event[4]), stringAt(event, 5));
+    EventTableRows::closeRow(lock, ourDB, event[1], event[2], joinHalves(event[3], event[4]), textAt(event, 5));
 }
 
 static void playDelete(const LockHolder& lock, ThreadInfo*, const int32_t* event) {
@@ -125,7 +172,7 @@ static void playSetLong(const LockHolder& lock, ThreadInfo*, const int32_t* even
 }
 
 static void playSetString(const LockHolder& lock, ThreadInfo*, const int32_t* event) {
-    EventTableRows::setString(lock, ourDB, event[1], event[2], event[3], stringAt(event, 4));
+    EventTableRows::setString(lock, ourDB, event[1], event[2], event[3], textAt(event, 4));
 }
 
 void PlayerEventAdding::installPlayers() {

@@ -17,11 +17,15 @@ public:
     // Takes `exceptionText` (may be null). With `noEndTime` the end time
     // stays as it is.
     static void closeTableRow(JNIEnv* env, int tableId, int eventId, bool noEndTime, ZString* exceptionText);
+    // The same with the text of a Java string, copied.
+    static void closeTableRowWithJavaText(JNIEnv* env, int tableId, int eventId, bool noEndTime,
+                                          jstring exceptionText);
     static void deleteTableRow(JNIEnv* env, int tableId, int eventId);
     static void setInt32Column(JNIEnv* env, int tableId, int eventId, int column, int value);
     static void setLongColumn(JNIEnv* env, int tableId, int eventId, int column, int64_t value);
     // Takes `value` (may be null).
     static void setStringColumn(JNIEnv* env, int tableId, int eventId, int column, ZString* value);
+    static void setStringColumnFromJava(JNIEnv* env, int tableId, int eventId, int column, jstring value);
 
     // A row of the messages table, made on first use: category, text and
     // detail (any may be null), taken.

@@ -8,6 +8,7 @@
 #include "db/StringPool.h"
 #include "foundation/System.h"
 #include "foundation/UptimeProvider.h"
+#include "recording/EventEncoding.h"
 
 ZSet<ThreadInfo*>& ourAllThreadInfos = *new ZSet<ThreadInfo*>(64);
 ZMap<int, ThreadInfo*>& ThreadInfo::ourTRN2ThreadInfo = *new ZMap<int, ThreadInfo*>(128);
@@ -21,6 +22,7 @@ ThreadInfo::ThreadInfo(const LockHolder& lock, const ZString& name, const ZStrin
     : myPendingLine(0), mySeenTracingGeneration(-1), myStackKnown(false), myMonitorEventRow(0), myNodeTree(nullptr),
       myStackCapture(nullptr),
       myNodeToFrame(nullptr), myEventBuffer(nullptr), myEventWriteIndex(0), myEventReadIndex(0),
+      myTextStore(nullptr), myTextStoreUsed(0),
       myNativeThreadId(nativeThreadId), myThreadReference(threadReference), myThreadRow(0), myTFIIndex(0), myTRN(0),
       myLastSampleFrame(-1), myLastStateFrame(-1), myLastStateCpuTime(-1), myLastStateUptime(-1), mySkipCounter(0),
       myCreatedObjectCount(0), myCreatedObjectSize(0), myAgentThread(false), myExcludedFromTracing(false),
@@ -56,6 +58,7 @@ ThreadInfo::~ThreadInfo() {
     ourCreatedObjectCountInDeadThreads += myCreatedObjectCount;
     ourCreatedObjectSizeInDeadThreads += myCreatedObjectSize;
     delete[] myEventBuffer;
+    delete[] myTextStore;
     delete[] myCallCache;
     delete[] myChildFrameCache;
     delete myStackCapture;
@@ -168,19 +171,38 @@ ThreadInfo* getThreadInfoJvmti(JNIEnv* env, jobject thread) {
 
 // ---- Events ----
 
+void ThreadInfo::flushEvents(bool lockNeeded) {
+    LockHolder lock(lockNeeded ? &ourLock : nullptr, LOCK_SITE);
+    playEvents(lock);
+    myEventReadIndex = 0;
+    myTextStoreUsed = 0;
+    __atomic_store_n(&myEventWriteIndex, 0, __ATOMIC_RELEASE);
+}
+
 void ThreadInfo::addEvent(const int32_t* elements, int count, bool lockNeeded) {
     if (myEventBuffer == nullptr) myEventBuffer = new int32_t[EVENT_BUFFER_SIZE];
     int write = myEventWriteIndex;
     if (write + count > EVENT_BUFFER_SIZE) {
-        LockHolder lock(lockNeeded ? &ourLock : nullptr, LOCK_SITE);
-        playEvents(lock);
-        myEventReadIndex = 0;
-        __atomic_store_n(&myEventWriteIndex, 0, __ATOMIC_RELEASE);
+        flushEvents(lockNeeded);
         write = 0;
     }
     for (int i = 0; i < count; i++) myEventBuffer[write + i] = elements[i];
     // A player on another thread reads up to this index: the elements first.
     __atomic_store_n(&myEventWriteIndex, write + count, __ATOMIC_RELEASE);
+}
+
+char* ThreadInfo::reserveText(int length) {
+    if (length < 0 || length >= TEXT_STORE_SIZE / 4) return nullptr;
+    if (myEventBuffer == nullptr) myEventBuffer = new int32_t[EVENT_BUFFER_SIZE];
+    if (myTextStore == nullptr) myTextStore = new char[TEXT_STORE_SIZE];
+    int size = (length + 2) & ~1;
+    // A flush between the text and its event would let the next text take its place.
+    if (myTextStoreUsed + size > TEXT_STORE_SIZE || myEventWriteIndex + LONGEST_EVENT_LENGTH > EVENT_BUFFER_SIZE) {
+        flushEvents(true);
+    }
+    char* text = myTextStore + myTextStoreUsed;
+    myTextStoreUsed += size;
+    return text;
 }
 
 CpuProfilingRecord* ThreadInfo::getCpuProfilingRecord(const LockHolder& lock, int frame) {

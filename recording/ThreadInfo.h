@@ -23,6 +23,8 @@ class DB;
 class ThreadInfo {
 public:
     static constexpr int EVENT_BUFFER_SIZE = 10240;
+    // Bytes for the texts of the events in the buffer.
+    static constexpr int TEXT_STORE_SIZE = 32768;
 
     // Takes a "thread" row, a TFI index and the next TRN, and writes the row;
     // the name column stays 0 until applyThreadNameToDB. Needs ourDB.
@@ -47,6 +49,11 @@ public:
     // Appends one event. A full buffer is played first, under ourLock when
     // `lockNeeded` (the caller holds it otherwise).
     void addEvent(const int32_t* elements, int count, bool lockNeeded);
+    // Room at an even address for a text of `length` bytes and its zero,
+    // valid until the event that comes next, which names it, is played; null
+    // for a text too long to keep there. The room and a place for that event
+    // are made, when they are missing, by playing the buffer under ourLock.
+    char* reserveText(int length);
 
     // ---- Monitor and exception events, on the thread itself ----
     int getMonitorEventRow() const { return myMonitorEventRow; }
@@ -82,6 +89,9 @@ public:
 
     // ---- Playing, under ourLock ----
     void playEvents(const LockHolder& lock);
+    // Plays the buffer and empties it and the text store, under ourLock
+    // when `lockNeeded`; by the owning thread.
+    void flushEvents(bool lockNeeded);
     // The shared frame of one of this thread's nodes, made on need.
     int getFrameFromNode(const LockHolder& lock, int node);
     CpuProfilingRecord* getCpuProfilingRecord(const LockHolder& lock, int frame);
@@ -196,6 +206,10 @@ private:
     // Written by the owning thread with release order, read by players.
     int32_t myEventWriteIndex;
     int32_t myEventReadIndex;
+    // Texts of the buffered events, written by the owning thread; emptied
+    // with the buffer.
+    char* myTextStore;
+    int32_t myTextStoreUsed;
     int64_t myNativeThreadId;
     jobject myThreadReference;
     int32_t myThreadRow;

@@ -113,9 +113,9 @@ TEST_F(EventTableRowsTest, RowsShorterThanTheMinimumGoAtTheirClose) {
 
     int longRow = row(id, 1000000);
     ZString error("java.io.IOException: gone");
-    EventTableRows::closeRow(lock, db, id, longRow, 6000000, &error);
+    EventTableRows::closeRow(lock, db, id, longRow, 6000000, error.c_str());
     // Without an end time the close keeps the one it has, and still stores the text.
-    EventTableRows::closeRow(lock, db, id, longRow, 0, &error);
+    EventTableRows::closeRow(lock, db, id, longRow, 0, error.c_str());
     EXPECT_EQ(6000000, longAt(id, longRow, 1));
     EXPECT_EQ("java.io.IOException: gone", text(intAt(id, longRow, 2)));
 }

@@ -1,6 +1,9 @@
 // The player: call tree shape, times and invocation counts from event
 // streams, and what disorder in a stream costs.
+#include "db/EventTableRows.h"
+#include "db/StringPool.h"
 #include "db/ThreadFrameIndex.h"
+#include "recording/PlayerEventAdding.h"
 #include "RecordingTestSupport.h"
 
 using Tree = std::map<std::string, FrameMeasure>;
@@ -229,6 +232,35 @@ TEST_F(EventPlayerTest, OtherEventsArePlayedToo) {
     int32_t unknown[1] = {99};
     t->addEvent(unknown, 1, true);
     EXPECT_THROW(play(t), KZTRuntimeException);
+}
+
+TEST_F(EventPlayerTest, TextsKeptInTheThreadsStoreReachTheirRowsAcrossRefills) {
+    PlayerEventAdding::installPlayers();
+    int table = EventTableRows::createTableByDescription(lock, db, "Texts\n3\nuptime_ns\n1\nthread\n0\nText\n2\n");
+    // Texts of some 1000 bytes: the store is played and emptied every 32 or so.
+    std::vector<std::pair<int, std::string>> rows;
+    for (int i = 0; i < 100; i++) {
+        int eventId = EventTableRows::nextEventId();
+        int32_t create[6] = {EVENT_TABLE_ROW_CREATE, table, eventId, 0, 0, 0};
+        t->addEvent(create, 6, true);
+        std::string value = std::to_string(i) + std::string(1000 + i % 7, 'x');
+        char* stored = t->reserveText((int)value.size());
+        ASSERT_NE(nullptr, stored);
+        ASSERT_EQ(0u, (uintptr_t)stored & 1);
+        memcpy(stored, value.c_str(), value.size() + 1);
+        int64_t text = (int64_t)(intptr_t)stored | 1;
+        int32_t set[6] = {EVENT_TABLE_SET_STRING, table, eventId, 2, lowHalf(text), highHalf(text)};
+        t->addEvent(set, 6, true);
+        rows.emplace_back(eventId, value);
+    }
+    EXPECT_EQ(nullptr, t->reserveText(ThreadInfo::TEXT_STORE_SIZE / 4));
+    play(t);
+    EventTable* texts = db->getEventTable(table);
+    for (const auto& [eventId, value] : rows) {
+        EventRecord* row = EventTableRows::findOrCreateRow(lock, db, eventId, texts);
+        ASSERT_NE(nullptr, row);
+        EXPECT_STREQ(value.c_str(), StringPool::getString(lock, texts->getInt32Column(*row, 2))) << eventId;
+    }
 }
 
 TEST_F(EventPlayerTest, NodesBecomeFramesOnceAndShareTheirCallers) {
