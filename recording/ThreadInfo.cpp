@@ -193,7 +193,6 @@ void ThreadInfo::addEvent(const int32_t* elements, int count, bool lockNeeded) {
 
 char* ThreadInfo::reserveText(int length) {
     if (length < 0 || length >= TEXT_STORE_SIZE / 4) return nullptr;
-    if (myEventBuffer == nullptr) myEventBuffer = new int32_t[EVENT_BUFFER_SIZE];
     if (myTextStore == nullptr) myTextStore = new char[TEXT_STORE_SIZE];
     int size = (length + 2) & ~1;
     // A flush between the text and its event would let the next text take its place.

@@ -77,10 +77,7 @@ public final class DatabasesLW {
 
         public static void onExit(@This Object connection, @MethodName String method,
                                   @ThrownException Throwable thrown) {
-            Jdbc.executed(null, null, thrown, false);
-            if (method.equals("close")) {
-                Jdbc.connectionClosed(connection);
-            }
+            Jdbc.transactionEnded(connection, method, thrown);
         }
     }
 

@@ -96,20 +96,16 @@ final class Jdbc {
     // weak reference dies young with it instead of being kept, and looked at
     // by each collection, until the collector finds the object gone.
 
-    static void connectionClosed(Object connection) {
-        forget(ourConnectionRows, connection);
+    /** A commit, rollback or close of the connection ended. */
+    static void transactionEnded(Object connection, String method, Throwable thrown) {
+        executed(null, null, thrown, false);
+        if (method.equals("close")) {
+            ourConnectionRows.remove(connection);
+        }
     }
 
     static void statementClosed(Object statement) {
-        forget(ourStatements, statement);
-    }
-
-    private static void forget(WeakObjects<?> map, Object key) {
-        try {
-            map.remove(key);
-        } catch (Throwable e) {
-            // an object whose hash code fails was never entered
-        }
+        ourStatements.remove(statement);
     }
 
     /** A statement made by a connection; {@code sql} for a prepared one. */
